@@ -1,0 +1,231 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+#include <vyn/export.h>
+
+// Log lines. A statement such as
+//
+//     VYN_LOG_INFO << "accepted " << count << " connections";
+//
+// becomes one line "[file:line (function)]  text", written under the tag "VYNCore" to the system's
+// log and handed to an installed LogPrinter. The operands are evaluated only when the level
+// passes; a line that does not pass costs one load and one branch.
+//
+// Everything here may be called from any thread. Writing a line leaves errno as it was.
+namespace logging {
+
+// A level is a number; smaller is more severe.
+constexpr int kLevelError = 1;
+constexpr int kLevelWarning = 2;
+constexpr int kLevelInfo = 3;
+constexpr int kLevelDebug = 4;
+constexpr int kLevelVerbose = 5;
+
+// The tag of the library's own lines, and of the VYN_LOG macros.
+constexpr char kTag[] = "VYNCore";
+
+// Gets every written line, on the thread that wrote it. An application that shows or keeps lines
+// elsewhere derives from it.
+class VYN_API LogPrinter {
+  public:
+    virtual ~LogPrinter() = default;
+    // `line` is the finished line, ended by the terminal's colour reset and a newline.
+    // It must not log itself.
+    virtual void print(const std::string& line) = 0;
+};
+
+// One log line: collects text as a stream, and is filtered, formatted and written by its
+// destructor. Made by the macros below; used on one thread.
+class VYN_API LogMessage : public std::ostringstream {
+  public:
+    // `function` may be the compiler's whole signature; it is cut down to the bare name. A fatal
+    // message passes every filter and, once written, ends the process (see setAborter). A message
+    // that is not enabled writes nothing, and does not end the process.
+    LogMessage(const char* messageTag, const char* sourceFile, const char* sourceFunction,
+               int sourceLine, int messageLevel, bool isFatal, bool isEnabled);
+    // A line without a source position.
+    LogMessage(const char* messageTag, int messageLevel);
+    ~LogMessage() override;
+
+    LogMessage(const LogMessage&) = delete;
+    LogMessage& operator=(const LogMessage&) = delete;
+
+    // This message as an ordinary stream, which a temporary message needs for `<<`.
+    std::ostream& stream() { return *this; }
+
+  private:
+    [[nodiscard]] std::string composeLine() const;
+    int takePriority();
+
+    std::string file;
+    std::string function;
+    std::string tag;
+    int32_t line;
+    bool fatal;
+    bool enabled;
+    int32_t level;
+};
+
+// The letter of a level, out of "EEWIDV". `level` is 0 to 5.
+VYN_API const char* getLogLevelStr(int level);
+
+// Lines of a greater level are dropped. Starts at 5: everything passes. The value is stored
+// unchecked; getLogLevel() first brings a stored value outside 1 to 5 back into that range.
+VYN_API void setLogLevel(int level);
+VYN_API int getLogLevel();
+
+// Lines up to this level reach the system's log with the priority of an error. Starts at 1.
+VYN_API void setLogPrintLevel(int level);
+
+// Installs the printer, or removes it with null. Not owned: it must outlive its last line, so
+// remove it before destroying it, when no other thread is logging.
+VYN_API void setLoggingPrinter(LogPrinter* printer);
+
+// Kept for source compatibility; does nothing.
+VYN_API void setLoggingStream(std::ostream& stream);
+
+// Replaces what happens after a fatal line was written, and gets that line; null restores the
+// default, which is abort() (on a device the line also becomes the abort message). When an aborter
+// returns, the code that raised the fatal message goes on as its own description says.
+using Aborter = void (*)(const char* line);
+VYN_API void setAborter(Aborter aborter);
+
+// A tag of the calling thread's own. The pointer is stored, not the text: it must outlive its use.
+// Null when the thread has set none.
+VYN_API void setThreadLoggingTag(const char* tag);
+VYN_API const char* getThreadLoggingTag();
+
+// The calling thread's name as the kernel knows it, which keeps 15 characters.
+VYN_API void setThreadName(const std::string& name);
+VYN_API std::string getThreadName();
+
+// The kernel's id of the calling thread.
+VYN_API int currentThreadId();
+
+// Monotonic milliseconds: a 32-bit value that wraps. Monotonic nanoseconds: 64 bits.
+VYN_API long mtick();
+VYN_API int64_t ntick();
+
+// True when a line of this level is to be written.
+namespace detail {
+VYN_API extern std::atomic<int> currentLevel;
+}
+inline bool passes(int level) {
+    return level <= detail::currentLevel.load(std::memory_order_relaxed);
+}
+
+// Logs "enter NAME" when made and "leave NAME, N ms" when destroyed, both at `level`.
+class VYN_API ScopeTracer {
+  public:
+    // The texts are not copied; they must outlive the tracer, as literals do.
+    ScopeTracer(const char* file, const char* function, int line, int level, const char* name);
+    ~ScopeTracer();
+    ScopeTracer(const ScopeTracer&) = delete;
+    ScopeTracer& operator=(const ScopeTracer&) = delete;
+
+  private:
+    const char* mFile;
+    const char* mFunction;
+    int mLine;
+    int mLevel;
+    const char* mName;
+    int64_t mStart;
+};
+
+// Logs "NAME took N ms" when destroyed, if that is more than `thresholdMs` after it was made.
+class VYN_API TimerScopeTracer {
+  public:
+    // The texts are not copied; they must outlive the tracer, as literals do.
+    TimerScopeTracer(const char* file, const char* function, int line, int level, const char* name,
+                     long thresholdMs);
+    ~TimerScopeTracer();
+    TimerScopeTracer(const TimerScopeTracer&) = delete;
+    TimerScopeTracer& operator=(const TimerScopeTracer&) = delete;
+
+  private:
+    const char* mFile;
+    const char* mFunction;
+    int mLine;
+    int mLevel;
+    const char* mName;
+    long mThresholdMs;
+    int64_t mStart;
+};
+
+// Streams as "[5] Input/output error. ", the form in which system errors are logged.
+struct ErrnoText {
+    int error;
+};
+VYN_API std::ostream& operator<<(std::ostream& stream, ErrnoText text);
+
+// Lets a macro end in a stream expression and still be a statement of type void.
+struct Voidify {
+    void operator&(std::ostream&) const {}
+};
+
+}  // namespace logging
+
+// printf's form for C code. Writes one line with the tag "CF"; text beyond 4095 characters is cut.
+// With a null `file` or `function` the line carries no source position.
+extern "C" VYN_API void logging_printf(const char* file, const char* function, int line, int level,
+                                       const char* format, ...)
+    __attribute__((format(printf, 5, 6)));
+
+// One line at a level, under a tag: VYN_LOG_TAGGED("Audio", logging::kLevelInfo) << "ready";
+#define VYN_LOG_TAGGED(tag, level)                                                         \
+    !::logging::passes(level)                                                              \
+        ? static_cast<void>(0)                                                             \
+        : ::logging::Voidify() & ::logging::LogMessage(tag, __FILE__, __PRETTY_FUNCTION__, \
+                                                       __LINE__, level, false, true)       \
+                                     .stream()
+
+#define VYN_LOG_ERROR VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelError)
+#define VYN_LOG_WARNING VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelWarning)
+#define VYN_LOG_INFO VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelInfo)
+#define VYN_LOG_DEBUG VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelDebug)
+#define VYN_LOG_VERBOSE VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelVerbose)
+
+// The same, led by the text of errno: "[2] No such file or directory. ".
+#define VYN_LOG_ERRNO_ERROR \
+    VYN_LOG_ERROR << ::logging::ErrnoText { errno }
+#define VYN_LOG_ERRNO_INFO \
+    VYN_LOG_INFO << ::logging::ErrnoText { errno }
+
+// A line that ends the process.
+#define VYN_LOG_FATAL                                                               \
+    ::logging::LogMessage(::logging::kTag, __FILE__, __PRETTY_FUNCTION__, __LINE__, \
+                          ::logging::kLevelError, true, true)                       \
+        .stream()
+
+// The line of a failed check; `condition` is its text.
+#define VYN_CHECK_FAILURE(condition) VYN_LOG_FATAL << "Check failed. (" << (condition) << ") "
+
+// An invariant: when it does not hold, the line "Check failed. (CONDITION) " and what is streamed
+// behind it are written and the process ends. VYN_CHECK(size > 0) << "size is " << size;
+#define VYN_CHECK(condition) \
+    (condition) ? static_cast<void>(0) : ::logging::Voidify() & VYN_CHECK_FAILURE(#condition)
+
+// The same for functions that go on without the process ending (see setAborter): they return,
+// with the value given behind the condition if there is one.
+#define VYN_CHECK_OR_RETURN(condition, ...) \
+    do {                                    \
+        if (!(condition)) {                 \
+            VYN_CHECK_FAILURE(#condition);  \
+            return __VA_ARGS__;             \
+        }                                   \
+    } while (false)
+
+#define VYN_CONCATENATE_INNER(a, b) a##b
+#define VYN_CONCATENATE(a, b) VYN_CONCATENATE_INNER(a, b)
+
+// Trace the enclosing scope: at debug level, or only when it takes more than `thresholdMs`.
+#define VYN_TRACE_SCOPE(name)                                         \
+    ::logging::ScopeTracer VYN_CONCATENATE(vynScopeTracer, __LINE__)( \
+        __FILE__, __PRETTY_FUNCTION__, __LINE__, ::logging::kLevelDebug, name)
+#define VYN_TRACE_SLOW_SCOPE(name, thresholdMs)                            \
+    ::logging::TimerScopeTracer VYN_CONCATENATE(vynScopeTracer, __LINE__)( \
+        __FILE__, __PRETTY_FUNCTION__, __LINE__, ::logging::kLevelWarning, name, thresholdMs)

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+
+// The monotonic clock behind every tick of the library.
+//
+// The public ticks (helper::mtick) have 32 bits and wrap. Inside the library, queues are ordered
+// by the same clock in 64 bits, which never wraps: the public tick is its low 32 bits.
+namespace vyn::tick {
+
+// Monotonic milliseconds, 64 bits. Any thread.
+int64_t now();
+
+// Monotonic nanoseconds. Any thread; not replaced by setSource().
+int64_t nanoseconds();
+
+// The 32-bit tick that `milliseconds` is shown as, sign-extended to long.
+inline long toTick(int64_t milliseconds) { return static_cast<int32_t>(milliseconds); }
+
+// Replaces the clock behind now() and helper::mtick(), for tests; null restores the system's.
+// A source must never go backwards. Any thread, but meant for before loops run.
+using Source = int64_t (*)();
+void setSource(Source source);
+
+}  // namespace vyn::tick

@@ -1,0 +1,13 @@
+#include <vyn/tls.h>
+
+namespace vyn {
+
+Tls::Tls() : mKey(new pthread_key_t()) { pthread_key_create(mKey, nullptr); }
+
+Tls::~Tls() { delete mKey; }
+
+void Tls::set(void* value) { pthread_setspecific(*mKey, value); }
+
+void* Tls::get() const { return pthread_getspecific(*mKey); }
+
+}  // namespace vyn

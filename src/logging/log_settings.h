@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+// The process-wide settings as the writer of a line reads them.
+namespace logging::settings {
+
+int printLevel();
+// Hands a finished line to the installed printer, if there is one.
+void print(const std::string& line);
+// Ends the process, or calls the installed aborter and returns when that does.
+void abortWith(const std::string& line);
+
+}  // namespace logging::settings
