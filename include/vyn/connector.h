@@ -1,0 +1,159 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include <vyn/export.h>
+
+namespace vyn {
+
+class Command;
+class Timer;
+class Worker;
+struct Message;
+
+// A thread's event loop: waits on the descriptors of its workers, flushes their queued writes,
+// fires timers and delivers messages.
+//
+//     vyn::Connector connector;
+//     connector.attach(&executor);
+//     connector.addWorkerLocked(&listener, &executor);
+//     connector.run();    // returns after stop()
+//
+// One connector runs on a thread, and a thread runs one connector. Operations are called on the
+// loop's thread, or before run(); those marked "Any thread" take a lock of their own and wake the
+// loop where it must notice.
+//
+// Owns nothing of what it is given: executors, workers and timers belong to the application and
+// must outlive their time in the connector. Messages still waiting when it is destroyed are
+// dropped. Destroy it when no other thread uses it any more.
+class VYN_API Connector {
+  public:
+    // The loop itself; internal.
+    class Impl;
+
+    // The application's handler: gets the events of the workers that were added with it and the
+    // messages that it posts to itself. All callbacks run on the loop's thread.
+    //
+    // In any callback but onHeartbitTimeout() everything is allowed: adding and removing workers
+    // and timers, posting, stopping, and deleting the worker it is about, once that is removed from
+    // the connector, with its device, authenticator and, outside onCommand(), its parser.
+    // onHeartbitTimeout() is the same, but other threads that use this connector's timers wait for
+    // its end.
+    class VYN_API Executor {
+      public:
+        virtual ~Executor();
+
+        // A complete command of the peer. See Command for who deletes it.
+        virtual void onCommand(Worker* worker, Command* command) = 0;
+        // A listening device accepted a peer. `data` points to the accepted Socket or UnixSocket,
+        // or is the FunctionDevice that connects. A socket must be taken over during the call, by
+        // the device that is built from it, or is closed; it may be invalid when accepting failed.
+        virtual void onNewConnection(Worker* worker, int fd, void* data) = 0;
+        // The connection ended, or is to be dropped. The place to remove and delete the worker.
+        virtual void onDisconnected(Worker* worker) = 0;
+        // The worker found its peer silent for too long. Comes again every 200 ms until the
+        // executor does something about it.
+        virtual void onHeartbitTimeout(Worker* worker) = 0;
+        virtual void onNetworkChanged(Worker* worker) = 0;
+        // `mask` is 256 for a created, 512 for a deleted, 2 for a modified file, else -1.
+        virtual void onFileChanged(Worker* worker, const std::string& path, int mask) = 0;
+        virtual void onAuthenticated(Worker* worker) = 0;
+        virtual void onAuthenticationFailed(Worker* worker) = 0;
+        // A message posted by this executor that carries no callback of its own.
+        virtual void onMessage(Message message) = 0;
+
+        // Any thread. Posts a message to this executor itself, now or after `delayMs`
+        // milliseconds. Dropped silently when the executor was never attached. A message cannot be
+        // cancelled: do not destroy an executor for which messages are waiting.
+        void sendMessage(const Message& message);
+        void sendMessageDelayed(const Message& message, long delayMs);
+
+      private:
+        friend class LinuxConnector;
+
+        // Set by attach(), and kept after detach().
+        Connector* mConnector = nullptr;
+    };
+
+    // Opens the loop's descriptors. A process that cannot open any more of them ends here.
+    Connector();
+    // Must run on the thread that ran the loop, whose place for a connector it frees.
+    ~Connector();
+    Connector(const Connector&) = delete;
+    Connector& operator=(const Connector&) = delete;
+
+    // The connector that run() was called for on the calling thread, or null. Any thread.
+    [[nodiscard]] static Connector* current();
+
+    // Lets an executor post messages and own workers. Attaching one twice, or detaching one that is
+    // not attached, is fatal.
+    void attach(Executor* executor);
+    void detach(Executor* executor);
+
+    // Any thread. Registers the worker's descriptors for reading, with `executor` for its events,
+    // and then calls the device's onReady(). Adding it again gives it another executor and
+    // registers descriptors that are new.
+    void addWorkerLocked(Worker* worker, Executor* executor);
+    // Any thread. Forgets the worker and its descriptors, whatever became of them; unknown workers
+    // are ignored. On the loop's thread no callback comes for the worker afterwards, and it may be
+    // deleted at once. On another thread a callback may be under way: post a message to the loop
+    // and delete the worker there.
+    void removeWorkerLocked(Worker* worker);
+
+    // Serves the loop until stop(). A thread runs one connector, once: a second call on a thread
+    // is fatal until the first connector is destroyed.
+    void run();
+    // Any thread. The loop ends with its current turn, at most 200 ms later. Before run() it has
+    // no effect.
+    void stop();
+
+    // "LinuxConnector: {Pointer: ..., Executors: 1, Loading: 3, Workers: [NetDevice...]}".
+    void dump(std::ostream& os);
+
+    // Any thread, also inside a timer's callbacks. Calls `timer` every `intervalMs` milliseconds,
+    // first one interval from now. Returns an id for the calls below; ids start at 1 and come round
+    // after 2147483631. An interval below 1 fires in every turn and keeps the loop from its
+    // descriptors.
+    int addTimer(Timer* timer, long intervalMs, void* arg);
+    // Any thread, also inside a timer's callbacks. Calls onTimerRemoved(); unknown ids are ignored.
+    // When it returns on a thread other than the loop's, no callback of the timer is under way.
+    void removeTimer(int id);
+    // Any thread, also inside a timer's callbacks. The timer fires next one interval from now.
+    void resetTimer(int id);
+
+    // Any thread. Posts a message as Executor::sendMessageDelayed() does. Messages come in the
+    // order of their ticks, and in the order of posting for equal ticks.
+    void sendMessageDelayed(Executor* executor, const Message& message, long delayMs);
+
+    // Any thread. Makes the loop look at what is to be written.
+    void queueWrite();
+    // Any thread. The same for a worker that has just queued a write.
+    void queueWrite(Worker* worker);
+    // Any thread. Has the loop call the worker's onDisconnected(), unless it is removed meanwhile.
+    void queueDisconnect(Worker* worker);
+    // Any thread. True when the loop is running, and on a thread other than the caller's.
+    [[nodiscard]] bool isRunningElsewhere() const;
+
+    // Any thread. How busy the loop has lately been, 0 to 100 percent, scaled into the loading
+    // range.
+    [[nodiscard]] int getLoading();
+    // Any thread. The range that getLoading() answers in; 0 and 100 at first. `empty` must be less
+    // than `full`, anything else is fatal.
+    void setLoadingRange(int empty, int full);
+
+  private:
+    static Impl* createImplement(Connector* connector);
+    static void destroyImplement(Impl* impl);
+
+    Impl* mImpl;
+};
+
+VYN_API std::ostream& operator<<(std::ostream& os, Connector* connector);
+VYN_API std::ostream& operator<<(std::ostream& os, Connector& connector);
+
+}  // namespace vyn
+
+// An executor takes messages by value, so whoever derives from it needs them complete. The two
+// headers include each other: a message names the executor that posted it.
+#include <vyn/message.h>  // IWYU pragma: export

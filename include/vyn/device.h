@@ -1,0 +1,81 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <vyn/export.h>
+
+namespace vyn {
+
+class Worker;
+
+// The transport end of one worker: it owns a descriptor (or several, or none), moves bytes over it
+// and reports what happens on it to the worker it is attached to.
+//
+// Everything is called on the thread of the loop that serves the worker. A device belongs to
+// whoever created it; it must outlive its worker's place in the loop, and may be deleted inside any
+// callback of its worker's executor: the library touches nothing of it afterwards.
+class VYN_API Device {
+  public:
+    virtual ~Device();
+
+    // The name of the class, as dumps show it.
+    virtual const char* getClassName();
+    // The descriptor `fd` is readable or in error: take what is there and report it through
+    // onData(), onDisconnected() and their like.
+    virtual void onDataArrival(int fd) = 0;
+    // Writes bytes to the transport. Returns how many of them were written, which may be fewer than
+    // `len`, or a value below 1 on failure. Must not report a disconnection itself.
+    virtual int write(const void* data, int len) = 0;
+    // The worker has been registered with a connector. Called once.
+    virtual void onReady();
+    // The descriptor to watch, or a negative value when there are several or none.
+    virtual int getFd() = 0;
+    // The descriptors to watch when getFd() is negative.
+    virtual std::vector<int> getFds();
+    // Ends the connection: closes the descriptor, then reports onDisconnected().
+    virtual void disconnect();
+    // For links that need keep-alives: how often to send one and how long a silent peer is borne,
+    // in milliseconds; 0 for never.
+    virtual int heartbitInterval();
+    virtual int heartbitTimeout();
+    // Prints the device's own fields; `operator<<` prints what stands around them.
+    virtual void dump(std::ostream& os);
+    // Tells the worker that the connection ended.
+    virtual void onDisconnected();
+
+    // Sets the worker to report to, which is not owned. The worker's constructor calls it.
+    void attach(Worker* worker);
+
+    // What subclasses report. Each goes to the worker, and is dropped while there is none.
+    // The bytes are the worker's for the length of the call only.
+    void onData(const void* data, int len);
+    // `fd` is the listening descriptor; `data` depends on the device and lives for the call only.
+    void onNewConnection(int fd, void* data);
+    void onNetworkChanged();
+    void onFileChanged(const std::string& path, int mask);
+
+  protected:
+    Worker* mWorker = nullptr;
+};
+
+// A device that reads a byte stream: every time the descriptor is readable it reads once, at most
+// 2048 bytes, and reports them, or a disconnection when the read gives nothing. What is left is
+// read at the loop's next turn, so no connection can keep the loop to itself.
+class VYN_API BaseDevice : public Device {
+  public:
+    const char* getClassName() override;
+    void onDataArrival(int fd) override;
+
+    // A hook by which a subclass may open its descriptor. Returns -1 unless overridden.
+    virtual int create();
+    // Reads at most `len` bytes. Returns how many, 0 at the end of the stream, or a negative value
+    // on failure with errno set.
+    virtual int read(char* buf, int len) = 0;
+};
+
+// "ClassName(0x...): {fd=7, ...}", or "Device(NULL)".
+VYN_API std::ostream& operator<<(std::ostream& os, Device* device);
+
+}  // namespace vyn

@@ -1,0 +1,159 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <vyn/connector.h>
+#include <vyn/lock.h>
+#include <vyn/parser.h>
+
+namespace vyn {
+
+class Authenticator;
+class Command;
+class Device;
+
+// One write that waits for its descriptor to become writable.
+struct WriteNode {
+    void* data;  // malloc'ed, owned
+    int offset;  // how much of it is written
+    int size;
+};
+
+// One connection: joins a device (bytes), a parser (framing), an optional authenticator and, once
+// it is added to a connector, the executor that handles its events.
+//
+// Incoming:  device -> onData -> authenticator, until it passes the peer; then parser ->
+//            onCommandParsed -> Executor::onCommand.
+// Outgoing:  write(Command*) -> parser -> onPacketCreated -> writeRaw -> the device at once, or,
+//            with asynchronous writing, the write queue that the loop drains.
+//
+// Owns nothing but its queued writes: the application deletes worker, device, parser and
+// authenticator, having removed the worker from its connector, and may do so inside any callback of
+// its executor. Everything is called on the loop's thread; what any thread may call says so.
+//
+// A worker that is not valid (after onDisconnected() or disable()) answers every operation with the
+// warning "not valid" and does nothing.
+class VYN_API Worker : public Parser::PostListener {
+  public:
+    // A worker without a device; valid.
+    Worker();
+    // Neither is owned. Attaches itself to the device; valid when there is one.
+    Worker(Device* device, Parser* parser);
+    // Drops what is still queued. Does not remove the worker from its connector.
+    ~Worker() override;
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    // --- Results of the parser.
+    void onCommandParsed(Command* cmd) override;
+    void onPacketCreated(const void* data, int len) override;
+
+    // --- For subclasses.
+    virtual const char* getClassName();
+    // Prints the fields; the base class prints its device.
+    virtual void dump(std::ostream& os);
+    // After a command was parsed, before the executor gets it.
+    virtual void onPostCreateCommand(Command* cmd);
+    // Before a command is turned into a packet.
+    virtual void onBeforeCreatePacket(Command* cmd);
+    // Returns true when it consumed the incoming bytes itself; the parser then does not see them.
+    virtual bool handledBeforeParser(const void* data, int len);
+    // The heartbeat's policy, asked every 200 ms; times are milliseconds. Both run while the
+    // connector's timers are locked to other threads, so they should be short.
+    // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows.
+    virtual bool hasRemoteTimedout(long sinceLastRead);
+    // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*).
+    virtual void sendHeartbit(long sinceLastWrite);
+
+    // --- Wiring.
+    // Called by the connector; neither is owned.
+    void attach(Connector* connector, Connector::Executor* executor);
+    // Not owned; null removes the authenticator.
+    void attach(Authenticator* auth);
+    // Any thread.
+    [[nodiscard]] bool isValid() const;
+    void enable();
+    void disable();
+    // A figure of the application's own; the library does not read it.
+    void setLoading(int loading);
+    // While set, writeRaw() writes at once even when asynchronous writing is on: for a caller on
+    // the loop's thread that waits for the answer itself.
+    void setSelfCallFlag(bool selfCall);
+
+    [[nodiscard]] Device* getDevice() const { return mDevice; }
+    [[nodiscard]] Parser* getParser() const { return mParser; }
+    [[nodiscard]] Authenticator* getAuthenticator() const { return mAuthenticator; }
+    [[nodiscard]] Connector* getConnector() const { return mConnector; }
+    [[nodiscard]] Connector::Executor* getExecutor() const { return mExecutor; }
+
+    // --- Writing.
+    // Encodes the command with the parser and writes the packet. Refused with the warning "not
+    // authenticated" until an attached authenticator passes the peer.
+    void write(Command* cmd);
+    // Writes bytes as they are. With asynchronous writing (config::setAsyncWritting) they are
+    // copied and queued; otherwise they are written at once, and what the transport does not take
+    // is logged and lost.
+    void writeRaw(const void* data, int len);
+    // Writes to the device at once. Returns what the device returns; `len` without a device.
+    int instantWrite(const void* data, int len);
+    // Any thread, while the worker exists. Queues a copy for the loop to write. A peer with more
+    // than 100 writes waiting is not reading: an alert is logged and onDisconnected() follows, on
+    // the loop's thread.
+    void queueWritting(const void* data, int len);
+
+    // --- Calls of the connector.
+    int getFd();
+    std::vector<int> getFds();
+    void onReady();
+    void onDataArrival(int fd);
+    // Writes as much of the queue as the device takes. True when nothing is left.
+    bool performWrite();
+    // Any thread.
+    bool hasWrittingData();
+    void checkHeartbit();
+
+    // --- Events of the device, passed on to the executor.
+    void onData(const void* data, int len);
+    // Makes the worker invalid first. Every call reaches the executor.
+    void onDisconnected();
+    void onNewConnection(int fd, void* data);
+    void onNetworkChanged();
+    void onFileChanged(const std::string& path, int mask);
+
+    // --- Authentication.
+    // Asks an attached authenticator to start.
+    void requireAuth();
+    // True without an authenticator.
+    bool hasAuthenticated();
+    // The authenticator's verdict, passed on to the executor.
+    void onAuthenticated();
+    void onAuthenticationFailed();
+
+  private:
+    int enqueue(const void* data, int len);
+    void disconnectBlockedPeer(int pending);
+    bool writeFront(WriteNode& node);
+
+    Device* mDevice = nullptr;
+    Connector* mConnector = nullptr;
+    Connector::Executor* mExecutor = nullptr;
+    Parser* mParser = nullptr;
+    Authenticator* mAuthenticator = nullptr;
+    std::atomic<bool> mValid;
+    int mLoading = 0;
+    long mLastWriteTick = 0;
+    long mLastReadTick;
+    bool mSelfCall = false;
+    std::list<WriteNode*> mWriteQueue VYN_GUARDED_BY(mWriteLock);
+    Lock mWriteLock;
+};
+
+// "Worker(0x...): {Connector=0x..., NetDevice(0x...): {...}}", or "Worker(NULL)".
+VYN_API std::ostream& operator<<(std::ostream& os, Worker* worker);
+VYN_API std::ostream& operator<<(std::ostream& os, Worker& worker);
+
+}  // namespace vyn

@@ -1,0 +1,70 @@
+#include <vyn/device.h>
+#include <vyn/logging.h>
+#include <vyn/worker.h>
+
+#include <cerrno>
+
+namespace vyn {
+
+Device::~Device() = default;
+
+const char* Device::getClassName() { return "Device"; }
+
+void Device::onReady() {}
+
+std::vector<int> Device::getFds() { return {}; }
+
+void Device::disconnect() { onDisconnected(); }
+
+int Device::heartbitInterval() { return 0; }
+
+int Device::heartbitTimeout() { return 0; }
+
+void Device::dump(std::ostream&) {}
+
+void Device::onDisconnected() {
+    if (mWorker != nullptr) mWorker->onDisconnected();
+}
+
+void Device::attach(Worker* worker) { mWorker = worker; }
+
+void Device::onData(const void* data, int len) {
+    if (mWorker != nullptr) mWorker->onData(data, len);
+}
+
+void Device::onNewConnection(int fd, void* data) {
+    if (mWorker != nullptr) mWorker->onNewConnection(fd, data);
+}
+
+void Device::onNetworkChanged() {
+    if (mWorker != nullptr) mWorker->onNetworkChanged();
+}
+
+void Device::onFileChanged(const std::string& path, int mask) {
+    if (mWorker != nullptr) mWorker->onFileChanged(path, mask);
+}
+
+const char* BaseDevice::getClassName() { return "BaseDevice"; }
+
+void BaseDevice::onDataArrival(int) {
+    char buffer[2048] = {};
+    const int count = read(buffer, sizeof buffer);
+    if (count > 0) {
+        onData(buffer, count);
+        return;  // the device may be gone by now
+    }
+    VYN_LOG_ERRNO_INFO << "read. ret:" << count;
+    onDisconnected();
+}
+
+int BaseDevice::create() { return -1; }
+
+std::ostream& operator<<(std::ostream& os, Device* device) {
+    if (device == nullptr) return os << "Device(NULL)";
+    os << device->getClassName() << "(" << static_cast<const void*>(device)
+       << "): {fd=" << device->getFd() << ", ";
+    device->dump(os);
+    return os << "}";
+}
+
+}  // namespace vyn
