@@ -138,25 +138,6 @@ void Buffer::erase_before(int n) {
     size = left;
 }
 
-int Buffer::str_length() { return static_cast<const Buffer*>(this)->str_length(); }
-
-int Buffer::str_length() const {
-    if (data == nullptr) return 0;
-    return static_cast<int>(strnlen(data, static_cast<size_t>(heldBytes())));
-}
-
-std::string Buffer::std_string() {
-    const int held = heldBytes();
-    if (held == 0 || data[held - 1] != '\0') append("");
-    return data;
-}
-
-bool Buffer::operator==(const std::string& text) const {
-    const size_t length = text.length();
-    return static_cast<size_t>(heldBytes()) == length + 1 && data[length] == '\0' &&
-           std::strcmp(data, text.c_str()) == 0;
-}
-
 char& Buffer::at(int index) {
     const int held = heldBytes();
     if (index < -held || index >= held) VYN_LOG_FATAL << kFatalMark << "invalid range.";
@@ -173,14 +154,6 @@ char Buffer::operator[](int index) const {
         return 0;
     }
     return data[index < 0 ? index + held : index];
-}
-
-int Buffer::find_first_of(const std::string& chars, int start) const {
-    const int held = heldBytes();
-    for (int i = std::max(start, 0); i < held; ++i) {
-        if (std::strchr(chars.c_str(), data[i]) != nullptr) return i;
-    }
-    return -1;
 }
 
 // The fields are public: the size may be negative, or stand beside a null block.

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <string>
+#include <vector>
+
+#include <vyn/export.h>
+
+// Small functions for strings, time and the process. Any thread may call them. Pointers passed in
+// are not null.
+namespace vyn::helper {
+
+// `text` without the leading and trailing characters that occur in `chars`.
+[[nodiscard]] VYN_API std::string trim(const std::string& text, const char* chars = " \t\r\n");
+
+// Replace `out` by the pieces of `text` between the delimiters and return their number. As when
+// reading lines, a delimiter ends a piece: "a," is one piece, "" is none, "a,,b" is three.
+VYN_API int split(const std::string& text, std::list<std::string>& out, char delimiter);
+VYN_API int split(const std::string& text, std::vector<std::string>& out, char delimiter);
+
+// The pieces of `text` when a delimiter SEPARATES two pieces, unlike above: "a," is "a" and "",
+// and "" is one empty piece.
+[[nodiscard]] VYN_API std::vector<std::string> split(const std::string& text, char delimiter);
+
+[[nodiscard]] VYN_API std::string intToString(int value);
+
+// False for an empty prefix.
+[[nodiscard]] VYN_API bool startsWith(const std::string& text, const std::string& prefix);
+
+// The items with `separator` between neighbours.
+[[nodiscard]] VYN_API std::string implode(std::vector<std::string> items, const char* separator);
+
+[[nodiscard]] VYN_API std::vector<std::string> l2v(const std::list<std::string>& items);
+[[nodiscard]] VYN_API std::list<std::string> v2l(const std::vector<std::string>& items);
+
+// The items between separators, led and ended by one: "|a|b|", and "|" for no items.
+[[nodiscard]] VYN_API std::string dumplist(const std::list<std::string>& items, char separator);
+
+// The tick: monotonic milliseconds in 32 bits, sign-extended where long is wider. It wraps, from
+// the largest value to the smallest, every 49.7 days. Ticks are compared through tickDifference(),
+// never with < or by plain subtraction.
+[[nodiscard]] VYN_API long mtick();
+
+// Milliseconds from `earlier` to `later`, right across the wrap; negative when `later` comes first.
+// The two must lie within 24.8 days of each other.
+[[nodiscard]] VYN_API long tickDifference(long later, long earlier);
+
+// Monotonic nanoseconds.
+[[nodiscard]] VYN_API int64_t ntick();
+
+// Milliseconds of the wall clock since the epoch, modulo 2^32 and shown like a tick: good for
+// differences over short spans only.
+[[nodiscard]] VYN_API long abstime();
+
+// The first word of the command line with which the process was started, cut at 1023 bytes. Read
+// once and then kept; the reference stays good until the process exits. Empty, with a log line,
+// while it cannot be read: the next call tries again.
+[[nodiscard]] VYN_API const std::string& getCurrentProcessName();
+
+[[nodiscard]] VYN_API int getCurrentProcessId();
+
+// The system's text for an errno value.
+[[nodiscard]] VYN_API std::string getErrorMessage(int error);
+
+// Blocks the calling thread; a signal may end it early. Returns at once for less than a second.
+VYN_API void sleep(int seconds);
+
+}  // namespace vyn::helper
