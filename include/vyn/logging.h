@@ -209,14 +209,21 @@ extern "C" VYN_API void logging_printf(const char* file, const char* function, i
 #define VYN_CHECK(condition) \
     (condition) ? static_cast<void>(0) : ::logging::Voidify() & VYN_CHECK_FAILURE(#condition)
 
-// The same for functions that go on without the process ending (see setAborter): they return,
-// with the value given behind the condition if there is one.
-#define VYN_CHECK_OR_RETURN(condition, ...) \
-    do {                                    \
-        if (!(condition)) {                 \
-            VYN_CHECK_FAILURE(#condition);  \
-            return __VA_ARGS__;             \
-        }                                   \
+// The same for functions that go on when the process does not end (see setAborter): they return, or
+// return a value.
+#define VYN_CHECK_OR_RETURN(condition)     \
+    do {                                   \
+        if (!(condition)) {                \
+            VYN_CHECK_FAILURE(#condition); \
+            return;                        \
+        }                                  \
+    } while (false)
+#define VYN_CHECK_OR_RETURN_VALUE(condition, value) \
+    do {                                            \
+        if (!(condition)) {                         \
+            VYN_CHECK_FAILURE(#condition);          \
+            return value;                           \
+        }                                           \
     } while (false)
 
 #define VYN_CONCATENATE_INNER(a, b) a##b

@@ -136,7 +136,8 @@ class VYN_API Worker : public Parser::PostListener {
   private:
     int enqueue(const void* data, int len);
     void disconnectBlockedPeer(int pending);
-    bool writeFront(WriteNode& node);
+    bool writeOnce(WriteNode& node);
+    bool checkValid() const;
 
     Device* mDevice = nullptr;
     Connector* mConnector = nullptr;

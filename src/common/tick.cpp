@@ -1,5 +1,6 @@
 #include "common/tick.h"
 
+#include <algorithm>
 #include <atomic>
 #include <ctime>
 
@@ -22,6 +23,8 @@ int64_t now() {
     const timespec time = monotonicTime();
     return static_cast<int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
 }
+
+int64_t after(long delayMs) { return now() + std::clamp<int64_t>(delayMs, INT32_MIN, INT32_MAX); }
 
 int64_t nanoseconds() {
     const timespec time = monotonicTime();

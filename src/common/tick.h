@@ -11,6 +11,10 @@ namespace vyn::tick {
 // Monotonic milliseconds, 64 bits. Any thread.
 int64_t now();
 
+// now() and `delayMs` later. A delay counts in 32 bits, whatever the width of long: a longer one is
+// taken for the longest.
+int64_t after(long delayMs);
+
 // Monotonic nanoseconds. Any thread; not replaced by setSource().
 int64_t nanoseconds();
 

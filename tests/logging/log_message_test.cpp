@@ -183,7 +183,7 @@ TEST(Fatal, ChecksShowTheConditionAsItIsWritten) {
 TEST(Fatal, CheckedFunctionsReturnTheirValueWhenTheProcessLives) {
     FatalCapture fatal;
     auto checked = [](int size) {
-        VYN_CHECK_OR_RETURN(size > 0, -1);
+        VYN_CHECK_OR_RETURN_VALUE(size > 0, -1);
         return size;
     };
     EXPECT_EQ(checked(0), -1);

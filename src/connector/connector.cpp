@@ -1,0 +1,143 @@
+#include <vyn/connector.h>
+#include <vyn/logging.h>
+#include <vyn/tls.h>
+
+#include "connector/connector_impl.h"
+#include "connector/connector_linux.h"
+
+namespace vyn {
+
+namespace {
+
+// Each thread's connector. Never destroyed: loops may still run when the process exits.
+Tls& currentConnector() {
+    static Tls* const tls = new Tls();
+    return *tls;
+}
+
+}  // namespace
+
+Connector::Executor::~Executor() = default;
+
+void Connector::Executor::sendMessage(const Message& message) { sendMessageDelayed(message, 0); }
+
+void Connector::Executor::sendMessageDelayed(const Message& message, long delayMs) {
+    if (mConnector != nullptr) mConnector->sendMessageDelayed(this, message, delayMs);
+}
+
+Connector::Connector() : mImpl(createImplement(this)) {}
+
+Connector::~Connector() {
+    destroyImplement(mImpl);
+    currentConnector().set(nullptr);
+}
+
+Connector* Connector::current() { return static_cast<Connector*>(currentConnector().get()); }
+
+void Connector::attach(Executor* executor) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->attach(executor);
+}
+
+void Connector::detach(Executor* executor) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->detach(executor);
+}
+
+void Connector::addWorkerLocked(Worker* worker, Executor* executor) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->addWorkerLocked(worker, executor);
+}
+
+void Connector::removeWorkerLocked(Worker* worker) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->removeWorkerLocked(worker);
+}
+
+void Connector::run() {
+    if (current() != nullptr) {
+        VYN_LOG_FATAL << "only one connector is allowed on each thread.";
+        return;
+    }
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    currentConnector().set(this);
+    mImpl->run();
+}
+
+void Connector::stop() {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->stop();
+}
+
+void Connector::dump(std::ostream& os) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->dump(os);
+}
+
+int Connector::addTimer(Timer* timer, long intervalMs, void* arg) {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, -1);
+    return mImpl->addTimer(timer, intervalMs, arg);
+}
+
+void Connector::removeTimer(int id) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->removeTimer(id);
+}
+
+void Connector::resetTimer(int id) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->resetTimer(id);
+}
+
+void Connector::sendMessageDelayed(Executor* executor, const Message& message, long delayMs) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->sendMessageDelayed(executor, message, delayMs);
+}
+
+void Connector::queueWrite() {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->queueWrite();
+}
+
+void Connector::queueWrite(Worker* worker) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->queueWriteOf(worker);
+}
+
+void Connector::queueDisconnect(Worker* worker) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->queueDisconnect(worker);
+}
+
+bool Connector::isRunningElsewhere() const {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, false);
+    return mImpl->isRunningElsewhere();
+}
+
+int Connector::getLoading() {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, 0);
+    return mImpl->getLoading();
+}
+
+void Connector::setLoadingRange(int empty, int full) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->setLoadingRange(empty, full);
+}
+
+Connector::Impl* Connector::createImplement(Connector* connector) {
+    return new LinuxConnector(connector);
+}
+
+void Connector::destroyImplement(Impl* impl) {
+    VYN_CHECK_OR_RETURN(impl != NULL);
+    delete impl;
+}
+
+std::ostream& operator<<(std::ostream& os, Connector* connector) {
+    connector->dump(os);
+    return os;
+}
+
+std::ostream& operator<<(std::ostream& os, Connector& connector) { return os << &connector; }
+
+}  // namespace vyn

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <vyn/connector.h>
+
+namespace vyn {
+
+// What stands behind a Connector; see there for what each operation does.
+class Connector::Impl {
+  public:
+    virtual ~Impl() = default;
+
+    virtual void attach(Executor* executor) = 0;
+    virtual void detach(Executor* executor) = 0;
+    virtual void addWorkerLocked(Worker* worker, Executor* executor) = 0;
+    virtual void removeWorkerLocked(Worker* worker) = 0;
+    virtual void run() = 0;
+    virtual void stop() = 0;
+    virtual void dump(std::ostream& os) = 0;
+    virtual int addTimer(Timer* timer, long intervalMs, void* arg) = 0;
+    virtual void removeTimer(int id) = 0;
+    virtual void resetTimer(int id) = 0;
+    virtual void sendMessageDelayed(Executor* executor, const Message& message, long delayMs) = 0;
+    virtual void queueWrite() = 0;
+    virtual void queueWriteOf(Worker* worker) = 0;
+    virtual void queueDisconnect(Worker* worker) = 0;
+    virtual bool isRunningElsewhere() const = 0;
+    virtual int getLoading() = 0;
+    virtual void setLoadingRange(int empty, int full) = 0;
+};
+
+}  // namespace vyn

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <vyn/diagnoser.h>
+
+#include <atomic>
+#include <unordered_set>
+#include <vector>
+
+#include "connector/connector_impl.h"
+#include "connector/epoll.h"
+#include "connector/heartbit_timer.h"
+#include "connector/message_queue.h"
+#include "connector/timer_queue.h"
+#include "connector/wake_pipe.h"
+#include "connector/worker_registry.h"
+
+namespace vyn {
+
+// The event loop over epoll. Timers, messages and workers each have a queue with a lock of its own;
+// no operation holds two of them.
+class LinuxConnector : public Connector::Impl {
+  public:
+    explicit LinuxConnector(Connector* connector);
+    ~LinuxConnector() override;
+
+    void attach(Connector::Executor* executor) override;
+    void detach(Connector::Executor* executor) override;
+    void addWorkerLocked(Worker* worker, Connector::Executor* executor) override;
+    void removeWorkerLocked(Worker* worker) override;
+    void run() override;
+    void stop() override;
+    void dump(std::ostream& os) override;
+    int addTimer(Timer* timer, long intervalMs, void* arg) override;
+    void removeTimer(int id) override;
+    void resetTimer(int id) override;
+    void sendMessageDelayed(Connector::Executor* executor, const Message& message,
+                            long delayMs) override;
+    void queueWrite() override;
+    void queueWriteOf(Worker* worker) override;
+    void queueDisconnect(Worker* worker) override;
+    bool isRunningElsewhere() const override;
+    int getLoading() override;
+    void setLoadingRange(int empty, int full) override;
+
+    // Ends the loop's wait, unless the loop is not waiting because it is the caller.
+    void wakeup();
+    // Has every valid worker check its heartbeat.
+    void checkHeartbit();
+
+  private:
+    // An address that is each thread's own: tells threads apart without asking the kernel.
+    static const void* threadMark();
+
+    void init();
+    void runTurn(epoll_event* events);
+    int nextTimerAndMessageTimeout() const;
+    void checkAndWriteData(int count, const epoll_event* events);
+    void checkAndHandleMessage();
+    void disconnectRequested();
+    void dispatch(int count, const epoll_event* events);
+    void dispatch(const epoll_event& event);
+    void onHangUp(uint32_t events, EpollToken token, Worker* worker);
+    void onReadable(EpollToken token, Worker* worker);
+    void dropClosedRegistrations();
+
+    Connector* mConnector;
+    std::unordered_set<Connector::Executor*> mExecutors;
+    std::atomic<bool> mRunning{false};
+    // Marks the thread that is inside run(); null when there is none.
+    std::atomic<const void*> mLoopThread{nullptr};
+
+    WakePipe mTickFd;
+    Epoll mEpoll;
+    WorkerRegistry mWorkers{mEpoll};
+    TimerQueue mTimers;
+    MessageQueue mMessages;
+    Diagnoser mDiagnoser;
+    HeartbitTimer mHeartbitTimer{*this};
+    std::atomic<int> mLoadingEmpty{0};
+    std::atomic<int> mLoadingFull{100};
+
+    // Set by every removal; tells a walk over workers that some may be gone.
+    std::atomic<bool> mWorkerRemoved{false};
+    std::vector<Worker*> mHeartbitSnapshot;
+
+    // Batches in a row with events of registrations that are gone.
+    int mStaleBatches = 0;
+    bool mStaleEvent = false;
+};
+
+std::ostream& operator<<(std::ostream& os, LinuxConnector* connector);
+std::ostream& operator<<(std::ostream& os, LinuxConnector& connector);
+
+}  // namespace vyn

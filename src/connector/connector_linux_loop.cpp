@@ -1,0 +1,141 @@
+#include <vyn/logging.h>
+#include <vyn/message.h>
+#include <vyn/worker.h>
+
+#include <algorithm>
+
+#include "common/tick.h"
+#include "connector/connector_linux.h"
+
+// The turns of the loop.
+
+namespace vyn {
+
+namespace {
+
+constexpr int kEventsPerWait = 20;
+constexpr int64_t kLongestWaitMs = 1000;
+// This many batches in a row with events that belong to nobody mean that they will not end.
+constexpr int kStaleBatchesToReopen = 3;
+
+}  // namespace
+
+void LinuxConnector::run() {
+    epoll_event events[kEventsPerWait] = {};
+    mLoopThread.store(threadMark(), std::memory_order_relaxed);
+    mRunning.store(true, std::memory_order_relaxed);
+    do {
+        runTurn(events);
+    } while (mRunning.load(std::memory_order_relaxed));
+    mLoopThread.store(nullptr, std::memory_order_relaxed);
+}
+
+void LinuxConnector::runTurn(epoll_event* events) {
+    const int timeout = nextTimerAndMessageTimeout();
+    int count = 0;
+    if (timeout >= 1) {
+        mWorkers.armRequestedWrites();
+        mDiagnoser.record(false);
+        count = mEpoll.wait(events, kEventsPerWait, timeout);
+        mDiagnoser.record(true);
+    }
+    checkAndWriteData(count, events);
+    mTimers.fireDue();
+    checkAndHandleMessage();
+    disconnectRequested();
+    dispatch(count, events);
+}
+
+// Milliseconds until the next timer or message is due; 0 when one is due now.
+int LinuxConnector::nextTimerAndMessageTimeout() const {
+    const int64_t due = std::min(mTimers.nextExpire(), mMessages.nextDue());
+    return static_cast<int>(std::clamp<int64_t>(due - tick::now(), 0, kLongestWaitMs));
+}
+
+void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
+    for (int i = 0; i < count; ++i) {
+        if ((events[i].events & EPOLLOUT) == 0 || (events[i].events & EPOLLERR) != 0) continue;
+        const EpollToken token = EpollToken::of(events[i]);
+        const WorkerRegistry::Owner owner = mWorkers.find(token);
+        // One that is not valid any more will not write; its interest would keep the loop awake.
+        if (owner.worker == nullptr || owner.worker->performWrite()) mWorkers.disarmWrite(token);
+    }
+}
+
+void LinuxConnector::checkAndHandleMessage() {
+    Message message;
+    if (!mMessages.takeDue(message)) return;
+    if (message.callback != nullptr) {
+        message.callback->onMessage(message);
+    } else if (message.target != nullptr) {
+        message.target->onMessage(message);
+    } else {
+        VYN_LOG_INFO << "nobody handle message: " << message;
+    }
+}
+
+void LinuxConnector::disconnectRequested() {
+    while (Worker* worker = mWorkers.takeDisconnect()) worker->onDisconnected();
+}
+
+void LinuxConnector::dispatch(int count, const epoll_event* events) {
+    if (count <= 0) return;
+    mStaleEvent = false;
+    for (int i = 0; i < count; ++i) dispatch(events[i]);
+    mStaleBatches = mStaleEvent ? mStaleBatches + 1 : 0;
+    if (mStaleBatches >= kStaleBatchesToReopen) dropClosedRegistrations();
+}
+
+void LinuxConnector::dispatch(const epoll_event& event) {
+    const bool readable = (event.events & EPOLLIN) != 0;
+    const bool hungUp = (event.events & EPOLLHUP) != 0 && !readable;
+    if (!hungUp && !readable && (event.events & EPOLLERR) == 0) return;
+
+    const EpollToken token = EpollToken::of(event);
+    if (token.fd == mTickFd.readEnd()) {
+        mTickFd.drain();
+        return;
+    }
+    const WorkerRegistry::Owner owner = mWorkers.find(token);
+    if (!owner.current) {
+        mStaleEvent = true;
+    } else if (hungUp) {
+        onHangUp(event.events, token, owner.worker);
+    } else {
+        onReadable(token, owner.worker);
+    }
+}
+
+void LinuxConnector::onHangUp(uint32_t events, EpollToken token, Worker* worker) {
+    if (worker == nullptr) {
+        VYN_LOG_INFO << "rod Main runing can not find worker events " << events << " fd "
+                     << token.fd;
+        mWorkers.stopWatching(token);
+        return;
+    }
+    VYN_LOG_INFO << "rod Main runing disconnect worker events " << events << " fd " << token.fd
+                 << " worker " << worker;
+    worker->onDisconnected();
+}
+
+void LinuxConnector::onReadable(EpollToken token, Worker* worker) {
+    mWorkerRemoved.store(false, std::memory_order_relaxed);
+    if (worker == nullptr) {
+        VYN_LOG_ERROR << "Error check fd = " << token.fd
+                      << " is not contains in a valid worker, we del in epoll fds.";
+        mWorkers.stopWatching(token);
+        return;
+    }
+    worker->onDataArrival(token.fd);
+}
+
+// A descriptor that was closed before its worker was removed stays in the epoll set for as long as
+// a duplicate of it is open, and no call can take it out any more: only a new set is rid of it.
+void LinuxConnector::dropClosedRegistrations() {
+    VYN_LOG_WARNING << "a closed descriptor is still open elsewhere, epoll set is made anew.";
+    mStaleBatches = 0;
+    mWorkers.reopenEpoll();
+    mEpoll.add({mTickFd.readEnd(), 0});
+}
+
+}  // namespace vyn

@@ -1,0 +1,33 @@
+#pragma once
+
+namespace vyn {
+
+// Tells a function whether an object was destroyed during a call that it made.
+//
+// The application deletes workers, devices and parsers inside its callbacks, so a function that
+// must go on after such a call watches the object over it:
+//
+//     LifeWatch life(worker);
+//     executor->onCommand(worker, command);
+//     if (life.ended()) return;
+//
+// Sees destruction on its own thread only, which is where callbacks run. Watches live on the stack.
+class LifeWatch {
+  public:
+    explicit LifeWatch(const void* object);
+    ~LifeWatch();
+    LifeWatch(const LifeWatch&) = delete;
+    LifeWatch& operator=(const LifeWatch&) = delete;
+
+    bool ended() const { return mEnded; }
+
+    // Called by the destructor of an object that may be watched.
+    static void end(const void* object);
+
+  private:
+    const void* mObject;
+    bool mEnded = false;
+    LifeWatch* mOuter;
+};
+
+}  // namespace vyn

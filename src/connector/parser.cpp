@@ -1,0 +1,38 @@
+#include <vyn/logging.h>
+#include <vyn/parser.h>
+
+#include "connector/parser_call.h"
+
+namespace vyn {
+
+Parser::PostListener::~PostListener() { LifeWatch::end(this); }
+
+Parser::~Parser() { LifeWatch::end(this); }
+
+void Parser::setListener(PostListener* listener) { mListener = listener; }
+
+void Parser::doParse(const void* data, int len) {
+    ParserCall call(this, mListener);
+    int result = parse(data, len, true);
+    while (result >= 0 && !call.ended()) result = parse(nullptr, 0, true);
+}
+
+void Parser::onCommandParsed(Command* cmd) {
+    if (ParserCall::lostListener(this)) return;
+    if (mListener == nullptr) {
+        VYN_LOG_FATAL << "\033[1;31mFATAL: missing parser-listener, can NOT report a command.";
+        return;
+    }
+    mListener->onCommandParsed(cmd);
+}
+
+void Parser::onPacketCreated(const void* data, int len) {
+    if (ParserCall::lostListener(this)) return;
+    if (mListener == nullptr) {
+        VYN_LOG_FATAL << "\033[1;31mFATAL: missing parser-listener, can NOT report a packet.";
+        return;
+    }
+    mListener->onPacketCreated(data, len);
+}
+
+}  // namespace vyn

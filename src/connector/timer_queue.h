@@ -1,0 +1,62 @@
+#pragma once
+
+#include <vyn/timer.h>
+
+#include <atomic>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "common/recursive_lock.h"
+#include "connector/timer_heap.h"
+
+namespace vyn {
+
+// A connector's timers.
+//
+// Any thread may call everything but fireDue(), also inside a timer's callbacks. The callbacks run
+// while the lock is held, so once remove() has returned on another thread, no callback of that
+// timer is under way.
+class TimerQueue {
+  public:
+    // Ids are handed out from `firstId` on.
+    explicit TimerQueue(int firstId = 0) : mNextId(firstId) {}
+    ~TimerQueue();
+    TimerQueue(const TimerQueue&) = delete;
+    TimerQueue& operator=(const TimerQueue&) = delete;
+
+    int add(Timer* timer, long intervalMs, void* arg);
+    void remove(int id);
+    void reset(int id);
+    // Removes all timers, oldest first. Returns how many there were.
+    int clear();
+
+    // Calls every timer that is due, in the order in which they were added. Loop thread.
+    void fireDue();
+
+    // The tick::now() at which the first timer is due; INT64_MAX without timers.
+    int64_t nextExpire() const { return mNextExpire.load(std::memory_order_acquire); }
+
+  private:
+    using IdMap = std::unordered_multimap<int, TimerWrapper*>;
+
+    int takeId() VYN_REQUIRES(mLock);
+    void fire(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void unlink(IdMap::iterator position) VYN_REQUIRES(mLock);
+    void discard(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void publishNextExpire() VYN_REQUIRES(mLock);
+
+    RecursiveLock mLock;
+    int mNextId VYN_GUARDED_BY(mLock);
+    uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;
+    TimerHeap mHeap VYN_GUARDED_BY(mLock);
+    IdMap mById VYN_GUARDED_BY(mLock);
+    // While timers fire: those of this turn, and those removed meanwhile, which are deleted after.
+    bool mFiring VYN_GUARDED_BY(mLock) = false;
+    std::vector<TimerWrapper*> mDue VYN_GUARDED_BY(mLock);
+    std::vector<TimerWrapper*> mRemoved VYN_GUARDED_BY(mLock);
+
+    std::atomic<int64_t> mNextExpire{INT64_MAX};
+};
+
+}  // namespace vyn

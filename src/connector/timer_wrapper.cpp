@@ -1,0 +1,20 @@
+#include "connector/timer_wrapper.h"
+
+#include "common/tick.h"
+
+namespace vyn {
+
+TimerWrapper::TimerWrapper(Timer* timer) : mTimer(timer) {}
+
+void TimerWrapper::schedule() { mExpire = tick::after(mInterval); }
+
+bool TimerWrapper::trigger() {
+    ++mCount;
+    const bool goOn = mTimer->onTimer(mArg, mCount);
+    schedule();
+    return goOn;
+}
+
+void TimerWrapper::onRemove() { mTimer->onTimerRemoved(); }
+
+}  // namespace vyn

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <vyn/timer.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vyn {
+
+// One addTimer() call: the application's timer with its period and its place in the timer queue.
+class TimerWrapper {
+  public:
+    explicit TimerWrapper(Timer* timer);
+
+    void setArg(void* arg) { mArg = arg; }
+    void setInterval(long interval) { mInterval = interval; }
+    long getInterval() const { return mInterval; }
+    void setId(int id) { mId = id; }
+    int getId() const { return mId; }
+
+    // Makes it due one interval from now.
+    void schedule();
+    // Milliseconds of tick::now(). Does not wrap.
+    int64_t expire() const { return mExpire; }
+    // Milliseconds until it is due; negative when it is overdue.
+    int64_t getLeftTime(int64_t now) const { return mExpire - now; }
+
+    // Calls the timer, and makes it due one interval after that call. Returns what the timer does:
+    // whether to go on.
+    bool trigger();
+    // Tells the timer that it is dropped.
+    void onRemove();
+
+    // The order in which timers that are due together fire: that of their addition.
+    static bool olderFirst(const TimerWrapper* left, const TimerWrapper* right) {
+        return left->mSequence < right->mSequence;
+    }
+
+  private:
+    friend class TimerHeap;
+    friend class TimerQueue;
+
+    Timer* mTimer;
+    void* mArg = nullptr;
+    int mCount = 0;
+    long mInterval = 0;
+    int64_t mExpire = 0;
+    int mId = 0;
+
+    // Kept by the queue.
+    uint64_t mSequence = 0;
+    size_t mHeapIndex = 0;
+    bool mRemoved = false;
+};
+
+}  // namespace vyn

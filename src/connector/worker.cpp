@@ -1,0 +1,165 @@
+#include <vyn/authenticator.h>
+#include <vyn/command.h>
+#include <vyn/device.h>
+#include <vyn/helper.h>
+#include <vyn/logging.h>
+#include <vyn/worker.h>
+
+#include "connector/life_watch.h"
+#include "connector/parser_call.h"
+
+// The worker's incoming side, its events and its heartbeat; see worker_write.cpp for what goes out.
+
+namespace vyn {
+
+Worker::Worker() : mValid(true), mLastReadTick(helper::mtick()) {}
+
+Worker::Worker(Device* device, Parser* parser)
+    : mDevice(device), mParser(parser), mValid(device != nullptr), mLastReadTick(helper::mtick()) {
+    if (device != nullptr) device->attach(this);
+}
+
+void Worker::onCommandParsed(Command* cmd) {
+    if (!checkValid()) return;
+    mLastReadTick = helper::mtick();
+    onPostCreateCommand(cmd);
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onCommand(this, cmd);
+}
+
+const char* Worker::getClassName() { return "Worker"; }
+
+void Worker::dump(std::ostream& os) { os << mDevice; }
+
+void Worker::onPostCreateCommand(Command*) {}
+
+void Worker::onBeforeCreatePacket(Command*) {}
+
+bool Worker::handledBeforeParser(const void*, int) { return false; }
+
+bool Worker::hasRemoteTimedout(long) { return false; }
+
+void Worker::sendHeartbit(long) {}
+
+void Worker::attach(Connector* connector, Connector::Executor* executor) {
+    mConnector = connector;
+    mExecutor = executor;
+}
+
+void Worker::attach(Authenticator* auth) {
+    mAuthenticator = auth;
+    if (auth != nullptr) auth->attach(this);
+}
+
+bool Worker::isValid() const { return mValid.load(std::memory_order_relaxed); }
+
+void Worker::enable() {
+    mValid.store(true, std::memory_order_relaxed);
+    // The loop has let go of writes that were waiting while the worker was not valid.
+    if (mConnector != nullptr && hasWrittingData()) mConnector->queueWrite(this);
+}
+
+void Worker::disable() { mValid.store(false, std::memory_order_relaxed); }
+
+void Worker::setLoading(int loading) { mLoading = loading; }
+
+void Worker::setSelfCallFlag(bool selfCall) { mSelfCall = selfCall; }
+
+int Worker::getFd() { return mDevice == nullptr ? -1 : mDevice->getFd(); }
+
+std::vector<int> Worker::getFds() {
+    return mDevice == nullptr ? std::vector<int>() : mDevice->getFds();
+}
+
+void Worker::onReady() {
+    if (mDevice != nullptr) mDevice->onReady();
+}
+
+void Worker::onDataArrival(int fd) {
+    if (mDevice != nullptr) mDevice->onDataArrival(fd);
+}
+
+void Worker::checkHeartbit() {
+    if (!checkValid()) return;
+    const long sinceLastRead = helper::tickDifference(helper::mtick(), mLastReadTick);
+    LifeWatch life(static_cast<PostListener*>(this));
+    sendHeartbit(helper::tickDifference(helper::mtick(), mLastWriteTick));
+    if (life.ended()) return;  // the keep-alive found the peer gone, and the executor acted on it
+    if (!hasRemoteTimedout(sinceLastRead)) return;
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onHeartbitTimeout(this);
+}
+
+void Worker::onData(const void* data, int len) {
+    if (!checkValid()) return;
+    mLastReadTick = helper::mtick();
+    if (mAuthenticator != nullptr && !mAuthenticator->pass()) {
+        mAuthenticator->onData(data, len);
+        return;
+    }
+    if (handledBeforeParser(data, len)) return;
+    VYN_CHECK_OR_RETURN(mParser != NULL);
+    mParser->setListener(this);
+    mParser->doParse(data, len);
+}
+
+void Worker::onDisconnected() {
+    disable();
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onDisconnected(this);
+}
+
+void Worker::onNewConnection(int fd, void* data) {
+    if (!checkValid()) return;
+    mLastReadTick = helper::mtick();
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onNewConnection(this, fd, data);
+}
+
+void Worker::onNetworkChanged() {
+    if (!checkValid()) return;
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onNetworkChanged(this);
+}
+
+void Worker::onFileChanged(const std::string& path, int mask) {
+    if (!checkValid()) return;
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onFileChanged(this, path, mask);
+}
+
+void Worker::requireAuth() {
+    if (mAuthenticator != nullptr) mAuthenticator->require();
+}
+
+bool Worker::hasAuthenticated() { return mAuthenticator == nullptr || mAuthenticator->pass(); }
+
+void Worker::onAuthenticated() {
+    if (!checkValid()) return;
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onAuthenticated(this);
+}
+
+void Worker::onAuthenticationFailed() {
+    if (!checkValid()) return;
+    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    mExecutor->onAuthenticationFailed(this);
+}
+
+bool Worker::checkValid() const {
+    if (isValid()) return true;
+    VYN_LOG_WARNING << "not valid";
+    return false;
+}
+
+std::ostream& operator<<(std::ostream& os, Worker* worker) {
+    if (worker == nullptr) return os << "Worker(NULL)";
+    os << worker->getClassName() << "(" << static_cast<const void*>(worker)
+       << "): {Connector=" << static_cast<const void*>(worker->getConnector()) << ", ";
+    worker->dump(os);
+    return os << "}";
+}
+
+std::ostream& operator<<(std::ostream& os, Worker& worker) { return os << &worker; }
+
+}  // namespace vyn

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <vyn/connector.h>
+#include <vyn/message.h>
+
+#include <functional>
+#include <future>
+#include <memory>
+#include <thread>
+
+namespace vyn::testing {
+
+// A connector that runs on a thread of its own until this object goes.
+class LoopThread {
+  public:
+    LoopThread() {
+        std::promise<Connector*> created;
+        std::future<Connector*> connector = created.get_future();
+        mThread = std::thread([&created] {
+            Connector loop;
+            created.set_value(&loop);
+            loop.run();
+        });
+        mConnector = connector.get();
+        // Until the loop has started, stop() would have no effect.
+        call([] {});
+    }
+    ~LoopThread() {
+        mConnector->stop();
+        mThread.join();
+    }
+    LoopThread(const LoopThread&) = delete;
+    LoopThread& operator=(const LoopThread&) = delete;
+
+    Connector& connector() { return *mConnector; }
+
+    // Runs `function` on the loop's thread and waits for its end.
+    void call(std::function<void()> function) {
+        auto* request = new Call{std::move(function)};
+        std::future<void> done = request->done.get_future();
+        mConnector->sendMessageDelayed(nullptr, Message::obtain(request, 0, 0, 0, nullptr), 0);
+        done.get();
+    }
+
+  private:
+    struct Call : Message::Callback {
+        explicit Call(std::function<void()> toRun) : function(std::move(toRun)) {}
+        std::function<void()> function;
+        std::promise<void> done;
+        void onMessage(Message) override {
+            function();
+            done.set_value();
+            delete this;
+        }
+    };
+
+    std::thread mThread;
+    Connector* mConnector = nullptr;
+};
+
+}  // namespace vyn::testing
