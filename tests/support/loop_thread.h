@@ -26,7 +26,7 @@ class LoopThread {
         call([] {});
     }
     ~LoopThread() {
-        mConnector->stop();
+        call([this] { mConnector->stop(); });
         mThread.join();
     }
     LoopThread(const LoopThread&) = delete;
