@@ -1,0 +1,69 @@
+#pragma once
+
+#include <string>
+
+#include <vyn/device.h>
+#include <vyn/socket.h>
+
+namespace vyn {
+
+// The device of one TCP connection, or of a connected UDP socket, which gives one datagram a read.
+// A datagram of more than 2048 bytes is cut; an empty one counts as the end of the stream.
+//
+// With asynchronous writing on (see config), a stream becomes non-blocking when its worker is added
+// to a connector: a peer that does not read cannot block the loop.
+class VYN_API NetDevice : public BaseDevice {
+  public:
+    NetDevice();
+    // Has a descriptor of its own for the same connection.
+    explicit NetDevice(const Socket& socket);
+    // Takes the socket's descriptor over, and leaves it without. For the socket of
+    // Executor::onNewConnection().
+    explicit NetDevice(const Socket* socket);
+    // Closes the socket.
+    ~NetDevice() override;
+    NetDevice(const NetDevice&) = delete;
+    NetDevice& operator=(const NetDevice&) = delete;
+
+    const char* getClassName() override;
+    int write(const void* data, int len) override;
+    void onReady() override;
+    int getFd() override;
+    void disconnect() override;
+    // "[REMOTE-IP:PORT=>LOCAL-IP:PORT]"
+    void dump(std::ostream& os) override;
+    int read(char* buf, int len) override;
+
+    // For options, and for the addresses of both ends.
+    [[nodiscard]] Socket& socket() { return mSocket; }
+
+  protected:
+    Socket mSocket;
+};
+
+// Accepts TCP connections, one each time its descriptor is ready, and reports each through
+// Executor::onNewConnection() with its own descriptor and a pointer to the accepted Socket:
+//
+//     void onNewConnection(vyn::Worker*, int, void* data) override {
+//         const auto* accepted = static_cast<const vyn::Socket*>(data);
+//         if (!accepted->isValid()) return;  // accepting failed
+//         auto* worker = new vyn::Worker(new vyn::NetDevice(accepted), parser);
+//         ...
+//     }
+//
+// A socket that is not taken over during the call is closed.
+class VYN_API ListenerDevice : public NetDevice {
+  public:
+    ListenerDevice();
+    // Listens on `ip`, or on every address when that is empty; port 0 takes any free one. Failing
+    // to bind is fatal. A negative port leaves the device unbound.
+    ListenerDevice(int port, const std::string& ip);
+
+    const char* getClassName() override;
+    void onDataArrival(int fd) override;
+
+    // Listens there instead. False when that fails, which is logged.
+    bool listen(int port, const std::string& ip);
+};
+
+}  // namespace vyn

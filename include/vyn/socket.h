@@ -1,0 +1,93 @@
+#pragma once
+
+#include <string>
+
+#include <vyn/socket_address.h>
+#include <vyn/socket_base.h>
+
+namespace vyn {
+
+// A TCP or UDP socket over IPv4 or IPv6. Addresses are numeric; the family follows the address that
+// is bound or connected to.
+//
+//     vyn::Socket client(vyn::Socket::TCP);
+//     if (!client.connect("192.0.2.7", 7000)) VYN_LOG_INFO << client.lastErrorMessage();
+//
+// Copying gives a second descriptor of the same connection; move() and the constructor from a
+// pointer take the descriptor over. Operations that return bool return false on failure.
+class VYN_API Socket : public SocketBase {
+  public:
+    enum Type { TCP, UDP };
+
+    static constexpr int kConnectTimeoutMs = 5000;
+
+    // Without a descriptor.
+    Socket() = default;
+    // With a new descriptor; invalid when there is none to be had.
+    explicit Socket(Type type);
+    // Takes over; null makes an empty socket.
+    explicit Socket(const Socket* other);
+    Socket(const Socket& other) = default;
+    Socket& operator=(const Socket& other) = default;
+    Socket(Socket&& other) noexcept;
+    Socket& operator=(Socket&& other) noexcept;
+    ~Socket() = default;
+
+    // Closes this socket and takes over the other's descriptor, which leaves the other without.
+    void move(const Socket& other);
+
+    // Opens a new descriptor in place of the present one.
+    bool create(Type type);
+    [[nodiscard]] Type type() const { return mType; }
+
+    // The address to bind to; empty for any IPv4 address. False for a text that is no address, and
+    // bind() then fails too.
+    bool setHostIP(const std::string& ip);
+    // Port 0 takes any free port, see getHostPort(). A TCP port may be bound again as soon as
+    // nobody listens on it.
+    bool bind(int port);
+
+    // Connects within `timeoutMs` milliseconds; a negative time-out leaves the limit to the kernel.
+    // A UDP socket then sends to and receives from this address only. When the time runs out errno
+    // is ETIMEDOUT and the attempt is abandoned.
+    bool connect(const std::string& ip, int port, int timeoutMs = kConnectTimeoutMs);
+    // Connects without waiting: the descriptor becomes non-blocking, and writable once the attempt
+    // has ended. True when the attempt is under way; connect() to the same address waits for it.
+    bool startConnect(const std::string& ip, int port);
+
+    // The peer that has waited longest, as a blocking socket; an invalid socket when there is none
+    // or accepting fails. When the process is out of descriptors the peer is hung up on, with the
+    // help of the reserve, and not left waiting: a loop would spin on it. Any thread.
+    [[nodiscard]] Socket accept();
+
+    // Datagrams to and from any address, on a UDP socket; otherwise as send() and recv().
+    int sendTo(const void* data, int size, const SocketAddress& to);
+    int recvFrom(void* buffer, int size, int timeoutMs, SocketAddress* from);
+
+    // The peer's address, known also when the peer is gone or the socket is closed; empty and 0
+    // when there never was one.
+    [[nodiscard]] std::string getRemoteIP() const { return mRemote.ip(); }
+    [[nodiscard]] int getRemotePort() const { return mRemote.port(); }
+    // This side's address; until it has one, the address to bind to, and 0.
+    [[nodiscard]] std::string getHostIP() const;
+    [[nodiscard]] int getHostPort() const;
+
+    // Sends small writes at once instead of gathering them.
+    bool setNoDelay(bool on);
+    // Has the kernel probe a silent peer: first after `idleSeconds`, then every `intervalSeconds`,
+    // and drop it after `count` unanswered probes. 0 leaves the system's figures.
+    bool setKeepAlive(bool on, int idleSeconds = 0, int intervalSeconds = 0, int count = 0);
+    // Lets several sockets that all ask for it bind one port; connections spread over them.
+    bool setReusePort(bool on);
+
+  private:
+    bool openFor(int family);
+    [[nodiscard]] SocketAddress localAddress() const;
+
+    Type mType = TCP;
+    bool mHostIsValid = true;
+    SocketAddress mHost;
+    SocketAddress mRemote;
+};
+
+}  // namespace vyn

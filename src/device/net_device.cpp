@@ -1,0 +1,39 @@
+#include <vyn/config.h>
+#include <vyn/net_device.h>
+
+namespace vyn {
+
+NetDevice::NetDevice() = default;
+
+NetDevice::NetDevice(const Socket& socket) : mSocket(socket) {}
+
+NetDevice::NetDevice(const Socket* socket) : mSocket(socket) {}
+
+NetDevice::~NetDevice() = default;
+
+const char* NetDevice::getClassName() { return "NetDevice"; }
+
+int NetDevice::write(const void* data, int len) { return mSocket.send(data, len); }
+
+void NetDevice::onReady() {
+    if (config::isAsyncWritting() && mSocket.type() == Socket::TCP) mSocket.setNonBlock(true);
+}
+
+int NetDevice::getFd() { return mSocket.fd(); }
+
+void NetDevice::disconnect() {
+    mSocket.reset();
+    onDisconnected();
+}
+
+void NetDevice::dump(std::ostream& os) {
+    os << "[" << mSocket.getRemoteIP() << ":" << mSocket.getRemotePort() << "=>"
+       << mSocket.getHostIP() << ":" << mSocket.getHostPort() << "]";
+}
+
+int NetDevice::read(char* buf, int len) {
+    constexpr int kTimeoutMs = 1000;
+    return mSocket.recv(buf, len, kTimeoutMs);
+}
+
+}  // namespace vyn

@@ -1,0 +1,136 @@
+#include "device/socket_io.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+
+#include "common/tick.h"
+
+namespace vyn::io {
+
+namespace {
+
+constexpr int64_t kNsPerMs = 1000000;
+
+bool wouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
+
+bool isUnderWay() { return errno == EINPROGRESS || errno == EALREADY; }
+
+// A socket remembers its attempt to connect, failed or under way, and would refuse another one;
+// connecting it to no address makes it as new.
+bool abandonConnect(int fd, int error) {
+    sockaddr nowhere{};
+    nowhere.sa_family = AF_UNSPEC;
+    ::connect(fd, &nowhere, sizeof nowhere);
+    errno = error;
+    return false;
+}
+
+bool awaitConnected(int fd, int timeoutMs) {
+    const bool ended = awaitReady(fd, POLLOUT, Deadline(timeoutMs));
+    const int error = ended ? getOption(fd, SOL_SOCKET, SO_ERROR) : ETIMEDOUT;
+    return error == 0 || abandonConnect(fd, error);
+}
+
+}  // namespace
+
+Deadline::Deadline(int timeoutMs)
+    : mEndNs(timeoutMs < 0 ? INT64_MAX : tick::nanoseconds() + timeoutMs * kNsPerMs) {}
+
+int Deadline::remainingMs() const {
+    if (mEndNs == INT64_MAX) return -1;
+    // Rounded up, or the last fraction of a millisecond would be spent polling without waiting.
+    const int64_t remaining = (mEndNs - tick::nanoseconds() + kNsPerMs - 1) / kNsPerMs;
+    return static_cast<int>(std::clamp<int64_t>(remaining, 0, INT_MAX));
+}
+
+int duplicate(int fd) { return fd < 0 ? -1 : fcntl(fd, F_DUPFD_CLOEXEC, 0); }
+
+void closeDescriptor(int fd) {
+    if (fd < 0) return;
+    const int savedErrno = errno;
+    // Not repeated when interrupted: the descriptor is gone by then, and may be someone else's.
+    ::close(fd);
+    errno = savedErrno;
+}
+
+bool setNonBlocking(int fd, bool on) {
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0) return false;
+    const int wanted = on ? flags | O_NONBLOCK : flags & ~O_NONBLOCK;
+    return wanted == flags || fcntl(fd, F_SETFL, wanted) == 0;
+}
+
+bool setOption(int fd, int level, int name, int value) {
+    return setsockopt(fd, level, name, &value, sizeof value) == 0;
+}
+
+int getOption(int fd, int level, int name) {
+    int value = -1;
+    socklen_t length = sizeof value;
+    return getsockopt(fd, level, name, &value, &length) == 0 ? value : -1;
+}
+
+bool awaitReady(int fd, short events, const Deadline& deadline) {
+    pollfd entry{fd, events, 0};
+    return uninterrupted([&] { return poll(&entry, 1, deadline.remainingMs()); }) > 0;
+}
+
+int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLength) {
+    if (size < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    const char* bytes = static_cast<const char*>(data);
+    int sent = 0;
+    do {  // at least once, because an empty datagram is one too
+        const size_t rest = static_cast<size_t>(size - sent);
+        const ssize_t count = uninterrupted(
+            [&] { return ::sendto(fd, bytes + sent, rest, MSG_NOSIGNAL, to, toLength); });
+        if (count < 0) return wouldBlock() && sent > 0 ? sent : -1;
+        sent += static_cast<int>(count);
+    } while (sent < size);
+    return sent;
+}
+
+int receive(int fd, void* buffer, int size, int flags, sockaddr* from, socklen_t fromCapacity) {
+    if (size < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    return static_cast<int>(uninterrupted([&] {
+        socklen_t length = fromCapacity;
+        return ::recvfrom(fd, buffer, static_cast<size_t>(size), flags, from,
+                          from == nullptr ? nullptr : &length);
+    }));
+}
+
+int receiveWithin(int fd, void* buffer, int size, int timeoutMs, sockaddr* from,
+                  socklen_t fromCapacity) {
+    const auto tryNow = [&] { return receive(fd, buffer, size, MSG_DONTWAIT, from, fromCapacity); };
+    int count = tryNow();
+    if (count >= 0 || !wouldBlock()) return count;
+    const Deadline deadline(timeoutMs);
+    while (awaitReady(fd, POLLIN, deadline)) {
+        count = tryNow();
+        if (count >= 0 || !wouldBlock()) return count;
+    }
+    errno = EAGAIN;
+    return -1;
+}
+
+bool connectWithin(int fd, const sockaddr* to, socklen_t toLength, int timeoutMs) {
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || !setNonBlocking(fd, true)) return false;
+    bool connected = uninterrupted([&] { return ::connect(fd, to, toLength); }) == 0;
+    if (!connected && isUnderWay()) connected = awaitConnected(fd, timeoutMs);
+    const int error = errno;
+    fcntl(fd, F_SETFL, flags);
+    errno = error;
+    return connected;
+}
+
+}  // namespace vyn::io

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstdint>
+
+// The system calls on sockets, made the way all of the library's sockets make them: interrupted
+// calls go on, no SIGPIPE, close-on-exec. Failures are -1 or false, with errno set.
+namespace vyn::io {
+
+// Repeats a system call for as long as signals interrupt it.
+template <typename Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) result = call();
+    return result;
+}
+
+// A point in time to wait until; a negative time-out is never reached.
+class Deadline {
+  public:
+    explicit Deadline(int timeoutMs);
+    // As poll() takes it: 0 when it is past, -1 for ever.
+    [[nodiscard]] int remainingMs() const;
+
+  private:
+    int64_t mEndNs;
+};
+
+// Another descriptor of the same open socket.
+int duplicate(int fd);
+// Leaves errno as it was; -1 is ignored.
+void closeDescriptor(int fd);
+bool setNonBlocking(int fd, bool on);
+bool setOption(int fd, int level, int name, int value);
+// The option's value, or -1.
+int getOption(int fd, int level, int name);
+
+// Waits until `fd` is ready for `events` or in error. False when the time ran out.
+bool awaitReady(int fd, short events, const Deadline& deadline);
+
+// See SocketBase for what these return. Addresses may be null.
+int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLength);
+int receive(int fd, void* buffer, int size, int flags, sockaddr* from, socklen_t fromCapacity);
+int receiveWithin(int fd, void* buffer, int size, int timeoutMs, sockaddr* from,
+                  socklen_t fromCapacity);
+
+// Connects; abandons the attempt with ETIMEDOUT when the time runs out.
+bool connectWithin(int fd, const sockaddr* to, socklen_t toLength, int timeoutMs);
+
+}  // namespace vyn::io

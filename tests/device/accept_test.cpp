@@ -1,0 +1,100 @@
+// What accepting does when the process is out of descriptors.
+
+#include <gtest/gtest.h>
+#include <vyn/socket.h>
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "support/descriptors.h"
+#include "support/log_capture.h"
+#include "support/transports.h"
+
+namespace vyn {
+namespace {
+
+using testing::ExhaustedDescriptors;
+using testing::LogCapture;
+using testing::Tcp4Transport;
+
+constexpr char kLine[] = "[24] Too many open files. accept. hung up";
+
+bool isHungUp(Socket& client) {
+    char byte = 0;
+    return client.recv(&byte, 1, 10000) == 0;
+}
+
+// A listener with connections that wait to be accepted.
+struct Backlog {
+    explicit Backlog(int size) : listener(Tcp4Transport().listener()) {
+        for (int i = 0; i < size; ++i) clients.push_back(Tcp4Transport().client(listener));
+    }
+
+    // Accepts until nobody waits, as a loop does. Returns how many were accepted to stay.
+    int drain() {
+        int kept = 0;
+        pollfd entry{listener.fd(), POLLIN, 0};
+        while (poll(&entry, 1, 0) == 1) kept += listener.accept().isValid();
+        return kept;
+    }
+
+    Socket listener;
+    std::vector<Socket> clients;
+};
+
+TEST(AcceptWithoutDescriptors, HangsUpOnThePeerAndLeavesNoneWaiting) {
+    Backlog backlog(3);
+    {
+        ExhaustedDescriptors exhausted;
+        EXPECT_FALSE(backlog.listener.accept().isValid());
+        EXPECT_EQ(errno, EMFILE);
+        EXPECT_TRUE(isHungUp(backlog.clients[0]));
+        EXPECT_EQ(backlog.drain(), 0);
+    }
+    for (Socket& client : backlog.clients) EXPECT_TRUE(isHungUp(client));
+
+    Socket client = Tcp4Transport().client(backlog.listener);
+    ASSERT_TRUE(testing::awaitReadable(backlog.listener.fd()));
+    EXPECT_TRUE(backlog.listener.accept().isValid());
+}
+
+TEST(AcceptWithoutDescriptors, LogsAtMostOneLineASecond) {
+    using Clock = std::chrono::steady_clock;
+    Backlog backlog(60);
+    LogCapture capture;
+    ExhaustedDescriptors exhausted;
+    // A line of an earlier test may be less than a second ago.
+    size_t shed = 0;
+    for (; shed < 40 && capture.count(kLine) == 0; ++shed) {
+        EXPECT_FALSE(backlog.listener.accept().isValid());
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    }
+    ASSERT_EQ(capture.count(kLine), 1);
+    const auto start = Clock::now();
+    backlog.drain();
+    const auto elapsed = Clock::now() - start + std::chrono::milliseconds(40);
+    EXPECT_TRUE(isHungUp(backlog.clients.back()));
+    EXPECT_LE(capture.count(kLine), 1 + elapsed / std::chrono::seconds(1));
+}
+
+TEST(AcceptWithoutDescriptors, ThreadsDoNotTakeTheReserveFromEachOther) {
+    std::vector<Backlog> backlogs;
+    for (int i = 0; i < 4; ++i) backlogs.emplace_back(50);
+    std::vector<int> kept(backlogs.size());
+    {
+        ExhaustedDescriptors exhausted;
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < backlogs.size(); ++i) {
+            threads.emplace_back([&, i] { kept[i] = backlogs[i].drain(); });
+        }
+        for (std::thread& thread : threads) thread.join();
+    }
+    EXPECT_EQ(kept, std::vector<int>(backlogs.size(), 0));
+    for (Backlog& backlog : backlogs) {
+        for (Socket& client : backlog.clients) EXPECT_TRUE(isHungUp(client));
+    }
+}
+
+}  // namespace
+}  // namespace vyn

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <vyn/logging.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+namespace vyn::testing {
+
+// How many descriptors the process has open.
+inline int openDescriptors() {
+    DIR* directory = opendir("/proc/self/fd");
+    int count = -1;  // the directory's own
+    while (const dirent* entry = readdir(directory)) count += entry->d_name[0] != '.';
+    closedir(directory);
+    return count;
+}
+
+// Waits, for longer than any test should take, until `fd` is ready for `events`.
+inline bool awaitReady(int fd, short events) {
+    pollfd entry{fd, events, 0};
+    return poll(&entry, 1, 10000) == 1;
+}
+inline bool awaitReadable(int fd) { return awaitReady(fd, POLLIN); }
+
+// Sees to it that the process may open `count` descriptors, as far as it is allowed to.
+inline void allowDescriptors(rlim_t count) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::max(limit.rlim_cur, std::min(count, limit.rlim_max));
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// While it lives, the process cannot open another descriptor.
+class ExhaustedDescriptors {
+  public:
+    ExhaustedDescriptors() {
+        // The undefined-behaviour sanitizer opens descriptors when it meets a class for the first
+        // time, so the classes of a log line had better meet it now.
+        errno = EMFILE;
+        VYN_LOG_ERRNO_ERROR << "about to run out of descriptors";
+        getrlimit(RLIMIT_NOFILE, &mLimit);
+        rlimit lowered = mLimit;
+        lowered.rlim_cur = 1024;
+        setrlimit(RLIMIT_NOFILE, &lowered);
+        for (int fd = 0; fd >= 0;) {
+            fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            if (fd >= 0) mFillers.push_back(fd);
+        }
+    }
+    ~ExhaustedDescriptors() {
+        for (int fd : mFillers) close(fd);
+        setrlimit(RLIMIT_NOFILE, &mLimit);
+    }
+    ExhaustedDescriptors(const ExhaustedDescriptors&) = delete;
+    ExhaustedDescriptors& operator=(const ExhaustedDescriptors&) = delete;
+
+  private:
+    rlimit mLimit{};
+    std::vector<int> mFillers;
+};
+
+}  // namespace vyn::testing

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <vyn/net_device.h>
+
+#include <memory>
+
+#include "support/descriptors.h"
+
+namespace vyn::testing {
+
+// How the tests that all stream transports share make listeners and clients of one transport.
+template <bool kIsV6>
+struct TcpTransport {
+    using SocketType = Socket;
+    using DeviceType = NetDevice;
+    using ListenerType = ListenerDevice;
+
+    static constexpr const char* kHost = kIsV6 ? "::1" : "127.0.0.1";
+
+    static bool isAvailable() {
+        Socket probe(Socket::TCP);
+        probe.setHostIP(kHost);
+        return probe.bind(0);
+    }
+
+    Socket listener() {
+        Socket socket(Socket::TCP);
+        socket.setHostIP(kHost);
+        return socket.bind(0) && socket.listen() ? socket : Socket();
+    }
+
+    std::unique_ptr<ListenerDevice> listenerDevice() {
+        return std::make_unique<ListenerDevice>(0, kHost);
+    }
+
+    Socket client(const Socket& listener) {
+        Socket socket(Socket::TCP);
+        return socket.connect(kHost, listener.getHostPort()) ? socket : Socket();
+    }
+};
+using Tcp4Transport = TcpTransport<false>;
+using Tcp6Transport = TcpTransport<true>;
+
+// A listener and one connection to it.
+template <typename Transport>
+struct Connection {
+    using SocketType = typename Transport::SocketType;
+
+    Connection() : listener(transport.listener()), client(transport.client(listener)) {
+        awaitReadable(listener.fd());
+        server = listener.accept();
+    }
+
+    Transport transport;
+    SocketType listener;
+    SocketType client;
+    SocketType server;
+};
+
+}  // namespace vyn::testing
