@@ -92,8 +92,9 @@ class VYN_API Connector {
     void detach(Executor* executor);
 
     // Any thread. Registers the worker's descriptors for reading, with `executor` for its events,
-    // and then calls the device's onReady(). Adding it again gives it another executor and
-    // registers descriptors that are new.
+    // and then calls the device's onReady(): before this returns, or, when the loop runs on another
+    // thread, there, ahead of the worker's first event. Adding a worker again gives it another
+    // executor and registers descriptors that are new.
     void addWorkerLocked(Worker* worker, Executor* executor);
     // Any thread. Forgets the worker and its descriptors, whatever became of them; unknown workers
     // are ignored. On the loop's thread no callback comes for the worker afterwards, and it may be

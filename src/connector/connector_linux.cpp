@@ -39,16 +39,16 @@ void LinuxConnector::detach(Connector::Executor* executor) {
 }
 
 void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* executor) {
-    const bool isNew = mWorkers.add(worker, mConnector, executor);
-    if (worker->hasWrittingData()) queueWriteOf(worker);
-    if (isNew) worker->onReady();
+    if (mWorkers.add(worker, mConnector, executor)) worker->onReady();
 }
 
 void LinuxConnector::removeWorkerLocked(Worker* worker) {
     if (mWorkers.remove(worker)) mWorkerRemoved = true;
 }
 
-void LinuxConnector::stop() { mRunning.store(false, std::memory_order_relaxed); }
+// Release, and acquire in run(): when run() has returned, the thread that stopped it is done with
+// this connector.
+void LinuxConnector::stop() { mRunning.store(false, std::memory_order_release); }
 
 void LinuxConnector::dump(std::ostream& os) {
     std::vector<Worker*> workers;
@@ -64,9 +64,7 @@ void LinuxConnector::dump(std::ostream& os) {
 }
 
 int LinuxConnector::addTimer(Timer* timer, long intervalMs, void* arg) {
-    const int id = mTimers.add(timer, intervalMs, arg);
-    wakeup();
-    return id;
+    return mTimers.add(timer, intervalMs, arg);
 }
 
 void LinuxConnector::removeTimer(int id) { mTimers.remove(id); }
@@ -76,25 +74,15 @@ void LinuxConnector::resetTimer(int id) { mTimers.reset(id); }
 void LinuxConnector::sendMessageDelayed(Connector::Executor* executor, const Message& message,
                                         long delayMs) {
     mMessages.post(executor, message, delayMs);
-    wakeup();
 }
 
-void LinuxConnector::queueWrite() { wakeup(); }
+void LinuxConnector::queueWrite() { mTickFd.wake(); }
 
-void LinuxConnector::queueWriteOf(Worker* worker) {
-    mWorkers.requestWrite(worker);
-    wakeup();
-}
+void LinuxConnector::queueWriteOf(Worker* worker) { mWorkers.requestWrite(worker); }
 
-void LinuxConnector::queueDisconnect(Worker* worker) {
-    mWorkers.requestDisconnect(worker);
-    wakeup();
-}
+void LinuxConnector::queueDisconnect(Worker* worker) { mWorkers.requestDisconnect(worker); }
 
-bool LinuxConnector::isRunningElsewhere() const {
-    const void* loopThread = mLoopThread.load(std::memory_order_relaxed);
-    return loopThread != nullptr && loopThread != threadMark();
-}
+bool LinuxConnector::isRunningElsewhere() const { return mTickFd.isLoopElsewhere(); }
 
 int LinuxConnector::getLoading() {
     const int busy = mDiagnoser.busyPercent();
@@ -110,10 +98,6 @@ void LinuxConnector::setLoadingRange(int empty, int full) {
     VYN_LOG_DEBUG << "update loading range to [" << empty << ", " << full << "].";
 }
 
-void LinuxConnector::wakeup() {
-    if (mLoopThread.load(std::memory_order_relaxed) != threadMark()) mTickFd.wake();
-}
-
 void LinuxConnector::checkHeartbit() {
     mWorkers.snapshot(mHeartbitSnapshot);
     mWorkerRemoved = false;
@@ -121,11 +105,6 @@ void LinuxConnector::checkHeartbit() {
         if (mWorkerRemoved && !mWorkers.contains(worker)) continue;
         if (worker->isValid()) worker->checkHeartbit();
     }
-}
-
-const void* LinuxConnector::threadMark() {
-    thread_local const char mark = 0;
-    return &mark;
 }
 
 void LinuxConnector::init() {

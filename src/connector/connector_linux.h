@@ -42,21 +42,16 @@ class LinuxConnector : public Connector::Impl {
     int getLoading() override;
     void setLoadingRange(int empty, int full) override;
 
-    // Ends the loop's wait, unless the loop is not waiting because it is the caller.
-    void wakeup();
     // Has every valid worker check its heartbeat.
     void checkHeartbit();
 
   private:
-    // An address that is each thread's own: tells threads apart without asking the kernel.
-    static const void* threadMark();
-
     void init();
     void runTurn(epoll_event* events);
     int nextTimerAndMessageTimeout() const;
     void checkAndWriteData(int count, const epoll_event* events);
     void checkAndHandleMessage();
-    void disconnectRequested();
+    void serveRequests();
     void dispatch(int count, const epoll_event* events);
     void dispatch(const epoll_event& event);
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);
@@ -66,14 +61,12 @@ class LinuxConnector : public Connector::Impl {
     Connector* mConnector;
     std::unordered_set<Connector::Executor*> mExecutors;
     std::atomic<bool> mRunning{false};
-    // Marks the thread that is inside run(); null when there is none.
-    std::atomic<const void*> mLoopThread{nullptr};
 
     WakePipe mTickFd;
     Epoll mEpoll;
-    WorkerRegistry mWorkers{mEpoll};
-    TimerQueue mTimers;
-    MessageQueue mMessages;
+    WorkerRegistry mWorkers{mEpoll, mTickFd};
+    TimerQueue mTimers{mTickFd};
+    MessageQueue mMessages{mTickFd};
     Diagnoser mDiagnoser;
     HeartbitTimer mHeartbitTimer{*this};
     std::atomic<int> mLoadingEmpty{0};

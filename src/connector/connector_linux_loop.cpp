@@ -22,12 +22,12 @@ constexpr int kStaleBatchesToReopen = 3;
 
 void LinuxConnector::run() {
     epoll_event events[kEventsPerWait] = {};
-    mLoopThread.store(threadMark(), std::memory_order_relaxed);
+    mTickFd.enterLoop();
     mRunning.store(true, std::memory_order_relaxed);
     do {
         runTurn(events);
-    } while (mRunning.load(std::memory_order_relaxed));
-    mLoopThread.store(nullptr, std::memory_order_relaxed);
+    } while (mRunning.load(std::memory_order_acquire));
+    mTickFd.leaveLoop();
 }
 
 void LinuxConnector::runTurn(epoll_event* events) {
@@ -39,11 +39,18 @@ void LinuxConnector::runTurn(epoll_event* events) {
         count = mEpoll.wait(events, kEventsPerWait, timeout);
         mDiagnoser.record(true);
     }
+    serveRequests();
     checkAndWriteData(count, events);
     mTimers.fireDue();
     checkAndHandleMessage();
-    disconnectRequested();
     dispatch(count, events);
+}
+
+void LinuxConnector::serveRequests() {
+    for (auto request = mWorkers.takeRequest(); request.worker != nullptr;
+         request = mWorkers.takeRequest()) {
+        (request.worker->*request.operation)();
+    }
 }
 
 // Milliseconds until the next timer or message is due; 0 when one is due now.
@@ -72,10 +79,6 @@ void LinuxConnector::checkAndHandleMessage() {
     } else {
         VYN_LOG_INFO << "nobody handle message: " << message;
     }
-}
-
-void LinuxConnector::disconnectRequested() {
-    while (Worker* worker = mWorkers.takeDisconnect()) worker->onDisconnected();
 }
 
 void LinuxConnector::dispatch(int count, const epoll_event* events) {

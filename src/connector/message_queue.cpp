@@ -17,6 +17,7 @@ void MessageQueue::post(Connector::Executor* target, const Message& message, lon
         mDelayed.emplace(key, copy);
     }
     publishNextDue();
+    mWakePipe.wake();
 }
 
 bool MessageQueue::takeDue(Message& out) {

@@ -8,6 +8,8 @@
 #include <deque>
 #include <map>
 
+#include "connector/wake_pipe.h"
+
 namespace vyn {
 
 // A connector's messages, in the order of their ticks and, for equal ticks, of posting.
@@ -16,6 +18,9 @@ namespace vyn {
 // plain queue beside the ordered one of the delayed. Any thread may post; the loop takes.
 class MessageQueue {
   public:
+    // `wakePipe` is woken for what is posted; not owned.
+    explicit MessageQueue(WakePipe& wakePipe) : mWakePipe(wakePipe) {}
+
     void post(Connector::Executor* target, const Message& message, long delayMs);
 
     // Takes the first message if it is due. Returns false when there is none.
@@ -41,6 +46,7 @@ class MessageQueue {
     bool immediateIsFirst() const VYN_REQUIRES(mLock);
     void publishNextDue() VYN_REQUIRES(mLock);
 
+    WakePipe& mWakePipe;
     Lock mLock;
     uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;
     std::deque<Entry> mImmediate VYN_GUARDED_BY(mLock);

@@ -26,6 +26,7 @@ int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
     mHeap.push(wrapper);
     mById.emplace(wrapper->getId(), wrapper);
     publishNextExpire();
+    mWakePipe.wake();
     return wrapper->getId();
 }
 

@@ -9,6 +9,7 @@
 
 #include "common/recursive_lock.h"
 #include "connector/timer_heap.h"
+#include "connector/wake_pipe.h"
 
 namespace vyn {
 
@@ -19,8 +20,9 @@ namespace vyn {
 // timer is under way.
 class TimerQueue {
   public:
-    // Ids are handed out from `firstId` on.
-    explicit TimerQueue(int firstId = 0) : mNextId(firstId) {}
+    // `wakePipe` is woken for what is added; not owned. Ids are handed out from `firstId` on.
+    explicit TimerQueue(WakePipe& wakePipe, int firstId = 0)
+        : mWakePipe(wakePipe), mNextId(firstId) {}
     ~TimerQueue();
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
@@ -46,6 +48,7 @@ class TimerQueue {
     void discard(TimerWrapper* timer) VYN_REQUIRES(mLock);
     void publishNextExpire() VYN_REQUIRES(mLock);
 
+    WakePipe& mWakePipe;
     RecursiveLock mLock;
     int mNextId VYN_GUARDED_BY(mLock);
     uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;

@@ -4,6 +4,16 @@
 
 namespace vyn {
 
+namespace {
+
+// An address that is each thread's own: tells threads apart without asking the kernel.
+const void* threadMark() {
+    thread_local const char mark = 0;
+    return &mark;
+}
+
+}  // namespace
+
 WakePipe::WakePipe() {
     if (pipe(mEnds) != 0) mEnds[0] = mEnds[1] = -1;
 }
@@ -14,8 +24,22 @@ WakePipe::~WakePipe() {
     close(mEnds[1]);
 }
 
+void WakePipe::enterLoop() { mLoopThread.store(threadMark(), std::memory_order_relaxed); }
+
+void WakePipe::leaveLoop() { mLoopThread.store(nullptr, std::memory_order_relaxed); }
+
+bool WakePipe::isOnLoopThread() const {
+    return mLoopThread.load(std::memory_order_relaxed) == threadMark();
+}
+
+bool WakePipe::isLoopElsewhere() const {
+    const void* loopThread = mLoopThread.load(std::memory_order_relaxed);
+    return loopThread != nullptr && loopThread != threadMark();
+}
+
 void WakePipe::wake() {
-    if (mEnds[1] < 0 || mByteWaits.exchange(true, std::memory_order_acq_rel)) return;
+    if (mEnds[1] < 0 || isOnLoopThread()) return;
+    if (mByteWaits.exchange(true, std::memory_order_acq_rel)) return;
     const char byte = 0;
     [[maybe_unused]] const auto written = write(mEnds[1], &byte, 1);
 }

@@ -6,6 +6,9 @@ namespace vyn {
 
 // Ends the loop's wait from any thread. The pipe never holds more than one byte, so a wake-up never
 // blocks, however many come before the loop gets to read.
+//
+// Queues wake the loop while they hold their lock: the loop, which takes the lock to see what was
+// queued, then never gets to end and destroy this pipe while a wake-up is still under way.
 class WakePipe {
   public:
     // Opens a plain pipe. readEnd() is negative when that failed.
@@ -17,7 +20,14 @@ class WakePipe {
     // The descriptor that is readable when the loop was woken.
     int readEnd() const { return mEnds[0]; }
 
-    // Any thread.
+    // The calling thread is the loop's from here on, or is not any more.
+    void enterLoop();
+    void leaveLoop();
+    // Any thread. True on the loop's thread; whether there is a loop on another one.
+    bool isOnLoopThread() const;
+    bool isLoopElsewhere() const;
+
+    // Any thread. Does nothing on the loop's own thread, which is not waiting.
     void wake();
     // Takes the byte of a wake-up. Loop thread, when readEnd() is readable.
     void drain();
@@ -25,6 +35,8 @@ class WakePipe {
   private:
     int mEnds[2] = {-1, -1};
     std::atomic<bool> mByteWaits{false};
+    // Marks the loop's thread; null while there is none.
+    std::atomic<const void*> mLoopThread{nullptr};
 };
 
 }  // namespace vyn

@@ -2,6 +2,8 @@
 
 #include <vyn/worker.h>
 
+#include <algorithm>
+
 namespace vyn {
 
 bool WorkerRegistry::add(Worker* worker, Connector* connector, Connector::Executor* executor) {
@@ -10,7 +12,10 @@ bool WorkerRegistry::add(Worker* worker, Connector* connector, Connector::Execut
     Entry& entry = isNew ? enlist(worker) : mEntries[worker];
     worker->attach(connector, executor);
     registerDescriptors(entry);
-    return isNew;
+    pushWriteRequest(entry);  // for writes that were queued before
+    if (!isNew || !mWakePipe.isLoopElsewhere()) return isNew;
+    pushRequest({worker, &Worker::onReady});
+    return false;
 }
 
 bool WorkerRegistry::remove(Worker* worker) {
@@ -24,6 +29,7 @@ bool WorkerRegistry::remove(Worker* worker) {
     }
     delist(entry);
     mEntries.erase(found);
+    dropRequests(worker);
     return true;
 }
 
@@ -67,16 +73,12 @@ void WorkerRegistry::reopenEpoll() {
     }
 }
 
-bool WorkerRegistry::requestWrite(Worker* worker) {
+void WorkerRegistry::requestWrite(Worker* worker) {
     AutoLock lock(mLock);
     const auto found = mEntries.find(worker);
-    if (found == mEntries.end()) return false;
-    if (!found->second.writeRequested) {
-        found->second.writeRequested = true;
-        mWriteRequests.push_back(worker);
-        mHasWriteRequests.store(true, std::memory_order_release);
-    }
-    return true;
+    if (found == mEntries.end()) return;
+    pushWriteRequest(found->second);
+    mWakePipe.wake();
 }
 
 void WorkerRegistry::armRequestedWrites() {
@@ -101,24 +103,21 @@ void WorkerRegistry::disarmWrite(EpollToken token) {
     slot->writeArmed = false;
 }
 
-bool WorkerRegistry::requestDisconnect(Worker* worker) {
+void WorkerRegistry::requestDisconnect(Worker* worker) {
     AutoLock lock(mLock);
-    if (mEntries.count(worker) == 0) return false;
-    mDisconnectRequests.push_back(worker);
-    mHasDisconnectRequests.store(true, std::memory_order_release);
-    return true;
+    if (mEntries.count(worker) != 0) pushRequest({worker, &Worker::onDisconnected});
 }
 
-Worker* WorkerRegistry::takeDisconnect() {
-    if (!mHasDisconnectRequests.load(std::memory_order_acquire)) return nullptr;
+WorkerRegistry::Request WorkerRegistry::takeRequest() {
+    if (!mHasRequests.load(std::memory_order_acquire)) return {nullptr, nullptr};
     AutoLock lock(mLock);
-    while (!mDisconnectRequests.empty()) {
-        Worker* worker = mDisconnectRequests.back();
-        mDisconnectRequests.pop_back();
-        if (mEntries.count(worker) != 0) return worker;
+    if (mRequests.empty()) {
+        mHasRequests.store(false, std::memory_order_relaxed);
+        return {nullptr, nullptr};
     }
-    mHasDisconnectRequests.store(false, std::memory_order_relaxed);
-    return nullptr;
+    const Request request = mRequests.front();
+    mRequests.pop_front();
+    return request;
 }
 
 WorkerRegistry::Entry& WorkerRegistry::enlist(Worker* worker) {
@@ -165,6 +164,13 @@ void WorkerRegistry::unchain(int fd) {
     slot = Slot();
 }
 
+void WorkerRegistry::pushWriteRequest(Entry& entry) {
+    if (entry.writeRequested) return;
+    entry.writeRequested = true;
+    mWriteRequests.push_back(entry.worker);
+    mHasWriteRequests.store(true, std::memory_order_release);
+}
+
 void WorkerRegistry::armWrite(Entry& entry) {
     const int fd = entry.worker->getFd();
     if (fd < 0 || static_cast<size_t>(fd) >= mSlots.size()) return;
@@ -172,6 +178,18 @@ void WorkerRegistry::armWrite(Entry& entry) {
     if (slot.owner != &entry || !slot.watched || slot.writeArmed) return;
     mEpoll.modify({fd, slot.generation}, true);
     slot.writeArmed = true;
+}
+
+void WorkerRegistry::pushRequest(Request request) {
+    mRequests.push_back(request);
+    mHasRequests.store(true, std::memory_order_release);
+    mWakePipe.wake();
+}
+
+void WorkerRegistry::dropRequests(Worker* worker) {
+    mRequests.erase(std::remove_if(mRequests.begin(), mRequests.end(),
+                                   [worker](const Request& r) { return r.worker == worker; }),
+                    mRequests.end());
 }
 
 WorkerRegistry::Slot& WorkerRegistry::slotOf(int fd) {

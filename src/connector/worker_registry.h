@@ -5,10 +5,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <unordered_map>
 #include <vector>
 
 #include "connector/epoll.h"
+#include "connector/wake_pipe.h"
 
 namespace vyn {
 
@@ -19,12 +21,14 @@ namespace vyn {
 // that grows with the number of workers.
 class WorkerRegistry {
   public:
-    explicit WorkerRegistry(Epoll& epoll) : mEpoll(epoll) {}
+    // Neither is owned. `wakePipe` is woken for requests.
+    WorkerRegistry(Epoll& epoll, WakePipe& wakePipe) : mEpoll(epoll), mWakePipe(wakePipe) {}
     WorkerRegistry(const WorkerRegistry&) = delete;
     WorkerRegistry& operator=(const WorkerRegistry&) = delete;
 
-    // Attaches the worker and registers its descriptors that are new. Returns true for a worker
-    // that was not here yet.
+    // Attaches the worker and registers its descriptors. Returns true when the caller is to call
+    // the onReady() of a worker that is new here. When the loop runs on another thread, where the
+    // first event may end the worker at any time, that is requested of the loop instead.
     bool add(Worker* worker, Connector* connector, Connector::Executor* executor);
     // Forgets the worker and all descriptors registered for it, also those closed meanwhile.
     // Returns false for an unknown worker.
@@ -47,18 +51,22 @@ class WorkerRegistry {
     void reopenEpoll();
 
     // --- Writing.
-    // Any thread. Has armRequestedWrites() look at the worker. Returns false for an unknown worker.
-    bool requestWrite(Worker* worker);
+    // Any thread. Has armRequestedWrites() look at the worker; unknown ones are ignored.
+    void requestWrite(Worker* worker);
     // Adds the interest in writing for the requested workers that have something to write.
     void armRequestedWrites();
     // Drops it again.
     void disarmWrite(EpollToken token);
 
-    // --- Disconnecting.
-    // Any thread. Returns false for an unknown worker.
-    bool requestDisconnect(Worker* worker);
-    // One requested worker that is still here, or null when there are no more.
-    Worker* takeDisconnect();
+    // --- What other threads ask the loop to call.
+    struct Request {
+        Worker* worker;  // null for no request
+        void (Worker::*operation)();
+    };
+    // Any thread. Unknown workers are ignored.
+    void requestDisconnect(Worker* worker);
+    // The oldest request. The requests of a worker that is removed go with it.
+    Request takeRequest();
 
   private:
     struct Entry {
@@ -82,23 +90,27 @@ class WorkerRegistry {
     void registerDescriptors(Entry& entry) VYN_REQUIRES(mLock);
     void registerDescriptor(Entry& entry, int fd) VYN_REQUIRES(mLock);
     void unchain(int fd) VYN_REQUIRES(mLock);
+    void pushWriteRequest(Entry& entry) VYN_REQUIRES(mLock);
     void armWrite(Entry& entry) VYN_REQUIRES(mLock);
+    void pushRequest(Request request) VYN_REQUIRES(mLock);
+    void dropRequests(Worker* worker) VYN_REQUIRES(mLock);
     Slot& slotOf(int fd) VYN_REQUIRES(mLock);
     Slot* currentSlot(EpollToken token) VYN_REQUIRES(mLock);
 
     Epoll& mEpoll;
+    WakePipe& mWakePipe;
     Lock mLock;
     std::unordered_map<Worker*, Entry> mEntries VYN_GUARDED_BY(mLock);
     Entry* mFirst VYN_GUARDED_BY(mLock) = nullptr;
     Entry* mLast VYN_GUARDED_BY(mLock) = nullptr;
     std::vector<Slot> mSlots VYN_GUARDED_BY(mLock);
     uint32_t mLastGeneration VYN_GUARDED_BY(mLock) = 0;
-    // Requests name workers by address only, as they may be gone by the time they are looked at.
+    // By address only: a worker may be gone by the time it is looked up.
     std::vector<Worker*> mWriteRequests VYN_GUARDED_BY(mLock);
-    std::vector<Worker*> mDisconnectRequests VYN_GUARDED_BY(mLock);
+    std::deque<Request> mRequests VYN_GUARDED_BY(mLock);
     // Spare the loop the lock when there is nothing to look at.
     std::atomic<bool> mHasWriteRequests{false};
-    std::atomic<bool> mHasDisconnectRequests{false};
+    std::atomic<bool> mHasRequests{false};
 };
 
 }  // namespace vyn

@@ -123,10 +123,13 @@ TEST_F(ConnectorWorkersTest, TellsADeviceOnceThatItIsReadyAndRebindsTheExecutorW
     FakeDevice device;
     Worker worker(&device, nullptr);
     add(worker);
-    EXPECT_TRUE(device.ready);
-    device.ready = false;
     add(worker);
-    EXPECT_FALSE(device.ready);
+    loop.call([&] { EXPECT_EQ(device.readies, 1); });
+    loop.call([&] {
+        loop.connector().removeWorkerLocked(&worker);
+        add(worker);
+        EXPECT_EQ(device.readies, 2);
+    });
 
     add(connection.worker);
     loop.connector().addWorkerLocked(&connection.worker, &second);
@@ -421,11 +424,11 @@ TEST(ConnectorHeartbeat, SkipsWorkersThatWereRemovedDuringTheWalk) {
         workers[0].reset();
         workers[1].reset();
     };
-    loop.connector().addWorkerLocked(workers[0].get(), &executor);
-    loop.connector().addWorkerLocked(workers[1].get(), &executor);
-    EXPECT_TRUE(waitUntil([&] { return timeouts == 1; }));
     workers[2]->disable();
-    loop.connector().addWorkerLocked(workers[2].get(), &executor);
+    loop.call([&] {
+        for (auto& worker : workers) loop.connector().addWorkerLocked(worker.get(), &executor);
+    });
+    EXPECT_TRUE(waitUntil([&] { return timeouts == 1; }));
     EXPECT_TRUE(waitUntil([] { return tick::now() > kLastPositiveTick + 300; }));
     loop.call([&] { loop.connector().removeWorkerLocked(workers[2].get()); });
     EXPECT_EQ(workers[2]->checks, 0);

@@ -77,7 +77,8 @@ void post(MessageQueue& queue, int what, long delayMs) {
 
 TEST(MessageQueue, DeliversByTickAndThenByPosting) {
     ManualClock clock(1000);
-    MessageQueue queue;
+    WakePipe wakePipe;
+    MessageQueue queue{wakePipe};
     post(queue, 1, 20);
     post(queue, 2, 10);
     post(queue, 3, 20);
@@ -96,7 +97,8 @@ TEST(MessageQueue, DeliversByTickAndThenByPosting) {
 
 TEST(MessageQueue, StampsTickAndTargetWhateverWasThere) {
     ManualClock clock(kLastPositiveTick);
-    MessageQueue queue;
+    WakePipe wakePipe;
+    MessageQueue queue{wakePipe};
     RecordingExecutor executor;
     Message message = Message::obtain(1, 0, 0, nullptr);
     message.when = 123;
@@ -113,7 +115,8 @@ TEST(MessageQueue, StampsTickAndTargetWhateverWasThere) {
 
 TEST(MessageQueue, KeepsItsOrderAcrossTheWrapOfTheTick) {
     ManualClock clock(kLastPositiveTick - 10);
-    MessageQueue queue;
+    WakePipe wakePipe;
+    MessageQueue queue{wakePipe};
     post(queue, 1, 30);
     post(queue, 2, 5);
     post(queue, 3, 15);
@@ -130,7 +133,8 @@ TEST(MessageQueue, KeepsItsOrderAcrossTheWrapOfTheTick) {
 
 TEST(MessageQueue, TakesTheLongestDelaysAsTheyAre) {
     ManualClock clock(0);
-    MessageQueue queue;
+    WakePipe wakePipe;
+    MessageQueue queue{wakePipe};
     post(queue, 1, INT32_MAX);
     post(queue, 2, INT32_MIN);
     clock.advance(INT32_MAX - 1);

@@ -38,7 +38,8 @@ class JournalTimer : public Timer {
 
 struct TimerQueueTest : ::testing::Test {
     ManualClock clock{1000};
-    TimerQueue queue;
+    WakePipe wakePipe;
+    TimerQueue queue{wakePipe};
     std::string journal;
     JournalTimer a{journal, 'a'};
     JournalTimer b{journal, 'b'};
@@ -172,11 +173,12 @@ TEST_F(TimerQueueTest, ClearTellsEveryTimer) {
 TEST(TimerQueue, StartsItsIdsAgainAtZero) {
     std::string journal;
     JournalTimer timer{journal, 'a'};
-    TimerQueue fresh;
+    WakePipe wakePipe;
+    TimerQueue fresh(wakePipe);
     EXPECT_EQ(fresh.add(&timer, 10, nullptr), 0);
     EXPECT_EQ(fresh.add(&timer, 10, nullptr), 1);
 
-    TimerQueue worn(2147483630);
+    TimerQueue worn(wakePipe, 2147483630);
     EXPECT_EQ(worn.add(&timer, 10, nullptr), 2147483630);
     EXPECT_EQ(worn.add(&timer, 10, nullptr), 2147483631);
     EXPECT_EQ(worn.add(&timer, 10, nullptr), 0);
@@ -186,7 +188,8 @@ TEST(TimerQueue, HoldsManyTimersInOrder) {
     ManualClock clock(0);
     std::string journal;
     std::vector<std::unique_ptr<JournalTimer>> timers;
-    TimerQueue queue;
+    WakePipe wakePipe;
+    TimerQueue queue(wakePipe);
     constexpr int kTimers = 1000;
     for (int i = 0; i < kTimers; ++i) {
         timers.push_back(std::make_unique<JournalTimer>(journal, 'x'));
@@ -206,7 +209,8 @@ TEST(TimerQueue, HoldsManyTimersInOrder) {
 }
 
 TEST(TimerQueue, RemovalFromAnotherThreadWaitsForACallbackUnderWay) {
-    TimerQueue queue;
+    WakePipe wakePipe;
+    TimerQueue queue(wakePipe);
     std::string journal;
     JournalTimer timer{journal, 'a'};
     std::atomic<bool> inCallback{false};

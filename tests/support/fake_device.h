@@ -15,7 +15,7 @@ class FakeDevice : public Device {
     // The most bytes that one write takes; below 1 every write fails with this value.
     int accepts = 1 << 30;
     int writes = 0;
-    bool ready = false;
+    int readies = 0;
 
     void onDataArrival(int) override {}
     int write(const void* data, int len) override {
@@ -24,7 +24,7 @@ class FakeDevice : public Device {
         if (taken > 0) written.append(static_cast<const char*>(data), static_cast<size_t>(taken));
         return taken;
     }
-    void onReady() override { ready = true; }
+    void onReady() override { ++readies; }
     int getFd() override { return -1; }
 };
 
