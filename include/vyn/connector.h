@@ -35,11 +35,11 @@ class VYN_API Connector {
     // The application's handler: gets the events of the workers that were added with it and the
     // messages that it posts to itself. All callbacks run on the loop's thread.
     //
-    // In any callback but onHeartbitTimeout() everything is allowed: adding and removing workers
-    // and timers, posting, stopping, and deleting the worker it is about, once that is removed from
-    // the connector, with its device, authenticator and, outside onCommand(), its parser.
-    // onHeartbitTimeout() is the same, but other threads that use this connector's timers wait for
-    // its end.
+    // In every callback everything is allowed: adding and removing workers and timers, posting,
+    // stopping, and deleting the worker it is about, once that is removed from the connector, with
+    // its device and authenticator. Its parser may be deleted too, if the parser touches nothing of
+    // itself once it has reported a command. While onHeartbitTimeout() runs, other threads that use
+    // this connector's timers wait.
     class VYN_API Executor {
       public:
         virtual ~Executor();
@@ -92,9 +92,9 @@ class VYN_API Connector {
     void detach(Executor* executor);
 
     // Any thread. Registers the worker's descriptors for reading, with `executor` for its events,
-    // and then calls the device's onReady(): before this returns, or, when the loop runs on another
-    // thread, there, ahead of the worker's first event. Adding a worker again gives it another
-    // executor and registers descriptors that are new.
+    // and then calls the device's onReady() on this thread. The loop leaves the worker alone until
+    // that is over. Adding a worker again gives it another executor and registers descriptors that
+    // are new.
     void addWorkerLocked(Worker* worker, Executor* executor);
     // Any thread. Forgets the worker and its descriptors, whatever became of them; unknown workers
     // are ignored. On the loop's thread no callback comes for the worker afterwards, and it may be
@@ -109,13 +109,13 @@ class VYN_API Connector {
     // no effect.
     void stop();
 
-    // "LinuxConnector: {Pointer: ..., Executors: 1, Loading: 3, Workers: [NetDevice...]}".
+    // "LinuxConnector: {Pointer: 0x..., Executors: 1, Loading: 3, Workers: [Worker(0x...)]}".
     void dump(std::ostream& os);
 
     // Any thread, also inside a timer's callbacks. Calls `timer` every `intervalMs` milliseconds,
-    // first one interval from now. Returns an id for the calls below; ids start at 1 and come round
-    // after 2147483631. An interval below 1 fires in every turn and keeps the loop from its
-    // descriptors.
+    // first one interval from now. Returns an id for the calls below. Ids start at 1 and come round
+    // after 2147483631; 0 is the connector's own timer for heartbeats, which removing it would end.
+    // An interval below 1 fires in every turn and keeps the loop from its descriptors.
     int addTimer(Timer* timer, long intervalMs, void* arg);
     // Any thread, also inside a timer's callbacks. Calls onTimerRemoved(); unknown ids are ignored.
     // When it returns on a thread other than the loop's, no callback of the timer is under way.
@@ -127,15 +127,8 @@ class VYN_API Connector {
     // order of their ticks, and in the order of posting for equal ticks.
     void sendMessageDelayed(Executor* executor, const Message& message, long delayMs);
 
-    // Any thread. Makes the loop look at what is to be written.
+    // Any thread. Ends the loop's wait, so that it looks at what is to be written.
     void queueWrite();
-    // Any thread. The same for a worker that has just queued a write.
-    void queueWrite(Worker* worker);
-    // Any thread. Has the loop call the worker's onDisconnected(), unless it is removed meanwhile.
-    void queueDisconnect(Worker* worker);
-    // Any thread. True when the loop is running, and on a thread other than the caller's.
-    [[nodiscard]] bool isRunningElsewhere() const;
-
     // Any thread. How busy the loop has lately been, 0 to 100 percent, scaled into the loading
     // range.
     [[nodiscard]] int getLoading();
@@ -144,6 +137,14 @@ class VYN_API Connector {
     void setLoadingRange(int empty, int full);
 
   private:
+    friend class Worker;
+
+    // A worker has queued a write. Any thread.
+    void queueWrite(Worker* worker);
+    // A worker's write queue has overflowed: has the loop call its onWriteQueueOverflow(). Returns
+    // false while there is no loop. Any thread.
+    bool queueOverflow(Worker* worker);
+
     static Impl* createImplement(Connector* connector);
     static void destroyImplement(Impl* impl);
 

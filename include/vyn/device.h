@@ -13,7 +13,8 @@ class Worker;
 // The transport end of one worker: it owns a descriptor (or several, or none), moves bytes over it
 // and reports what happens on it to the worker it is attached to.
 //
-// Everything is called on the thread of the loop that serves the worker. A device belongs to
+// Everything is called on the thread of the loop that serves the worker, but getFd(), getFds() and
+// onReady() also on a thread that adds or removes the worker. A device belongs to
 // whoever created it; it must outlive its worker's place in the loop, and may be deleted inside any
 // callback of its worker's executor: the library touches nothing of it afterwards.
 class VYN_API Device {
@@ -26,11 +27,13 @@ class VYN_API Device {
     // onData(), onDisconnected() and their like.
     virtual void onDataArrival(int fd) = 0;
     // Writes bytes to the transport. Returns how many of them were written, which may be fewer than
-    // `len`, or a value below 1 on failure. Must not report a disconnection itself.
+    // `len`, or a value below 1 on failure. Must not report a disconnection itself, nor write to
+    // its own worker, whose queue is locked while it is drained.
     virtual int write(const void* data, int len) = 0;
-    // The worker has been registered with a connector. Called once.
+    // The worker has been registered with a connector. Called once, before its first event.
     virtual void onReady();
-    // The descriptor to watch, or a negative value when there are several or none.
+    // The descriptor to watch, or a negative value when there are several or none. The connector's
+    // workers are locked meanwhile: no worker may be added or removed in here, nor in getFds().
     virtual int getFd() = 0;
     // The descriptors to watch when getFd() is negative.
     virtual std::vector<int> getFds();

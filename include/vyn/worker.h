@@ -66,7 +66,8 @@ class VYN_API Worker : public Parser::PostListener {
     // connector's timers are locked to other threads, so they should be short.
     // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows.
     virtual bool hasRemoteTimedout(long sinceLastRead);
-    // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*).
+    // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*);
+    // before the first one it is the present tick, which may be any number.
     virtual void sendHeartbit(long sinceLastWrite);
 
     // --- Wiring.
@@ -87,8 +88,12 @@ class VYN_API Worker : public Parser::PostListener {
     [[nodiscard]] Device* getDevice() const { return mDevice; }
     [[nodiscard]] Parser* getParser() const { return mParser; }
     [[nodiscard]] Authenticator* getAuthenticator() const { return mAuthenticator; }
-    [[nodiscard]] Connector* getConnector() const { return mConnector; }
-    [[nodiscard]] Connector::Executor* getExecutor() const { return mExecutor; }
+    [[nodiscard]] Connector* getConnector() const {
+        return mConnector.load(std::memory_order_acquire);
+    }
+    [[nodiscard]] Connector::Executor* getExecutor() const {
+        return mExecutor.load(std::memory_order_acquire);
+    }
 
     // --- Writing.
     // Encodes the command with the parser and writes the packet. Refused with the warning "not
@@ -101,8 +106,9 @@ class VYN_API Worker : public Parser::PostListener {
     // Writes to the device at once. Returns what the device returns; `len` without a device.
     int instantWrite(const void* data, int len);
     // Any thread, while the worker exists. Queues a copy for the loop to write. A peer with more
-    // than 100 writes waiting is not reading: an alert is logged and onDisconnected() follows, on
-    // the loop's thread.
+    // than 100 writes waiting is not reading: the worker becomes invalid, and in the loop's next
+    // turn an alert is logged and onDisconnected() follows. While no loop runs, that happens before
+    // this returns.
     void queueWritting(const void* data, int len);
 
     // --- Calls of the connector.
@@ -134,14 +140,17 @@ class VYN_API Worker : public Parser::PostListener {
     void onAuthenticationFailed();
 
   private:
+    friend class LinuxConnector;
+
     int enqueue(const void* data, int len);
-    void disconnectBlockedPeer(int pending);
     bool writeOnce(WriteNode& node);
+    void onWriteQueueOverflow();
     bool checkValid() const;
 
     Device* mDevice = nullptr;
-    Connector* mConnector = nullptr;
-    Connector::Executor* mExecutor = nullptr;
+    // Atomic, since a worker may be added again from another thread.
+    std::atomic<Connector*> mConnector{nullptr};
+    std::atomic<Connector::Executor*> mExecutor{nullptr};
     Parser* mParser = nullptr;
     Authenticator* mAuthenticator = nullptr;
     std::atomic<bool> mValid;

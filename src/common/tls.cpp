@@ -1,8 +1,12 @@
+#include <vyn/logging.h>
 #include <vyn/tls.h>
 
 namespace vyn {
 
-Tls::Tls() : mKey(new pthread_key_t()) { pthread_key_create(mKey, nullptr); }
+Tls::Tls() : mKey(new pthread_key_t()) {
+    const int ret = pthread_key_create(mKey, nullptr);
+    VYN_CHECK(ret == 0) << logging::ErrnoText{ret};
+}
 
 Tls::~Tls() { delete mKey; }
 

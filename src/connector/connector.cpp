@@ -104,14 +104,9 @@ void Connector::queueWrite(Worker* worker) {
     mImpl->queueWriteOf(worker);
 }
 
-void Connector::queueDisconnect(Worker* worker) {
-    VYN_CHECK_OR_RETURN(mImpl != NULL);
-    mImpl->queueDisconnect(worker);
-}
-
-bool Connector::isRunningElsewhere() const {
+bool Connector::queueOverflow(Worker* worker) {
     VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, false);
-    return mImpl->isRunningElsewhere();
+    return mImpl->queueOverflow(worker);
 }
 
 int Connector::getLoading() {

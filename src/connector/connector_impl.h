@@ -22,8 +22,7 @@ class Connector::Impl {
     virtual void sendMessageDelayed(Executor* executor, const Message& message, long delayMs) = 0;
     virtual void queueWrite() = 0;
     virtual void queueWriteOf(Worker* worker) = 0;
-    virtual void queueDisconnect(Worker* worker) = 0;
-    virtual bool isRunningElsewhere() const = 0;
+    virtual bool queueOverflow(Worker* worker) = 0;
     virtual int getLoading() = 0;
     virtual void setLoadingRange(int empty, int full) = 0;
 };

@@ -3,9 +3,7 @@
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
-#include <algorithm>
-
-#include "common/tick.h"
+#include <cerrno>
 
 // The connector's operations; the loop itself is in connector_linux_loop.cpp.
 
@@ -39,12 +37,18 @@ void LinuxConnector::detach(Connector::Executor* executor) {
 }
 
 void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* executor) {
-    if (mWorkers.add(worker, mConnector, executor)) worker->onReady();
+    const WorkerRegistry::Added added = mWorkers.add(worker, mConnector, executor);
+    // Closed descriptors are refused as a matter of course; others had better be known.
+    if (added.refusedFd >= 0 && added.error != EBADF) {
+        VYN_LOG_WARNING << logging::ErrnoText{added.error} << "can not watch fd " << added.refusedFd
+                        << ", nothing will be read from it.";
+    }
+    if (added.ticket == 0) return;
+    worker->onReady();
+    mWorkers.setReady(worker, added.ticket);
 }
 
-void LinuxConnector::removeWorkerLocked(Worker* worker) {
-    if (mWorkers.remove(worker)) mWorkerRemoved = true;
-}
+void LinuxConnector::removeWorkerLocked(Worker* worker) { mWorkers.remove(worker); }
 
 // Release, and acquire in run(): when run() has returned, the thread that stopped it is done with
 // this connector.
@@ -80,35 +84,39 @@ void LinuxConnector::queueWrite() { mTickFd.wake(); }
 
 void LinuxConnector::queueWriteOf(Worker* worker) { mWorkers.requestWrite(worker); }
 
-void LinuxConnector::queueDisconnect(Worker* worker) { mWorkers.requestDisconnect(worker); }
-
-bool LinuxConnector::isRunningElsewhere() const { return mTickFd.isLoopElsewhere(); }
+bool LinuxConnector::queueOverflow(Worker* worker) {
+    if (!mTickFd.hasLoop()) return false;
+    mWorkers.requestOverflow(worker);
+    return true;
+}
 
 int LinuxConnector::getLoading() {
-    const int busy = mDiagnoser.busyPercent();
-    const int empty = mLoadingEmpty.load(std::memory_order_relaxed);
-    const int full = mLoadingFull.load(std::memory_order_relaxed);
-    return empty + (full - empty) * busy / 100;
+    const int64_t busy = mDiagnoser.busyPercent();
+    const LoadingRange range = mLoadingRange.load(std::memory_order_relaxed);
+    return static_cast<int>(range.empty + (int64_t{range.full} - range.empty) * busy / 100);
 }
 
 void LinuxConnector::setLoadingRange(int empty, int full) {
     VYN_CHECK_OR_RETURN(empty < full);
-    mLoadingEmpty.store(empty, std::memory_order_relaxed);
-    mLoadingFull.store(full, std::memory_order_relaxed);
+    mLoadingRange.store({empty, full}, std::memory_order_relaxed);
     VYN_LOG_DEBUG << "update loading range to [" << empty << ", " << full << "].";
 }
 
 void LinuxConnector::checkHeartbit() {
+    const uint32_t removals = mWorkers.removals();
     mWorkers.snapshot(mHeartbitSnapshot);
-    mWorkerRemoved = false;
     for (Worker* worker : mHeartbitSnapshot) {
-        if (mWorkerRemoved && !mWorkers.contains(worker)) continue;
+        if (mWorkers.removals() != removals && !mWorkers.contains(worker)) continue;
         if (worker->isValid()) worker->checkHeartbit();
     }
 }
 
 void LinuxConnector::init() {
     addTimer(&mHeartbitTimer, HeartbitTimer::kIntervalMs, this);
+    if (!mEpoll.isOpen()) {
+        VYN_LOG_FATAL << "mEpollFd < 0 !!!!";
+        return;
+    }
     if (mTickFd.readEnd() < 0) {
         VYN_LOG_FATAL << "mTickFd[0] < 0 !!!!";
         return;

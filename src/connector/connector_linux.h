@@ -37,8 +37,7 @@ class LinuxConnector : public Connector::Impl {
                             long delayMs) override;
     void queueWrite() override;
     void queueWriteOf(Worker* worker) override;
-    void queueDisconnect(Worker* worker) override;
-    bool isRunningElsewhere() const override;
+    bool queueOverflow(Worker* worker) override;
     int getLoading() override;
     void setLoadingRange(int empty, int full) override;
 
@@ -51,7 +50,7 @@ class LinuxConnector : public Connector::Impl {
     int nextTimerAndMessageTimeout() const;
     void checkAndWriteData(int count, const epoll_event* events);
     void checkAndHandleMessage();
-    void serveRequests();
+    void disconnectOverflowed();
     void dispatch(int count, const epoll_event* events);
     void dispatch(const epoll_event& event);
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);
@@ -62,21 +61,25 @@ class LinuxConnector : public Connector::Impl {
     std::unordered_set<Connector::Executor*> mExecutors;
     std::atomic<bool> mRunning{false};
 
-    WakePipe mTickFd;
     Epoll mEpoll;
+    WakePipe mTickFd;
     WorkerRegistry mWorkers{mEpoll, mTickFd};
     TimerQueue mTimers{mTickFd};
     MessageQueue mMessages{mTickFd};
     Diagnoser mDiagnoser;
     HeartbitTimer mHeartbitTimer{*this};
-    std::atomic<int> mLoadingEmpty{0};
-    std::atomic<int> mLoadingFull{100};
+    // One value, so that a reader never sees half of a new range.
+    struct LoadingRange {
+        int empty;
+        int full;
+    };
+    std::atomic<LoadingRange> mLoadingRange{{0, 100}};
 
-    // Set by every removal; tells a walk over workers that some may be gone.
-    std::atomic<bool> mWorkerRemoved{false};
+    // Kept for their memory only.
     std::vector<Worker*> mHeartbitSnapshot;
+    std::vector<Worker*> mOverflowed;
 
-    // Batches in a row with events of registrations that are gone.
+    // Batches with events of registrations that had ended before the batch.
     int mStaleBatches = 0;
     bool mStaleEvent = false;
 };

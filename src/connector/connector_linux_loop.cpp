@@ -31,6 +31,7 @@ void LinuxConnector::run() {
 }
 
 void LinuxConnector::runTurn(epoll_event* events) {
+    disconnectOverflowed();
     const int timeout = nextTimerAndMessageTimeout();
     int count = 0;
     if (timeout >= 1) {
@@ -39,17 +40,18 @@ void LinuxConnector::runTurn(epoll_event* events) {
         count = mEpoll.wait(events, kEventsPerWait, timeout);
         mDiagnoser.record(true);
     }
-    serveRequests();
     checkAndWriteData(count, events);
     mTimers.fireDue();
     checkAndHandleMessage();
     dispatch(count, events);
 }
 
-void LinuxConnector::serveRequests() {
-    for (auto request = mWorkers.takeRequest(); request.worker != nullptr;
-         request = mWorkers.takeRequest()) {
-        (request.worker->*request.operation)();
+void LinuxConnector::disconnectOverflowed() {
+    const uint32_t removals = mWorkers.removals();
+    mWorkers.takeOverflows(mOverflowed);
+    for (Worker* worker : mOverflowed) {
+        if (mWorkers.removals() != removals && !mWorkers.contains(worker)) continue;
+        worker->onWriteQueueOverflow();
     }
 }
 
@@ -63,9 +65,11 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
     for (int i = 0; i < count; ++i) {
         if ((events[i].events & EPOLLOUT) == 0 || (events[i].events & EPOLLERR) != 0) continue;
         const EpollToken token = EpollToken::of(events[i]);
-        const WorkerRegistry::Owner owner = mWorkers.find(token);
-        // One that is not valid any more will not write; its interest would keep the loop awake.
-        if (owner.worker == nullptr || owner.worker->performWrite()) mWorkers.disarmWrite(token);
+        Worker* worker = nullptr;
+        const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
+        const bool done = owner == WorkerRegistry::Owner::kValid && worker->performWrite();
+        // One that is not valid will not write, and its interest would keep the loop awake.
+        if (done || owner == WorkerRegistry::Owner::kNotValid) mWorkers.disarmWrite(token);
     }
 }
 
@@ -83,10 +87,14 @@ void LinuxConnector::checkAndHandleMessage() {
 
 void LinuxConnector::dispatch(int count, const epoll_event* events) {
     if (count <= 0) return;
+    const uint32_t removals = mWorkers.removals();
     mStaleEvent = false;
     for (int i = 0; i < count; ++i) dispatch(events[i]);
-    mStaleBatches = mStaleEvent ? mStaleBatches + 1 : 0;
-    if (mStaleBatches >= kStaleBatchesToReopen) dropClosedRegistrations();
+    if (!mStaleEvent) {
+        mStaleBatches = 0;
+    } else if (mWorkers.removals() == removals && ++mStaleBatches >= kStaleBatchesToReopen) {
+        dropClosedRegistrations();
+    }
 }
 
 void LinuxConnector::dispatch(const epoll_event& event) {
@@ -99,13 +107,12 @@ void LinuxConnector::dispatch(const epoll_event& event) {
         mTickFd.drain();
         return;
     }
-    const WorkerRegistry::Owner owner = mWorkers.find(token);
-    if (!owner.current) {
+    Worker* worker = nullptr;
+    const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
+    if (owner == WorkerRegistry::Owner::kGone) {
         mStaleEvent = true;
-    } else if (hungUp) {
-        onHangUp(event.events, token, owner.worker);
-    } else {
-        onReadable(token, owner.worker);
+    } else if (owner != WorkerRegistry::Owner::kNotReady) {
+        hungUp ? onHangUp(event.events, token, worker) : onReadable(token, worker);
     }
 }
 
@@ -122,7 +129,6 @@ void LinuxConnector::onHangUp(uint32_t events, EpollToken token, Worker* worker)
 }
 
 void LinuxConnector::onReadable(EpollToken token, Worker* worker) {
-    mWorkerRemoved.store(false, std::memory_order_relaxed);
     if (worker == nullptr) {
         VYN_LOG_ERROR << "Error check fd = " << token.fd
                       << " is not contains in a valid worker, we del in epoll fds.";

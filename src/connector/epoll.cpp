@@ -1,7 +1,6 @@
 #include "connector/epoll.h"
 
 #include <unistd.h>
-#include <vyn/logging.h>
 
 #include <cerrno>
 
@@ -24,12 +23,9 @@ Epoll::~Epoll() {
     if (mFd >= 0) close(mFd);
 }
 
-bool Epoll::add(EpollToken token) {
+int Epoll::add(EpollToken token) {
     epoll_event event = makeEvent(token, false);
-    if (epoll_ctl(mFd, EPOLL_CTL_ADD, token.fd, &event) == 0) return true;
-    if (errno == EEXIST && epoll_ctl(mFd, EPOLL_CTL_MOD, token.fd, &event) == 0) return true;
-    VYN_LOG_ERRNO_ERROR << "can not watch fd " << token.fd << ", nothing will be read from it.";
-    return false;
+    return epoll_ctl(mFd, EPOLL_CTL_ADD, token.fd, &event) == 0 ? 0 : errno;
 }
 
 void Epoll::modify(EpollToken token, bool write) {
@@ -46,9 +42,12 @@ int Epoll::wait(epoll_event* events, int most, int timeoutMs) {
     return epoll_wait(mFd, events, most, timeoutMs);
 }
 
-void Epoll::reopen() {
-    if (mFd >= 0) close(mFd);
-    mFd = epoll_create1(EPOLL_CLOEXEC);
+bool Epoll::reopen() {
+    const int fresh = epoll_create1(EPOLL_CLOEXEC);
+    if (fresh < 0) return false;
+    close(mFd);
+    mFd = fresh;
+    return true;
 }
 
 }  // namespace vyn

@@ -27,18 +27,21 @@ class Epoll {
     Epoll(const Epoll&) = delete;
     Epoll& operator=(const Epoll&) = delete;
 
-    // Watches a descriptor for reading. A descriptor that is watched already gets the new token.
-    // Returns false, with an error line, when the kernel refuses.
-    bool add(EpollToken token);
-    // Adds or drops the interest in writing.
+    // False when the process is out of descriptors.
+    bool isOpen() const { return mFd >= 0; }
+
+    // Watches a descriptor for reading. Returns 0, or the errno of a refusal: EEXIST when it is
+    // watched already.
+    int add(EpollToken token);
+    // Sets the token, and the interest in writing beside that in reading.
     void modify(EpollToken token, bool write);
     void remove(int fd);
 
     // epoll_wait: the number of events, or a negative value when interrupted.
     int wait(epoll_event* events, int most, int timeoutMs);
 
-    // Starts over with an empty set.
-    void reopen();
+    // Starts over with an empty set. Returns false, with the old set, when there is no new one.
+    bool reopen();
 
   private:
     int mFd;

@@ -38,8 +38,6 @@ void TimerHeap::collectDue(int64_t now, std::vector<TimerWrapper*>& due) const {
     }
 }
 
-std::vector<TimerWrapper*> TimerHeap::takeAll() { return std::move(mTimers); }
-
 void TimerHeap::place(TimerWrapper* timer, size_t index) {
     mTimers[index] = timer;
     timer->mHeapIndex = index;

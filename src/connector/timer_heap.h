@@ -20,8 +20,8 @@ class TimerHeap {
     // Appends all timers that are due at `now` to `due`, in no order, in time proportional to
     // their number.
     void collectDue(int64_t now, std::vector<TimerWrapper*>& due) const;
-    // Empties the heap and returns what was in it, in no order.
-    std::vector<TimerWrapper*> takeAll();
+    // In no order.
+    const std::vector<TimerWrapper*>& all() const { return mTimers; }
 
   private:
     void place(TimerWrapper* timer, size_t index);

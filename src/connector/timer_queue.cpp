@@ -32,13 +32,10 @@ int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
 
 void TimerQueue::remove(int id) {
     AutoRecursiveLock lock(mLock);
-    // An id that came round may belong to several timers. Each is unlinked before its callback,
-    // which may use this queue; looking the id up again keeps that safe.
+    // An id that came round may belong to several timers. The callback may use this queue, so each
+    // is looked up anew.
     for (auto found = mById.find(id); found != mById.end(); found = mById.find(id)) {
-        TimerWrapper* timer = found->second;
-        unlink(found);
-        timer->onRemove();
-        discard(timer);
+        drop(found->second);
     }
     publishNextExpire();
 }
@@ -59,14 +56,13 @@ void TimerQueue::reset(int id) {
 
 int TimerQueue::clear() {
     AutoRecursiveLock lock(mLock);
-    std::vector<TimerWrapper*> timers = mHeap.takeAll();
-    mById.clear();
-    publishNextExpire();
+    std::vector<TimerWrapper*> timers = mHeap.all();
     std::sort(timers.begin(), timers.end(), TimerWrapper::olderFirst);
+    mWalking = true;
     for (TimerWrapper* timer : timers) {
-        timer->onRemove();
-        discard(timer);
+        if (!timer->mRemoved) drop(timer);  // one before it may have removed it
     }
+    endWalk();
     return static_cast<int>(timers.size());
 }
 
@@ -75,7 +71,7 @@ void TimerQueue::fireDue() {
     if (nextExpire() > now) return;
 
     AutoRecursiveLock lock(mLock);
-    mFiring = true;
+    mWalking = true;
     mHeap.collectDue(now, mDue);
     std::sort(mDue.begin(), mDue.end(), TimerWrapper::olderFirst);
     for (TimerWrapper* timer : mDue) {
@@ -83,10 +79,7 @@ void TimerQueue::fireDue() {
         if (!timer->mRemoved && timer->getLeftTime(now) < 1) fire(timer);
     }
     mDue.clear();
-    mFiring = false;
-    for (TimerWrapper* timer : mRemoved) delete timer;
-    mRemoved.clear();
-    publishNextExpire();
+    endWalk();
 }
 
 int TimerQueue::takeId() {
@@ -99,28 +92,29 @@ void TimerQueue::fire(TimerWrapper* timer) {
     const bool goOn = timer->trigger();
     if (timer->mRemoved) return;  // it removed itself
     mHeap.update(timer);
-    if (goOn) return;
+    if (!goOn) drop(timer);
+}
 
+void TimerQueue::drop(TimerWrapper* timer) {
     const auto range = mById.equal_range(timer->getId());
-    unlink(std::find_if(range.first, range.second,
-                        [timer](const auto& entry) { return entry.second == timer; }));
-    timer->onRemove();
-    discard(timer);
-}
-
-void TimerQueue::unlink(IdMap::iterator position) {
-    mHeap.erase(position->second);
-    mById.erase(position);
-}
-
-// Deletes an unlinked timer, or leaves that to fireDue(), which may be about to look at it.
-void TimerQueue::discard(TimerWrapper* timer) {
+    mById.erase(std::find_if(range.first, range.second,
+                             [timer](const auto& entry) { return entry.second == timer; }));
+    mHeap.erase(timer);
     timer->mRemoved = true;
-    if (mFiring) {
+    timer->onRemove();
+    // A walk may be about to look at it, and leaves its deletion to its end.
+    if (mWalking) {
         mRemoved.push_back(timer);
     } else {
         delete timer;
     }
+}
+
+void TimerQueue::endWalk() {
+    mWalking = false;
+    for (TimerWrapper* timer : mRemoved) delete timer;
+    mRemoved.clear();
+    publishNextExpire();
 }
 
 void TimerQueue::publishNextExpire() {

@@ -40,12 +40,10 @@ class TimerQueue {
     int64_t nextExpire() const { return mNextExpire.load(std::memory_order_acquire); }
 
   private:
-    using IdMap = std::unordered_multimap<int, TimerWrapper*>;
-
     int takeId() VYN_REQUIRES(mLock);
     void fire(TimerWrapper* timer) VYN_REQUIRES(mLock);
-    void unlink(IdMap::iterator position) VYN_REQUIRES(mLock);
-    void discard(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void drop(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void endWalk() VYN_REQUIRES(mLock);
     void publishNextExpire() VYN_REQUIRES(mLock);
 
     WakePipe& mWakePipe;
@@ -53,11 +51,11 @@ class TimerQueue {
     int mNextId VYN_GUARDED_BY(mLock);
     uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;
     TimerHeap mHeap VYN_GUARDED_BY(mLock);
-    IdMap mById VYN_GUARDED_BY(mLock);
-    // While timers fire: those of this turn, and those removed meanwhile, which are deleted after.
-    bool mFiring VYN_GUARDED_BY(mLock) = false;
-    std::vector<TimerWrapper*> mDue VYN_GUARDED_BY(mLock);
+    std::unordered_multimap<int, TimerWrapper*> mById VYN_GUARDED_BY(mLock);
+    // While timers are walked over: those removed meanwhile, which are deleted at its end.
+    bool mWalking VYN_GUARDED_BY(mLock) = false;
     std::vector<TimerWrapper*> mRemoved VYN_GUARDED_BY(mLock);
+    std::vector<TimerWrapper*> mDue VYN_GUARDED_BY(mLock);
 
     std::atomic<int64_t> mNextExpire{INT64_MAX};
 };

@@ -32,11 +32,6 @@ bool WakePipe::isOnLoopThread() const {
     return mLoopThread.load(std::memory_order_relaxed) == threadMark();
 }
 
-bool WakePipe::isLoopElsewhere() const {
-    const void* loopThread = mLoopThread.load(std::memory_order_relaxed);
-    return loopThread != nullptr && loopThread != threadMark();
-}
-
 void WakePipe::wake() {
     if (mEnds[1] < 0 || isOnLoopThread()) return;
     if (mByteWaits.exchange(true, std::memory_order_acq_rel)) return;

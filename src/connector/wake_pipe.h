@@ -23,9 +23,9 @@ class WakePipe {
     // The calling thread is the loop's from here on, or is not any more.
     void enterLoop();
     void leaveLoop();
-    // Any thread. True on the loop's thread; whether there is a loop on another one.
+    // Any thread. Whether there is a loop, and whether the caller is on its thread.
+    bool hasLoop() const { return mLoopThread.load(std::memory_order_relaxed) != nullptr; }
     bool isOnLoopThread() const;
-    bool isLoopElsewhere() const;
 
     // Any thread. Does nothing on the loop's own thread, which is not waiting.
     void wake();

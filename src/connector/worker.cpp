@@ -24,7 +24,7 @@ void Worker::onCommandParsed(Command* cmd) {
     mLastReadTick = helper::mtick();
     onPostCreateCommand(cmd);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onCommand(this, cmd);
+    getExecutor()->onCommand(this, cmd);
 }
 
 const char* Worker::getClassName() { return "Worker"; }
@@ -42,8 +42,8 @@ bool Worker::hasRemoteTimedout(long) { return false; }
 void Worker::sendHeartbit(long) {}
 
 void Worker::attach(Connector* connector, Connector::Executor* executor) {
-    mConnector = connector;
-    mExecutor = executor;
+    mConnector.store(connector, std::memory_order_release);
+    mExecutor.store(executor, std::memory_order_release);
 }
 
 void Worker::attach(Authenticator* auth) {
@@ -56,7 +56,8 @@ bool Worker::isValid() const { return mValid.load(std::memory_order_relaxed); }
 void Worker::enable() {
     mValid.store(true, std::memory_order_relaxed);
     // The loop has let go of writes that were waiting while the worker was not valid.
-    if (mConnector != nullptr && hasWrittingData()) mConnector->queueWrite(this);
+    Connector* connector = getConnector();
+    if (connector != nullptr && hasWrittingData()) connector->queueWrite(this);
 }
 
 void Worker::disable() { mValid.store(false, std::memory_order_relaxed); }
@@ -87,7 +88,7 @@ void Worker::checkHeartbit() {
     if (life.ended()) return;  // the keep-alive found the peer gone, and the executor acted on it
     if (!hasRemoteTimedout(sinceLastRead)) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onHeartbitTimeout(this);
+    getExecutor()->onHeartbitTimeout(this);
 }
 
 void Worker::onData(const void* data, int len) {
@@ -106,26 +107,26 @@ void Worker::onData(const void* data, int len) {
 void Worker::onDisconnected() {
     disable();
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onDisconnected(this);
+    getExecutor()->onDisconnected(this);
 }
 
 void Worker::onNewConnection(int fd, void* data) {
     if (!checkValid()) return;
     mLastReadTick = helper::mtick();
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onNewConnection(this, fd, data);
+    getExecutor()->onNewConnection(this, fd, data);
 }
 
 void Worker::onNetworkChanged() {
     if (!checkValid()) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onNetworkChanged(this);
+    getExecutor()->onNetworkChanged(this);
 }
 
 void Worker::onFileChanged(const std::string& path, int mask) {
     if (!checkValid()) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onFileChanged(this, path, mask);
+    getExecutor()->onFileChanged(this, path, mask);
 }
 
 void Worker::requireAuth() {
@@ -137,13 +138,13 @@ bool Worker::hasAuthenticated() { return mAuthenticator == nullptr || mAuthentic
 void Worker::onAuthenticated() {
     if (!checkValid()) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onAuthenticated(this);
+    getExecutor()->onAuthenticated(this);
 }
 
 void Worker::onAuthenticationFailed() {
     if (!checkValid()) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
-    mExecutor->onAuthenticationFailed(this);
+    getExecutor()->onAuthenticationFailed(this);
 }
 
 bool Worker::checkValid() const {

@@ -2,26 +2,35 @@
 
 #include <vyn/worker.h>
 
-#include <algorithm>
+#include <cerrno>
 
 namespace vyn {
 
-bool WorkerRegistry::add(Worker* worker, Connector* connector, Connector::Executor* executor) {
+WorkerRegistry::Added WorkerRegistry::add(Worker* worker, Connector* connector,
+                                          Connector::Executor* executor) {
     AutoLock lock(mLock);
+    Added added;
     const bool isNew = mEntries.count(worker) == 0;
     Entry& entry = isNew ? enlist(worker) : mEntries[worker];
+    if (isNew) added.ticket = entry.ticket;
     worker->attach(connector, executor);
-    registerDescriptors(entry);
+    registerDescriptors(entry, added);
     pushWriteRequest(entry);  // for writes that were queued before
-    if (!isNew || !mWakePipe.isLoopElsewhere()) return isNew;
-    pushRequest({worker, &Worker::onReady});
-    return false;
+    return added;
 }
 
-bool WorkerRegistry::remove(Worker* worker) {
+void WorkerRegistry::setReady(Worker* worker, uint64_t ticket) {
     AutoLock lock(mLock);
     const auto found = mEntries.find(worker);
-    if (found == mEntries.end()) return false;
+    if (found == mEntries.end() || found->second.ticket != ticket) return;
+    found->second.ready = true;
+    mWakePipe.wake();
+}
+
+void WorkerRegistry::remove(Worker* worker) {
+    AutoLock lock(mLock);
+    const auto found = mEntries.find(worker);
+    if (found == mEntries.end()) return;
     Entry& entry = found->second;
     while (entry.firstFd >= 0) {
         mEpoll.remove(entry.firstFd);
@@ -29,8 +38,7 @@ bool WorkerRegistry::remove(Worker* worker) {
     }
     delist(entry);
     mEntries.erase(found);
-    dropRequests(worker);
-    return true;
+    mRemovals.fetch_add(1, std::memory_order_release);
 }
 
 bool WorkerRegistry::contains(Worker* worker) {
@@ -41,20 +49,24 @@ bool WorkerRegistry::contains(Worker* worker) {
 void WorkerRegistry::snapshot(std::vector<Worker*>& out) {
     out.clear();
     AutoLock lock(mLock);
-    for (Entry* entry = mFirst; entry != nullptr; entry = entry->next) out.push_back(entry->worker);
+    for (Entry* entry = mFirst; entry != nullptr; entry = entry->next) {
+        if (entry->ready) out.push_back(entry->worker);
+    }
 }
 
-WorkerRegistry::Owner WorkerRegistry::find(EpollToken token) {
+WorkerRegistry::Owner WorkerRegistry::find(EpollToken token, Worker*& worker) {
     AutoLock lock(mLock);
-    const Slot* slot = currentSlot(token);
-    if (slot == nullptr) return {false, nullptr};
-    Worker* worker = slot->owner->worker;
-    return {true, worker->isValid() ? worker : nullptr};
+    const Slot* slot = watchedSlot(token);
+    if (slot == nullptr) return Owner::kGone;
+    if (!slot->owner->ready) return Owner::kNotReady;
+    if (!slot->owner->worker->isValid()) return Owner::kNotValid;
+    worker = slot->owner->worker;
+    return Owner::kValid;
 }
 
 void WorkerRegistry::stopWatching(EpollToken token) {
     AutoLock lock(mLock);
-    Slot* slot = currentSlot(token);
+    Slot* slot = watchedSlot(token);
     if (slot == nullptr) return;
     mEpoll.remove(token.fd);
     slot->watched = false;
@@ -63,12 +75,12 @@ void WorkerRegistry::stopWatching(EpollToken token) {
 
 void WorkerRegistry::reopenEpoll() {
     AutoLock lock(mLock);
-    mEpoll.reopen();
+    if (!mEpoll.reopen()) return;
     for (size_t fd = 0; fd < mSlots.size(); ++fd) {
         Slot& slot = mSlots[fd];
         if (!slot.watched) continue;
         const EpollToken token{static_cast<int>(fd), slot.generation};
-        slot.watched = mEpoll.add(token);
+        slot.watched = mEpoll.add(token) == 0;
         if (slot.writeArmed) mEpoll.modify(token, true);
     }
 }
@@ -97,32 +109,35 @@ void WorkerRegistry::armRequestedWrites() {
 
 void WorkerRegistry::disarmWrite(EpollToken token) {
     AutoLock lock(mLock);
-    Slot* slot = currentSlot(token);
+    Slot* slot = watchedSlot(token);
     if (slot == nullptr || !slot->writeArmed) return;
     mEpoll.modify(token, false);
     slot->writeArmed = false;
 }
 
-void WorkerRegistry::requestDisconnect(Worker* worker) {
+void WorkerRegistry::requestOverflow(Worker* worker) {
     AutoLock lock(mLock);
-    if (mEntries.count(worker) != 0) pushRequest({worker, &Worker::onDisconnected});
+    if (mEntries.count(worker) == 0) return;
+    mOverflowRequests.push_back(worker);
+    mHasOverflowRequests.store(true, std::memory_order_release);
+    mWakePipe.wake();
 }
 
-WorkerRegistry::Request WorkerRegistry::takeRequest() {
-    if (!mHasRequests.load(std::memory_order_acquire)) return {nullptr, nullptr};
+void WorkerRegistry::takeOverflows(std::vector<Worker*>& out) {
+    out.clear();
+    if (!mHasOverflowRequests.load(std::memory_order_acquire)) return;
     AutoLock lock(mLock);
-    if (mRequests.empty()) {
-        mHasRequests.store(false, std::memory_order_relaxed);
-        return {nullptr, nullptr};
+    mHasOverflowRequests.store(false, std::memory_order_relaxed);
+    for (Worker* worker : mOverflowRequests) {
+        if (mEntries.count(worker) != 0) out.push_back(worker);
     }
-    const Request request = mRequests.front();
-    mRequests.pop_front();
-    return request;
+    mOverflowRequests.clear();
 }
 
 WorkerRegistry::Entry& WorkerRegistry::enlist(Worker* worker) {
     Entry& entry = mEntries[worker];
     entry.worker = worker;
+    entry.ticket = ++mLastTicket;
     entry.previous = mLast;
     (mLast == nullptr ? mFirst : mLast->next) = &entry;
     mLast = &entry;
@@ -134,25 +149,46 @@ void WorkerRegistry::delist(Entry& entry) {
     (entry.next == nullptr ? mLast : entry.next->previous) = entry.previous;
 }
 
-void WorkerRegistry::registerDescriptors(Entry& entry) {
+void WorkerRegistry::registerDescriptors(Entry& entry, Added& added) {
     if (!entry.worker->isValid()) return;
     const int fd = entry.worker->getFd();
     if (fd >= 0) {
-        registerDescriptor(entry, fd);
+        registerDescriptor(entry, fd, added);
         return;
     }
-    for (const int oneOfMany : entry.worker->getFds()) registerDescriptor(entry, oneOfMany);
+    for (const int oneOfMany : entry.worker->getFds()) {
+        if (oneOfMany >= 0) registerDescriptor(entry, oneOfMany, added);
+    }
 }
 
-void WorkerRegistry::registerDescriptor(Entry& entry, int fd) {
-    if (fd < 0) return;
-    if (++mLastGeneration == 0) ++mLastGeneration;  // 0 is the wake pipe's
-    if (!mEpoll.add({fd, mLastGeneration})) return;
-
+void WorkerRegistry::registerDescriptor(Entry& entry, int fd, Added& added) {
+    const bool isOwn = owns(entry, fd);
+    const EpollToken token{fd, isOwn ? slotOf(fd).generation : nextGeneration()};
+    int error = mEpoll.add(token);
+    if (error == EEXIST) {
+        if (isOwn && slotOf(fd).watched) return;  // as it is, with its interest in writing
+        mEpoll.modify(token, false);
+        error = 0;
+    }
+    if (error != 0) {
+        added.refusedFd = fd;
+        added.error = error;
+        return;
+    }
     // The number may still be on the account of a worker whose device has closed it.
     if (slotOf(fd).owner != nullptr) unchain(fd);
-    slotOf(fd) = {&entry, mLastGeneration, entry.firstFd, true, false};
+    slotOf(fd) = {&entry, token.generation, entry.firstFd, true, false};
     entry.firstFd = fd;
+}
+
+bool WorkerRegistry::owns(const Entry& entry, int fd) const {
+    return static_cast<size_t>(fd) < mSlots.size() &&
+           mSlots[static_cast<size_t>(fd)].owner == &entry;
+}
+
+uint32_t WorkerRegistry::nextGeneration() {
+    if (++mLastGeneration == 0) ++mLastGeneration;  // 0 is the wake pipe's
+    return mLastGeneration;
 }
 
 // Takes a descriptor out of its owner's chain and forgets it.
@@ -173,23 +209,11 @@ void WorkerRegistry::pushWriteRequest(Entry& entry) {
 
 void WorkerRegistry::armWrite(Entry& entry) {
     const int fd = entry.worker->getFd();
-    if (fd < 0 || static_cast<size_t>(fd) >= mSlots.size()) return;
+    if (fd < 0 || !owns(entry, fd)) return;
     Slot& slot = slotOf(fd);
-    if (slot.owner != &entry || !slot.watched || slot.writeArmed) return;
+    if (!slot.watched || slot.writeArmed) return;
     mEpoll.modify({fd, slot.generation}, true);
     slot.writeArmed = true;
-}
-
-void WorkerRegistry::pushRequest(Request request) {
-    mRequests.push_back(request);
-    mHasRequests.store(true, std::memory_order_release);
-    mWakePipe.wake();
-}
-
-void WorkerRegistry::dropRequests(Worker* worker) {
-    mRequests.erase(std::remove_if(mRequests.begin(), mRequests.end(),
-                                   [worker](const Request& r) { return r.worker == worker; }),
-                    mRequests.end());
 }
 
 WorkerRegistry::Slot& WorkerRegistry::slotOf(int fd) {
@@ -198,11 +222,12 @@ WorkerRegistry::Slot& WorkerRegistry::slotOf(int fd) {
     return mSlots[index];
 }
 
-WorkerRegistry::Slot* WorkerRegistry::currentSlot(EpollToken token) {
+// The descriptor's slot, if the token is of its present registration and epoll watches it.
+WorkerRegistry::Slot* WorkerRegistry::watchedSlot(EpollToken token) {
     const auto index = static_cast<size_t>(token.fd);
     if (index >= mSlots.size()) return nullptr;
     Slot& slot = mSlots[index];
-    return slot.owner != nullptr && slot.generation == token.generation ? &slot : nullptr;
+    return slot.watched && slot.generation == token.generation ? &slot : nullptr;
 }
 
 }  // namespace vyn

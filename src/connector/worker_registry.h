@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <unordered_map>
 #include <vector>
 
@@ -17,8 +16,8 @@ namespace vyn {
 // A connector's workers and the descriptors registered for them.
 //
 // Any thread may add, remove and request; the rest belongs to the loop. The lock is held for
-// look-ups only, never while a worker calls the application. No operation but snapshot() takes time
-// that grows with the number of workers.
+// look-ups only, never while a worker calls the application. No operation but snapshot() and
+// reopenEpoll() takes time that grows with the number of workers.
 class WorkerRegistry {
   public:
     // Neither is owned. `wakePipe` is woken for requests.
@@ -26,25 +25,38 @@ class WorkerRegistry {
     WorkerRegistry(const WorkerRegistry&) = delete;
     WorkerRegistry& operator=(const WorkerRegistry&) = delete;
 
-    // Attaches the worker and registers its descriptors. Returns true when the caller is to call
-    // the onReady() of a worker that is new here. When the loop runs on another thread, where the
-    // first event may end the worker at any time, that is requested of the loop instead.
-    bool add(Worker* worker, Connector* connector, Connector::Executor* executor);
+    // What add() did.
+    struct Added {
+        // Not 0 for a worker that is new here. The caller calls its onReady() and then
+        // setReady(); until then the loop leaves the worker alone, as an event might end it.
+        uint64_t ticket = 0;
+        // A descriptor that the kernel refused to watch, with its errno; -1 when there is none.
+        int refusedFd = -1;
+        int error = 0;
+    };
+    // Attaches the worker and registers those of its descriptors that are not registered yet.
+    Added add(Worker* worker, Connector* connector, Connector::Executor* executor);
+    // The worker may have been removed, and even deleted, in its onReady().
+    void setReady(Worker* worker, uint64_t ticket);
     // Forgets the worker and all descriptors registered for it, also those closed meanwhile.
-    // Returns false for an unknown worker.
-    bool remove(Worker* worker);
+    // Unknown workers are ignored.
+    void remove(Worker* worker);
     bool contains(Worker* worker);
-    // The workers in the order in which they were added. `out` is emptied first.
+    // Counts the removals, so that somebody who walks over workers notices one.
+    uint32_t removals() const { return mRemovals.load(std::memory_order_acquire); }
+    // The workers in the order in which they were added, without those that are not ready. `out` is
+    // emptied first.
     void snapshot(std::vector<Worker*>& out);
 
     // --- Events.
-    struct Owner {
-        // False for a registration that is gone: the number may be another's by now.
-        bool current;
-        // Null when there is none, or it is not valid.
-        Worker* worker;
+    enum class Owner {
+        kValid,
+        kNotValid,
+        kNotReady,  // the event comes again when it is
+        kGone,      // the registration ended: the number may be another's by now
     };
-    Owner find(EpollToken token);
+    // Whose event this is; sets `worker` when that is kValid.
+    Owner find(EpollToken token, Worker*& worker);
     // Lets epoll forget a descriptor whose worker is not valid any more.
     void stopWatching(EpollToken token);
     // Puts a new epoll set in the place of the old one, and every watched descriptor into it.
@@ -58,23 +70,21 @@ class WorkerRegistry {
     // Drops it again.
     void disarmWrite(EpollToken token);
 
-    // --- What other threads ask the loop to call.
-    struct Request {
-        Worker* worker;  // null for no request
-        void (Worker::*operation)();
-    };
+    // --- Write queues that overflowed.
     // Any thread. Unknown workers are ignored.
-    void requestDisconnect(Worker* worker);
-    // The oldest request. The requests of a worker that is removed go with it.
-    Request takeRequest();
+    void requestOverflow(Worker* worker);
+    // Takes the workers that were requested and are still here. `out` is emptied first.
+    void takeOverflows(std::vector<Worker*>& out);
 
   private:
     struct Entry {
+        Worker* worker = nullptr;
+        uint64_t ticket = 0;
         int firstFd = -1;  // its descriptors are chained through their slots
+        bool ready = false;
         bool writeRequested = false;
         Entry* previous = nullptr;  // in the order of addition
         Entry* next = nullptr;
-        Worker* worker = nullptr;
     };
     // What is known of a descriptor, by its number.
     struct Slot {
@@ -87,15 +97,15 @@ class WorkerRegistry {
 
     Entry& enlist(Worker* worker) VYN_REQUIRES(mLock);
     void delist(Entry& entry) VYN_REQUIRES(mLock);
-    void registerDescriptors(Entry& entry) VYN_REQUIRES(mLock);
-    void registerDescriptor(Entry& entry, int fd) VYN_REQUIRES(mLock);
+    void registerDescriptors(Entry& entry, Added& added) VYN_REQUIRES(mLock);
+    void registerDescriptor(Entry& entry, int fd, Added& added) VYN_REQUIRES(mLock);
+    bool owns(const Entry& entry, int fd) const VYN_REQUIRES(mLock);
+    uint32_t nextGeneration() VYN_REQUIRES(mLock);
     void unchain(int fd) VYN_REQUIRES(mLock);
     void pushWriteRequest(Entry& entry) VYN_REQUIRES(mLock);
     void armWrite(Entry& entry) VYN_REQUIRES(mLock);
-    void pushRequest(Request request) VYN_REQUIRES(mLock);
-    void dropRequests(Worker* worker) VYN_REQUIRES(mLock);
     Slot& slotOf(int fd) VYN_REQUIRES(mLock);
-    Slot* currentSlot(EpollToken token) VYN_REQUIRES(mLock);
+    Slot* watchedSlot(EpollToken token) VYN_REQUIRES(mLock);
 
     Epoll& mEpoll;
     WakePipe& mWakePipe;
@@ -103,14 +113,16 @@ class WorkerRegistry {
     std::unordered_map<Worker*, Entry> mEntries VYN_GUARDED_BY(mLock);
     Entry* mFirst VYN_GUARDED_BY(mLock) = nullptr;
     Entry* mLast VYN_GUARDED_BY(mLock) = nullptr;
+    uint64_t mLastTicket VYN_GUARDED_BY(mLock) = 0;
     std::vector<Slot> mSlots VYN_GUARDED_BY(mLock);
     uint32_t mLastGeneration VYN_GUARDED_BY(mLock) = 0;
     // By address only: a worker may be gone by the time it is looked up.
     std::vector<Worker*> mWriteRequests VYN_GUARDED_BY(mLock);
-    std::deque<Request> mRequests VYN_GUARDED_BY(mLock);
+    std::vector<Worker*> mOverflowRequests VYN_GUARDED_BY(mLock);
     // Spare the loop the lock when there is nothing to look at.
     std::atomic<bool> mHasWriteRequests{false};
-    std::atomic<bool> mHasRequests{false};
+    std::atomic<bool> mHasOverflowRequests{false};
+    std::atomic<uint32_t> mRemovals{0};
 };
 
 }  // namespace vyn

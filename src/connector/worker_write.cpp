@@ -17,11 +17,13 @@ namespace {
 // A peer with more writes waiting than this does not read.
 constexpr int kMostPendingWrites = 100;
 
+// Null when there is no memory.
 WriteNode* newNode(const void* data, int len) {
     const size_t size = len > 0 ? static_cast<size_t>(len) : 0;
-    auto* node = new WriteNode{std::malloc(size), 0, static_cast<int>(size)};
-    if (size > 0) std::memcpy(node->data, data, size);
-    return node;
+    void* copy = std::malloc(size);
+    if (copy == nullptr && size > 0) return nullptr;
+    if (size > 0) std::memcpy(copy, data, size);
+    return new WriteNode{copy, 0, static_cast<int>(size)};
 }
 
 void deleteNode(WriteNode* node) {
@@ -80,8 +82,14 @@ void Worker::queueWritting(const void* data, int len) {
     if (!checkValid()) return;
     const int pending = enqueue(data, len);
     // Without a connector the writes wait until the worker is added to one.
-    if (mConnector != nullptr) mConnector->queueWrite(this);
-    if (pending > kMostPendingWrites) disconnectBlockedPeer(pending);
+    Connector* connector = getConnector();
+    if (connector != nullptr) connector->queueWrite(this);
+    if (pending <= kMostPendingWrites) return;
+
+    // The caller may be in the middle of something, such as parsing, that could not bear the worker
+    // being deleted, or on another thread than the loop: so the loop gets it, once.
+    if (!mValid.exchange(false, std::memory_order_relaxed)) return;
+    if (connector == nullptr || !connector->queueOverflow(this)) onWriteQueueOverflow();
 }
 
 bool Worker::performWrite() {
@@ -101,22 +109,13 @@ bool Worker::hasWrittingData() {
     return !mWriteQueue.empty();
 }
 
+// Returns how many writes are waiting now.
 int Worker::enqueue(const void* data, int len) {
     WriteNode* node = newNode(data, len);
+    if (node == nullptr) VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written.";
     AutoLock lock(mWriteLock);
-    mWriteQueue.push_back(node);
+    if (node != nullptr) mWriteQueue.push_back(node);
     return static_cast<int>(mWriteQueue.size());
-}
-
-void Worker::disconnectBlockedPeer(int pending) {
-    VYN_LOG_ERROR << "\033[1;31mAlert! \033[mclient blocks " << pending
-                  << " writting requests, disconnect it. " << this;
-    if (mConnector != nullptr && mConnector->isRunningElsewhere()) {
-        disable();
-        mConnector->queueDisconnect(this);
-    } else {
-        onDisconnected();
-    }
 }
 
 // True when the node is written to its end.
@@ -127,6 +126,17 @@ bool Worker::writeOnce(WriteNode& node) {
     if (ret < 1) return false;
     node.offset += ret;
     return node.offset >= node.size;
+}
+
+void Worker::onWriteQueueOverflow() {
+    size_t pending = 0;
+    {
+        AutoLock lock(mWriteLock);
+        pending = mWriteQueue.size();
+    }
+    VYN_LOG_ERROR << "\033[1;31mAlert! \033[mclient blocks " << pending
+                  << " writting requests, disconnect it. " << this;
+    onDisconnected();
 }
 
 }  // namespace vyn

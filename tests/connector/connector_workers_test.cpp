@@ -124,12 +124,10 @@ TEST_F(ConnectorWorkersTest, TellsADeviceOnceThatItIsReadyAndRebindsTheExecutorW
     Worker worker(&device, nullptr);
     add(worker);
     add(worker);
-    loop.call([&] { EXPECT_EQ(device.readies, 1); });
-    loop.call([&] {
-        loop.connector().removeWorkerLocked(&worker);
-        add(worker);
-        EXPECT_EQ(device.readies, 2);
-    });
+    EXPECT_EQ(device.readies, 1);
+    remove(worker);
+    add(worker);
+    EXPECT_EQ(device.readies, 2);
 
     add(connection.worker);
     loop.connector().addWorkerLocked(&connection.worker, &second);
@@ -138,6 +136,37 @@ TEST_F(ConnectorWorkersTest, TellsADeviceOnceThatItIsReadyAndRebindsTheExecutorW
     EXPECT_TRUE(commands.empty());
     remove(connection.worker);
     remove(worker);
+}
+
+TEST_F(ConnectorWorkersTest, NoEventComesBeforeTheDeviceIsReady) {
+    class SlowDevice : public StreamDevice {
+      public:
+        using StreamDevice::StreamDevice;
+        std::atomic<bool> ready{false};
+        std::atomic<int> early{0};
+        std::atomic<int> arrivals{0};
+        void onReady() override {
+            std::this_thread::yield();
+            ready = true;
+        }
+        void onDataArrival(int fd) override {
+            if (!ready) ++early;
+            BaseDevice::onDataArrival(fd);
+            ++arrivals;
+        }
+    };
+    for (int i = 0; i < 500; ++i) {
+        const auto ends = makeSocketPair();
+        SlowDevice device(ends.first);
+        LineParser parser;
+        Worker worker(&device, &parser);
+        ASSERT_EQ(write(ends.second, "x\n", 2), 2);
+        add(worker);
+        EXPECT_TRUE(waitUntil([&] { return device.arrivals > 0; }));
+        remove(worker);
+        close(ends.second);
+        ASSERT_EQ(device.early, 0) << "at the " << i << "th";
+    }
 }
 
 // Has two descriptors and notes which of them were readable.
@@ -189,6 +218,8 @@ TEST_F(ConnectorWorkersTest, WatchesForWritingOnlyWhileSomethingWaitsToBeWritten
 
     connection.worker.queueWritting("end", 3);
     EXPECT_TRUE(waitUntil([&] { return interestIn(fd) == (EPOLLIN | EPOLLOUT); }));
+    add(connection.worker);
+    EXPECT_EQ(interestIn(fd), static_cast<unsigned>(EPOLLIN | EPOLLOUT));
     std::string received;
     char buffer[4096];
     while (received.size() < static_cast<size_t>(filled) + 3) {
@@ -356,6 +387,57 @@ TEST_F(ConnectorWorkersTest, DoesNotSpinOnAClosedDescriptorThatADuplicateKeepsOp
     EXPECT_EQ(log.count("epoll set is made anew."), 1);
     remove(other.worker);
     close(duplicate);
+}
+
+TEST_F(ConnectorWorkersTest, DoesNotSpinOnOneWhoseWorkerIsNotValidEither) {
+    LogCapture log;
+    executor.disconnected = nullptr;
+    Connection closed;
+    add(closed.worker);
+    const int duplicate = fcntl(closed.device.getFd(), F_DUPFD_CLOEXEC, 0);
+    closed.worker.disable();
+    closed.device.closeDescriptor();
+    closed.send("nobody reads this\n");
+    EXPECT_TRUE(eventually([&] { return log.count("epoll set is made anew.") == 1; }));
+    loop.call([] {});
+    EXPECT_EQ(log.count("is not contains in a valid worker, we del in epoll fds."), 1);
+    EXPECT_EQ(log.count("epoll set is made anew."), 1);
+    remove(closed.worker);
+    close(duplicate);
+}
+
+TEST_F(ConnectorWorkersTest, AnOverflowInsideACommandLeavesTheParserAliveUntilItIsOver) {
+    auto connection = std::make_unique<Connection>();
+    Connection* raw = connection.get();
+    executor.command = [&](Worker* worker, Command* command) {
+        commands.push_back(static_cast<Line*>(command)->text);
+        for (int i = 0; i < 200; ++i) worker->queueWritting("x", 1);
+        EXPECT_NE(connection, nullptr);
+    };
+    executor.disconnected = [&](Worker* worker) {
+        disconnected.push_back(worker);
+        loop.connector().removeWorkerLocked(worker);
+        connection.reset();
+    };
+    raw->send("one\ntwo\n");
+    add(raw->worker);
+    EXPECT_TRUE(eventually([&] { return disconnected.size() == 1; }));
+    EXPECT_EQ(commands, std::vector<std::string>{"one"});
+    EXPECT_EQ(connection, nullptr);
+}
+
+TEST_F(ConnectorWorkersTest, MayBeAddedAgainFromAnotherThreadWhileItIsServed) {
+    Connection connection;
+    RecordingExecutor second;
+    std::atomic<int> heard{0};
+    executor.command = second.command = [&](Worker*, Command*) { ++heard; };
+    add(connection.worker);
+    for (int i = 0; i < 200; ++i) {
+        connection.send("x\n");
+        loop.connector().addWorkerLocked(&connection.worker, i % 2 == 0 ? &second : &executor);
+    }
+    EXPECT_TRUE(waitUntil([&] { return heard == 200; }));
+    remove(connection.worker);
 }
 
 TEST_F(ConnectorWorkersTest, AnOverflowOnAnotherThreadDisconnectsOnTheLoopsThread) {

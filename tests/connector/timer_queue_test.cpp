@@ -170,6 +170,25 @@ TEST_F(TimerQueueTest, ClearTellsEveryTimer) {
     EXPECT_EQ(queue.clear(), 0);
 }
 
+TEST_F(TimerQueueTest, ATimerThatIsClearedMayRemoveTheNextOne) {
+    auto second = std::make_unique<JournalTimer>(journal, 's');
+    struct Remover : Timer {
+        std::function<void()> action;
+        bool onTimer(void*, int) override { return true; }
+        void onTimerRemoved() override { action(); }
+    } remover;
+    queue.add(&remover, 10, nullptr);
+    const int id = queue.add(second.get(), 10, nullptr);
+    int removed = 0;
+    remover.action = [&] {
+        queue.remove(id);
+        removed = second->removed;
+        second.reset();
+    };
+    EXPECT_EQ(queue.clear(), 2);
+    EXPECT_EQ(removed, 1);
+}
+
 TEST(TimerQueue, StartsItsIdsAgainAtZero) {
     std::string journal;
     JournalTimer timer{journal, 'a'};
