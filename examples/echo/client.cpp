@@ -11,28 +11,33 @@ namespace {
 
 constexpr int kPatienceMs = 5000;
 
-bool receive(vyn::Socket& socket, std::string& out, size_t size) {
-    out.resize(size);
-    for (size_t received = 0; received < size;) {
-        const int count =
-            socket.recv(&out[received], static_cast<int>(size - received), kPatienceMs);
-        if (count < 1) return false;
+// Exactly `size` bytes, or fewer when the service hung up or kept silent.
+std::string receive(vyn::Socket& socket, size_t size) {
+    std::string bytes(size, '\0');
+    size_t received = 0;
+    while (received < size) {
+        const int wanted = static_cast<int>(size - received);
+        const int count = socket.recv(&bytes[received], wanted, kPatienceMs);
+        if (count < 1) break;
         received += static_cast<size_t>(count);
     }
-    return true;
+    bytes.resize(received);
+    return bytes;
 }
 
 bool exchange(vyn::Socket& socket, const std::string& text, std::string& answer) {
     const std::string frame = encodeFrame(text);
-    std::string length;
-    return socket.send(frame.data(), static_cast<int>(frame.size())) > 0 &&
-           receive(socket, length, kLengthBytes) && receive(socket, answer, payloadLength(length));
+    if (socket.send(frame.data(), static_cast<int>(frame.size())) < 0) return false;
+    const std::string length = receive(socket, kLengthBytes);
+    if (length.size() < kLengthBytes || payloadLength(length) > kLongestPayload) return false;
+    answer = receive(socket, payloadLength(length));
+    return answer.size() == payloadLength(length);
 }
 
 }  // namespace
 
 int runClient(int count, char** arguments) {
-    if (count < 1) {
+    if (count < 2) {
         std::cerr << "usage: echo client PORT TEXT..." << std::endl;
         return 2;
     }
@@ -44,7 +49,7 @@ int runClient(int count, char** arguments) {
     for (int i = 1; i < count; ++i) {
         std::string answer;
         if (!exchange(socket, arguments[i], answer)) {
-            std::cerr << "no answer: " << socket.lastErrorMessage() << std::endl;
+            std::cerr << "no answer to \"" << arguments[i] << "\"" << std::endl;
             return 1;
         }
         std::cout << "sent \"" << arguments[i] << "\", got \"" << answer << "\"" << std::endl;

@@ -1,6 +1,7 @@
 // echo [PORT [SILENCE_MS]]        sends each frame back; SIGINT or SIGTERM stops it
 // echo client PORT TEXT...        sends each text as a frame and prints the answers
 #include <vyn/command.h>
+#include <vyn/config.h>
 #include <vyn/logging.h>
 #include <vyn/net_device.h>
 #include <vyn/worker.h>
@@ -96,12 +97,14 @@ int main(int argc, char** argv) {
     for (int signal : {SIGINT, SIGTERM}) sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
+    const int port = argc > 1 ? std::atoi(argv[1]) : 7007;
     if (argc > 2) gLongestSilenceMs = std::atol(argv[2]);
+    vyn::config::setAsyncWritting(true);  // a peer that does not read holds up nobody else
     vyn::Connector connector;
     EchoService service(connector);
     connector.attach(&service);
     vyn::ListenerDevice listener;
-    if (!listener.listen(argc > 1 ? std::atoi(argv[1]) : 7007, "127.0.0.1")) return 1;
+    if (!listener.listen(port, "127.0.0.1")) return 1;
     vyn::Worker listening(&listener, nullptr);
     connector.addWorkerLocked(&listening, &service);
     std::cout << "listening on port " << listener.socket().getHostPort() << std::endl;

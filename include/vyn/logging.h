@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -44,7 +45,7 @@ class VYN_API LogMessage : public std::ostringstream {
   public:
     // `function` may be the compiler's whole signature; it is cut down to the bare name. A fatal
     // message passes every filter and, once written, ends the process (see setAborter). A message
-    // that is not enabled writes nothing, and does not end the process.
+    // that is not enabled writes nothing, and does not end the process. No text may be null.
     LogMessage(const char* messageTag, const char* sourceFile, const char* sourceFunction,
                int sourceLine, int messageLevel, bool isFatal, bool isEnabled);
     // A line without a source position.
@@ -175,7 +176,8 @@ extern "C" VYN_API void logging_printf(const char* file, const char* function, i
                                        const char* format, ...)
     __attribute__((format(printf, 5, 6)));
 
-// One line at a level, under a tag: VYN_LOG_TAGGED("Audio", logging::kLevelInfo) << "ready";
+// One line at a level, which should be a constant as it is looked at twice, under a tag:
+// VYN_LOG_TAGGED("Audio", logging::kLevelInfo) << "ready";
 #define VYN_LOG_TAGGED(tag, level)                                                         \
     !::logging::passes(level)                                                              \
         ? static_cast<void>(0)                                                             \

@@ -108,7 +108,8 @@ class VYN_API Worker : public Parser::PostListener {
     // Any thread, while the worker exists. Queues a copy for the loop to write. A peer with more
     // than 100 writes waiting is not reading: the worker becomes invalid, and in the loop's next
     // turn an alert is logged and onDisconnected() follows. While no loop runs, that happens before
-    // this returns.
+    // this returns. The queue is written between the loop's turns only, so a handler that answers
+    // many commands of one read gathers its answers into fewer writes.
     void queueWritting(const void* data, int len);
 
     // --- Calls of the connector.

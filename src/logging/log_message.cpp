@@ -59,6 +59,7 @@ LogMessage::~LogMessage() {
 
     const int savedErrno = errno;
     const std::string prefixed = composeLine();
+    // The system's log ends lines itself; one more newline would show as an empty line.
     platform::writeLine(takePriority(), tag.c_str(), prefixed.c_str());
     const std::string finished = prefixed + '\n';
     settings::print(finished);
@@ -101,11 +102,13 @@ void logging_printf(const char* file, const char* function, int line, int level,
     constexpr char kPrintfTag[] = "CF";
     if (!logging::passes(level)) return;
 
-    char text[4096];
+    const int savedErrno = errno;
+    char text[4096] = "";
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
+    errno = savedErrno;
 
     if (file != nullptr && function != nullptr) {
         logging::LogMessage(kPrintfTag, file, function, line, level, false, true) << text;

@@ -6,9 +6,7 @@ namespace logging {
 
 namespace {
 
-int64_t elapsedMs(int64_t startNanoseconds) {
-    return (vyn::tick::nanoseconds() - startNanoseconds) / 1000000;
-}
+constexpr int64_t kNanosecondsPerMs = 1000000;
 
 }  // namespace
 
@@ -20,12 +18,15 @@ ScopeTracer::ScopeTracer(const char* file, const char* function, int line, int l
       mLevel(level),
       mName(name),
       mStart(vyn::tick::nanoseconds()) {
+    if (!passes(mLevel)) return;
     LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true) << "enter " << mName;
 }
 
 ScopeTracer::~ScopeTracer() {
+    if (!passes(mLevel)) return;
+    const int64_t elapsed = vyn::tick::nanoseconds() - mStart;
     LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true)
-        << "leave " << mName << ", " << elapsedMs(mStart) << " ms";
+        << "leave " << mName << ", " << elapsed / kNanosecondsPerMs << " ms";
 }
 
 TimerScopeTracer::TimerScopeTracer(const char* file, const char* function, int line, int level,
@@ -39,10 +40,10 @@ TimerScopeTracer::TimerScopeTracer(const char* file, const char* function, int l
       mStart(vyn::tick::nanoseconds()) {}
 
 TimerScopeTracer::~TimerScopeTracer() {
-    const int64_t elapsed = elapsedMs(mStart);
-    if (elapsed <= mThresholdMs) return;
+    const int64_t elapsed = vyn::tick::nanoseconds() - mStart;
+    if (elapsed <= mThresholdMs * kNanosecondsPerMs || !passes(mLevel)) return;
     LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true)
-        << mName << " took " << elapsed << " ms";
+        << mName << " took " << elapsed / kNanosecondsPerMs << " ms";
 }
 
 }  // namespace logging

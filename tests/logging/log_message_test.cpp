@@ -75,9 +75,17 @@ TEST(LogMessage, WritesNothingWhenItIsNotEnabled) {
 }
 
 TEST(LogMessage, LeavesErrnoAsItWas) {
+    struct Disturber : LogPrinter {
+        void print(const std::string&) override { errno = EIO; }
+    } disturber;
+    setLoggingPrinter(&disturber);
     errno = ENOENT;
     VYN_LOG_INFO << "text";
     EXPECT_EQ(errno, ENOENT);
+    // No byte of the default locale stands for this character, which printf reports in errno.
+    logging_printf("f", "f", 1, kLevelInfo, "%ls", L"\u4e2d");
+    EXPECT_EQ(errno, ENOENT);
+    setLoggingPrinter(nullptr);
 }
 
 TEST(LogMessage, LogsSystemErrorsWithNumberAndText) {
