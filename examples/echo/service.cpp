@@ -1,0 +1,117 @@
+// echo [PORT [SILENCE_MS]]        sends each frame back; SIGINT or SIGTERM stops it
+// echo client PORT TEXT...        sends each text as a frame and prints the answers
+#include <vyn/command.h>
+#include <vyn/logging.h>
+#include <vyn/net_device.h>
+#include <vyn/worker.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <thread>
+
+#include "client.h"
+#include "frame.h"
+
+struct Frame : vyn::Command {
+    std::string payload;
+    const char* getClassName() override { return "Frame"; }
+    void dump(std::ostream& os) override { os << payload.size() << " bytes"; }
+};
+
+class FrameParser : public vyn::Parser {
+  public:
+    explicit FrameParser(vyn::Device& device) : mDevice(device) {}
+    void createPacket(vyn::Command* command) override {
+        const std::string packet = encodeFrame(static_cast<Frame*>(command)->payload);
+        onPacketCreated(packet.data(), static_cast<int>(packet.size()));
+    }
+    int parse(const void* data, int len, bool) override {
+        if (len > 0) mBytes.append(static_cast<const char*>(data), static_cast<size_t>(len));
+        if (mBytes.size() < kLengthBytes) return -1;
+        const size_t length = payloadLength(mBytes);
+        if (length > kLongestPayload) {
+            VYN_LOG_WARNING << "frame of " << length << " bytes, disconnect " << &mDevice;
+            mDevice.disconnect();  // which deletes this parser
+            return -1;
+        }
+        if (mBytes.size() < kLengthBytes + length) return -1;
+        Frame frame;
+        frame.payload = mBytes.substr(kLengthBytes, length);
+        mBytes.erase(0, kLengthBytes + length);
+        onCommandParsed(&frame);
+        return 0;
+    }
+
+  private:
+    vyn::Device& mDevice;
+    std::string mBytes;
+};
+
+long gLongestSilenceMs = 60000;
+
+struct Connection : vyn::Worker {
+    explicit Connection(vyn::Device* device) : Worker(device, new FrameParser(*device)) {}
+    ~Connection() override { delete getParser(), delete getDevice(); }
+    bool hasRemoteTimedout(long silenceMs) override { return silenceMs > gLongestSilenceMs; }
+};
+
+class EchoService : public vyn::Connector::Executor {
+  public:
+    explicit EchoService(vyn::Connector& loop) : mLoop(loop) {}
+    void onNewConnection(vyn::Worker*, int, void* data) override {
+        const auto* accepted = static_cast<const vyn::Socket*>(data);
+        if (!accepted->isValid()) return;
+        auto connection = std::make_unique<Connection>(new vyn::NetDevice(accepted));
+        mLoop.addWorkerLocked(connection.get(), this);
+        mConnections[connection.get()] = std::move(connection);
+    }
+    void onCommand(vyn::Worker* worker, vyn::Command* frame) override { worker->write(frame); }
+    void onHeartbitTimeout(vyn::Worker* worker) override {
+        VYN_LOG_WARNING << "silent for too long, disconnect " << worker;
+        worker->getDevice()->disconnect();
+    }
+    void onDisconnected(vyn::Worker* worker) override {
+        mLoop.removeWorkerLocked(worker);
+        mConnections.erase(worker);
+    }
+    void onMessage(vyn::Message) override { mLoop.stop(); }
+    void onNetworkChanged(vyn::Worker*) override {}
+    void onFileChanged(vyn::Worker*, const std::string&, int) override {}
+    void onAuthenticated(vyn::Worker*) override {}
+    void onAuthenticationFailed(vyn::Worker*) override {}
+
+  private:
+    vyn::Connector& mLoop;
+    std::map<vyn::Worker*, std::unique_ptr<Connection>> mConnections;
+};
+
+int main(int argc, char** argv) {
+    if (argc > 1 && std::string(argv[1]) == "client") return runClient(argc - 2, argv + 2);
+
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (int signal : {SIGINT, SIGTERM}) sigaddset(&signals, signal);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    if (argc > 2) gLongestSilenceMs = std::atol(argv[2]);
+    vyn::Connector connector;
+    EchoService service(connector);
+    connector.attach(&service);
+    vyn::ListenerDevice listener;
+    if (!listener.listen(argc > 1 ? std::atoi(argv[1]) : 7007, "127.0.0.1")) return 1;
+    vyn::Worker listening(&listener, nullptr);
+    connector.addWorkerLocked(&listening, &service);
+    std::cout << "listening on port " << listener.socket().getHostPort() << std::endl;
+
+    std::thread signalWaiter([&] {
+        int signal;
+        sigwait(&signals, &signal);
+        service.sendMessage(vyn::Message::obtain());
+    });
+    connector.run();
+    signalWaiter.join();
+    std::cout << "stopped" << std::endl;
+}
