@@ -194,6 +194,11 @@ TEST(UnixSocket, WaitsForRoomInTheBacklogAtMostItsTimeout) {
     std::thread late([&] { EXPECT_TRUE(listener.accept().isValid()); });
     EXPECT_TRUE(second.connect(folder / "socket", 60000));
     late.join();
+
+    timeval sendTimeout{1, 1};
+    socklen_t length = sizeof sendTimeout;
+    getsockopt(second.fd(), SOL_SOCKET, SO_SNDTIMEO, &sendTimeout, &length);
+    EXPECT_EQ(sendTimeout.tv_sec * 1000000 + sendTimeout.tv_usec, 0);  // sends still wait for ever
 }
 
 TEST(UnixSocket, CarriesOneDatagramARead) {
