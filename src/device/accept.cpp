@@ -48,12 +48,10 @@ void reportShedding() {
 
 }  // namespace
 
-int acceptConnection(int listener, sockaddr* address, socklen_t capacity) {
+int acceptConnection(int listener, sockaddr* address, socklen_t* length) {
     pthread_rwlock_rdlock(&gGate);
-    const int accepted = uninterrupted([&] {
-        socklen_t length = capacity;
-        return accept4(listener, address, &length, SOCK_CLOEXEC);
-    });
+    const int accepted =
+        uninterrupted([&] { return accept4(listener, address, length, SOCK_CLOEXEC); });
     const int error = errno;
     pthread_rwlock_unlock(&gGate);
     const bool outOfDescriptors = accepted < 0 && (error == EMFILE || error == ENFILE);

@@ -5,8 +5,9 @@
 namespace vyn::io {
 
 // Accepts a waiting connection: a blocking, close-on-exec descriptor, or -1. When the process is
-// out of descriptors one waiting connection is accepted and closed. Any thread.
-int acceptConnection(int listener, sockaddr* address, socklen_t capacity);
+// out of descriptors one waiting connection is accepted and closed. The peer's address may be null.
+// Any thread.
+int acceptConnection(int listener, sockaddr* address, socklen_t* length);
 
 // Holds the descriptor back that acceptConnection() needs when there is no other. Any thread.
 void reserveSpareDescriptor();

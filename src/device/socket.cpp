@@ -92,7 +92,8 @@ bool Socket::startConnect(const std::string& ip, int port) {
 Socket Socket::accept() {
     Socket accepted;
     SocketAddress remote;
-    accepted.setDescriptor(io::acceptConnection(fd(), remote.raw(), SocketAddress::kCapacity));
+    socklen_t length = SocketAddress::kCapacity;
+    accepted.setDescriptor(io::acceptConnection(fd(), remote.raw(), &length));
     if (accepted.isValid()) accepted.mRemote = remote;
     return accepted;
 }
@@ -102,7 +103,8 @@ int Socket::sendTo(const void* data, int size, const SocketAddress& to) {
 }
 
 int Socket::recvFrom(void* buffer, int size, int timeoutMs, SocketAddress* from) {
-    return io::receiveWithin(fd(), buffer, size, timeoutMs, from->raw(), SocketAddress::kCapacity);
+    socklen_t length = SocketAddress::kCapacity;
+    return io::receiveWithin(fd(), buffer, size, timeoutMs, from->raw(), &length);
 }
 
 std::string Socket::getHostIP() const { return localAddress().ip(); }

@@ -18,11 +18,11 @@ bool SocketBase::listen() {
 int SocketBase::send(const void* data, int size) { return io::send(mFd, data, size, nullptr, 0); }
 
 int SocketBase::recv(void* buffer, int size, int timeoutMs) {
-    return io::receiveWithin(mFd, buffer, size, timeoutMs, nullptr, 0);
+    return io::receiveWithin(mFd, buffer, size, timeoutMs, nullptr, nullptr);
 }
 
 int SocketBase::recv(void* buffer, int size) {
-    return io::receive(mFd, buffer, size, 0, nullptr, 0);
+    return io::receive(mFd, buffer, size, 0, nullptr, nullptr);
 }
 
 bool SocketBase::shutdownSend() { return ::shutdown(mFd, SHUT_WR) == 0; }

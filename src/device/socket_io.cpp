@@ -96,21 +96,19 @@ int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLen
     return sent;
 }
 
-int receive(int fd, void* buffer, int size, int flags, sockaddr* from, socklen_t fromCapacity) {
+int receive(int fd, void* buffer, int size, int flags, sockaddr* from, socklen_t* fromLength) {
     if (size < 0) {
         errno = EINVAL;
         return -1;
     }
     return static_cast<int>(uninterrupted([&] {
-        socklen_t length = fromCapacity;
-        return ::recvfrom(fd, buffer, static_cast<size_t>(size), flags, from,
-                          from == nullptr ? nullptr : &length);
+        return ::recvfrom(fd, buffer, static_cast<size_t>(size), flags, from, fromLength);
     }));
 }
 
 int receiveWithin(int fd, void* buffer, int size, int timeoutMs, sockaddr* from,
-                  socklen_t fromCapacity) {
-    const auto tryNow = [&] { return receive(fd, buffer, size, MSG_DONTWAIT, from, fromCapacity); };
+                  socklen_t* fromLength) {
+    const auto tryNow = [&] { return receive(fd, buffer, size, MSG_DONTWAIT, from, fromLength); };
     int count = tryNow();
     if (count >= 0 || !wouldBlock()) return count;
     const Deadline deadline(timeoutMs);

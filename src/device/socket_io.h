@@ -40,11 +40,12 @@ int getOption(int fd, int level, int name);
 // Waits until `fd` is ready for `events` or in error. False when the time ran out.
 bool awaitReady(int fd, short events, const Deadline& deadline);
 
-// See SocketBase for what these return. Addresses may be null.
+// See SocketBase for what these return. Addresses may be null; `fromLength` goes in as the room
+// there is for the address.
 int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLength);
-int receive(int fd, void* buffer, int size, int flags, sockaddr* from, socklen_t fromCapacity);
+int receive(int fd, void* buffer, int size, int flags, sockaddr* from, socklen_t* fromLength);
 int receiveWithin(int fd, void* buffer, int size, int timeoutMs, sockaddr* from,
-                  socklen_t fromCapacity);
+                  socklen_t* fromLength);
 
 // Connects; abandons the attempt with ETIMEDOUT when the time runs out.
 bool connectWithin(int fd, const sockaddr* to, socklen_t toLength, int timeoutMs);

@@ -81,8 +81,9 @@ TEST(AcceptWithoutDescriptors, LogsAtMostOneLineASecond) {
 }
 
 TEST(AcceptWithoutDescriptors, ThreadsDoNotTakeTheReserveFromEachOther) {
+    testing::allowDescriptors(4096);
     std::vector<Backlog> backlogs;
-    for (int i = 0; i < 4; ++i) backlogs.emplace_back(50);
+    for (int i = 0; i < 4; ++i) backlogs.emplace_back(400);
     std::vector<int> kept(backlogs.size());
     const int threadCount = static_cast<int>(backlogs.size());
     std::atomic<int> started{0};

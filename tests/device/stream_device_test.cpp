@@ -37,7 +37,8 @@ class StreamDevice : public ::testing::Test {
     }
 };
 
-using Transports = ::testing::Types<testing::Tcp4Transport, testing::Tcp6Transport>;
+using Transports =
+    ::testing::Types<testing::Tcp4Transport, testing::Tcp6Transport, testing::UnixTransport>;
 TYPED_TEST_SUITE(StreamDevice, Transports, );
 
 // One device, its worker and an executor that counts disconnections.

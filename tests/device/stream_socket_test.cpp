@@ -30,7 +30,8 @@ class StreamSocket : public ::testing::Test {
 bool isCloseOnExec(int fd) { return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
 bool isNonBlocking(int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0; }
 
-using Transports = ::testing::Types<testing::Tcp4Transport, testing::Tcp6Transport>;
+using Transports =
+    ::testing::Types<testing::Tcp4Transport, testing::Tcp6Transport, testing::UnixTransport>;
 TYPED_TEST_SUITE(StreamSocket, Transports, );
 
 // Bytes that repeat with a period of 251, so that a lost or doubled block shows.

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <vyn/net_device.h>
+#include <vyn/unix_device.h>
 
 #include <memory>
+#include <string>
 
 #include "support/descriptors.h"
+#include "support/temporary_folder.h"
 
 namespace vyn::testing {
 
@@ -40,6 +43,33 @@ struct TcpTransport {
 };
 using Tcp4Transport = TcpTransport<false>;
 using Tcp6Transport = TcpTransport<true>;
+
+struct UnixTransport {
+    using SocketType = UnixSocket;
+    using DeviceType = UnixDevice;
+    using ListenerType = UnixListenerDevice;
+
+    static bool isAvailable() { return true; }
+
+    UnixSocket listener() {
+        UnixSocket socket(UnixSocket::STREAM);
+        return socket.bind(newPath()) && socket.listen() ? socket : UnixSocket();
+    }
+
+    std::unique_ptr<UnixListenerDevice> listenerDevice() {
+        return std::make_unique<UnixListenerDevice>(newPath());
+    }
+
+    UnixSocket client(const UnixSocket& listener) {
+        UnixSocket socket(UnixSocket::STREAM);
+        return socket.connect(listener.getLocalAddr()) ? socket : UnixSocket();
+    }
+
+    std::string newPath() { return folder / ("socket" + std::to_string(++sockets)); }
+
+    TemporaryFolder folder;
+    int sockets = 0;
+};
 
 // A listener and one connection to it.
 template <typename Transport>

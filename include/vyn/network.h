@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <vyn/export.h>
+
+// The network interfaces of this machine, as the kernel shows them at the time of the call. Any
+// thread.
+namespace vyn::helper {
+
+struct InterfaceAddress {
+    // As Socket takes it: "192.0.2.7", "2001:db8::7", "fe80::7%eth0".
+    std::string ip;
+    int prefixLength = 0;
+};
+
+struct NetworkDevice {
+    std::string name;
+    int index = 0;
+    bool up = false;  // switched on, whether it has a link or not
+    bool loopback = false;
+    std::string mac;  // "02:00:5e:10:00:01"; empty for an interface that has none
+    std::vector<InterfaceAddress> ipv4;
+    std::vector<InterfaceAddress> ipv6;
+};
+
+// Every interface; none, and a log line, when the kernel does not tell.
+[[nodiscard]] VYN_API std::vector<NetworkDevice> getNetworkDevices();
+// Their names.
+[[nodiscard]] VYN_API std::vector<std::string> getInterfaces();
+// The interface's first IPv4 address, and its hardware address. Empty when it has none; empty, and
+// a log line, when there is no such interface.
+[[nodiscard]] VYN_API std::string getIpAddress(const std::string& interface);
+[[nodiscard]] VYN_API std::string getMacAddress(const std::string& interface);
+
+}  // namespace vyn::helper

@@ -1,0 +1,42 @@
+#include <sys/stat.h>
+#include <vyn/logging.h>
+#include <vyn/unix_device.h>
+
+#include "device/unix_address.h"
+
+namespace vyn {
+
+namespace {
+
+void openToEveryone(const std::string& addr) {
+    if (UnixAddress::isAbstract(addr)) return;  // names have no permissions
+    const int ret = chmod(addr.c_str(), 0777);
+    VYN_CHECK(ret == 0) << "chmod addr " << addr << " to 0777 failed. ret = " << ret;
+}
+
+}  // namespace
+
+UnixListenerDevice::UnixListenerDevice(const std::string& addr) {
+    mSocket.create(UnixSocket::STREAM);
+    const bool b = mSocket.bind(addr);
+    VYN_CHECK(b == true) << "bind addr " << addr << " failed.";
+    mSocket.listen();
+    openToEveryone(addr);
+    VYN_LOG_DEBUG << "bind on " << addr;
+    VYN_LOG_DEBUG << "listen on " << mSocket.getLocalAddr();
+}
+
+const char* UnixListenerDevice::getClassName() { return "UnixListenerDevice"; }
+
+void UnixListenerDevice::onDataArrival(int fd) {
+    VYN_CHECK(fd == mSocket.fd());
+    UnixSocket accepted = mSocket.accept();
+    VYN_LOG_VERBOSE << "\033[1;33;40m"
+                    << "Run here! "
+                    << "accepted fd " << accepted.fd() << " from " << mSocket.getLocalAddr();
+    onNewConnection(getFd(), &accepted);
+}
+
+std::string UnixListenerDevice::getAddress() { return mSocket.getLocalAddr(); }
+
+}  // namespace vyn

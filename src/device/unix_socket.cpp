@@ -1,0 +1,120 @@
+#include <sys/time.h>
+#include <vyn/unix_socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "device/accept.h"
+#include "device/socket_file.h"
+#include "device/socket_io.h"
+#include "device/unix_address.h"
+
+namespace vyn {
+
+namespace {
+
+int openSocket(UnixSocket::Type type) {
+    return ::socket(AF_UNIX, (type == UnixSocket::DGRAM ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC,
+                    0);
+}
+
+// How long a blocking connect waits for room in the backlog; 0 waits for ever.
+void setConnectTimeout(int fd, int timeoutMs) {
+    const timeval limit{timeoutMs / 1000, timeoutMs % 1000 * 1000};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+bool connectWithin(int fd, const UnixAddress& address, int timeoutMs) {
+    const io::Deadline deadline(timeoutMs);
+    const bool connected = io::uninterrupted([&] {
+                               const int remaining = deadline.remainingMs();
+                               setConnectTimeout(fd, remaining < 0 ? 0 : std::max(remaining, 1));
+                               return ::connect(fd, address.raw(), address.length());
+                           }) == 0;
+    const int error = errno;
+    setConnectTimeout(fd, 0);
+    errno = error;
+    return connected;
+}
+
+}  // namespace
+
+UnixSocket::UnixSocket(Type type) { create(type); }
+
+UnixSocket::UnixSocket(const UnixSocket* other) {
+    if (other != nullptr) move(*other);
+}
+
+UnixSocket::UnixSocket(UnixSocket&& other) noexcept { move(other); }
+
+UnixSocket& UnixSocket::operator=(UnixSocket&& other) noexcept {
+    move(other);
+    return *this;
+}
+
+void UnixSocket::move(const UnixSocket& other) {
+    takeDescriptor(other);
+    mType = other.mType;
+}
+
+bool UnixSocket::create(Type type) {
+    mType = type;
+    setDescriptor(openSocket(type));
+    return isValid();
+}
+
+bool UnixSocket::bind(const std::string& addr) {
+    UnixAddress address;
+    if (!UnixAddress::parse(addr, &address)) return false;
+    const auto tryToBind = [&] { return ::bind(fd(), address.raw(), address.length()) == 0; };
+    if (tryToBind()) return true;
+    if (errno != EADDRINUSE) return false;
+    if (removeAbandonedSocketFile(address)) return tryToBind();
+    errno = EADDRINUSE;
+    return false;
+}
+
+bool UnixSocket::connect(const std::string& addr, int timeoutMs) {
+    UnixAddress address;
+    return UnixAddress::parse(addr, &address) && connectWithin(fd(), address, timeoutMs);
+}
+
+UnixSocket UnixSocket::accept() {
+    UnixSocket accepted;
+    accepted.setDescriptor(io::acceptConnection(fd(), nullptr, nullptr));
+    return accepted;
+}
+
+int UnixSocket::sendTo(const void* data, int size, const std::string& to) {
+    UnixAddress address;
+    if (!UnixAddress::parse(to, &address)) return -1;
+    return io::send(fd(), data, size, address.raw(), address.length());
+}
+
+int UnixSocket::recvFrom(void* buffer, int size, int timeoutMs, std::string* from) {
+    UnixAddress address;
+    const int count =
+        io::receiveWithin(fd(), buffer, size, timeoutMs, address.raw(), address.lengthOut());
+    if (count >= 0) *from = address.text();
+    return count;
+}
+
+std::string UnixSocket::getRemoteAddr() const {
+    UnixAddress address;
+    return getpeername(fd(), address.raw(), address.lengthOut()) == 0 ? address.text() : "";
+}
+
+std::string UnixSocket::getLocalAddr() const {
+    UnixAddress address;
+    return getsockname(fd(), address.raw(), address.lengthOut()) == 0 ? address.text() : "";
+}
+
+std::optional<UnixSocket::Credentials> UnixSocket::peerCredentials() const {
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    const bool known = getsockopt(fd(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0;
+    if (!known || peer.uid == static_cast<uid_t>(-1)) return std::nullopt;
+    return Credentials{peer.pid, peer.uid, peer.gid};
+}
+
+}  // namespace vyn
