@@ -155,7 +155,7 @@ TEST_F(ConnectorWorkersTest, NoEventComesBeforeTheDeviceIsReady) {
             ++arrivals;
         }
     };
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 200; ++i) {
         const auto ends = makeSocketPair();
         SlowDevice device(ends.first);
         LineParser parser;
