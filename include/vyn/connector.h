@@ -97,9 +97,10 @@ class VYN_API Connector {
     // are new.
     void addWorkerLocked(Worker* worker, Executor* executor);
     // Any thread. Forgets the worker and its descriptors, whatever became of them; unknown workers
-    // are ignored. On the loop's thread no callback comes for the worker afterwards, and it may be
-    // deleted at once. On another thread a callback may be under way: post a message to the loop
-    // and delete the worker there.
+    // are ignored. On the loop's thread no event comes for the worker afterwards, and it may be
+    // deleted at once; a worker that removed itself in a callback and is not deleted may still get
+    // what the same read brought. On another thread a callback may be under way: post a message to
+    // the loop and delete the worker there.
     void removeWorkerLocked(Worker* worker);
 
     // Serves the loop until stop(). A thread runs one connector, once: a second call on a thread

@@ -10,6 +10,9 @@ namespace vyn {
 // The device of one TCP connection, or of a connected UDP socket, which gives one datagram a read.
 // A datagram of more than 2048 bytes is cut; an empty one counts as the end of the stream.
 //
+// A descriptor that is reported readable without having anything to read, which is rare, holds the
+// loop for up to a second.
+//
 // With asynchronous writing on (see config), a stream becomes non-blocking when its worker is added
 // to a connector: a peer that does not read cannot block the loop.
 class VYN_API NetDevice : public BaseDevice {
@@ -62,8 +65,12 @@ class VYN_API ListenerDevice : public NetDevice {
     const char* getClassName() override;
     void onDataArrival(int fd) override;
 
-    // Listens there instead. False when that fails, which is logged.
+    // Listens there instead. False when that fails, which is logged; errno then tells why, and the
+    // device may hold a socket that does not listen.
     bool listen(int port, const std::string& ip);
+
+  private:
+    bool bindTo(int port, const std::string& ip);
 };
 
 }  // namespace vyn

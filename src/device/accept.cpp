@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <unistd.h>
 #include <vyn/logging.h>
 
 #include <atomic>
@@ -16,10 +17,16 @@ namespace {
 // Accepting holds the gate shared, shedding holds it alone: otherwise an accept on another thread
 // could take the very descriptor that is set free for a moment.
 pthread_rwlock_t gGate = PTHREAD_RWLOCK_INITIALIZER;
-int gSpare = -1;  // used by who holds the gate alone
+// Used by who holds the gate alone: the reserve, and what it is refilled from.
+int gSpare = -1;
+int gNull = -1;
+// Something else of the process took the reserve while it was set free.
+std::atomic<bool> gSpareIsLost{false};
 
-void ensureSpare() {
-    if (gSpare < 0) gSpare = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+void refillSpare() {
+    if (gNull < 0) gNull = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (gSpare < 0) gSpare = fcntl(gNull, F_DUPFD_CLOEXEC, 0);
+    gSpareIsLost.store(gSpare < 0, std::memory_order_relaxed);
 }
 
 // Accepts one connection with the spare descriptor and hangs up on it.
@@ -30,20 +37,23 @@ bool shedConnection(int listener) {
     gSpare = -1;
     const int shed =
         uninterrupted([&] { return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); });
-    closeDescriptor(shed);
-    ensureSpare();
+    // Hangs up by putting the new reserve in the connection's place: nobody gets between the two.
+    if (shed >= 0) gSpare = dup3(gNull, shed, O_CLOEXEC);
+    refillSpare();
     pthread_rwlock_unlock(&gGate);
     return shed >= 0;
 }
 
 // A flood of connections must not become a flood of lines.
-void reportShedding() {
+void report(bool shed) {
     constexpr int64_t kIntervalNs = 1000000000;
     static std::atomic<int64_t> nextReport{0};
     const int64_t now = tick::nanoseconds();
     int64_t due = nextReport.load(std::memory_order_relaxed);
     if (now < due || !nextReport.compare_exchange_strong(due, now + kIntervalNs)) return;
-    VYN_LOG_ERRNO_ERROR << "accept. hung up on a waiting connection.";
+    VYN_LOG_ERRNO_ERROR << "accept. "
+                        << (shed ? "hung up on a waiting connection."
+                                 : "a connection waits for a descriptor to become free.");
 }
 
 }  // namespace
@@ -54,16 +64,22 @@ int acceptConnection(int listener, sockaddr* address, socklen_t* length) {
         uninterrupted([&] { return accept4(listener, address, length, SOCK_CLOEXEC); });
     const int error = errno;
     pthread_rwlock_unlock(&gGate);
-    const bool outOfDescriptors = accepted < 0 && (error == EMFILE || error == ENFILE);
-    const bool shed = outOfDescriptors && shedConnection(listener);
+    if (accepted >= 0) {
+        if (gSpareIsLost.load(std::memory_order_relaxed)) reserveSpareDescriptor();
+        return accepted;
+    }
+    if (error == EMFILE || error == ENFILE) {
+        const bool shed = shedConnection(listener);
+        errno = error;
+        report(shed);
+    }
     errno = error;
-    if (shed) reportShedding();
-    return accepted;
+    return -1;
 }
 
 void reserveSpareDescriptor() {
     pthread_rwlock_wrlock(&gGate);
-    ensureSpare();
+    refillSpare();
     pthread_rwlock_unlock(&gGate);
 }
 

@@ -15,9 +15,7 @@ ListenerDevice::ListenerDevice() = default;
 
 ListenerDevice::ListenerDevice(int port, const std::string& ip) {
     if (port < 0) return;
-    mSocket.create(Socket::TCP);
-    mSocket.setHostIP(ip);
-    const bool b = mSocket.bind(port);
+    const bool b = bindTo(port, ip);
     VYN_CHECK(b == true) << "bind [" << ip << ":" << port << "] failed.";
     mSocket.listen();
     VYN_LOG_DEBUG << "listen on " << localAddress(mSocket);
@@ -36,9 +34,7 @@ void ListenerDevice::onDataArrival(int fd) {
 
 bool ListenerDevice::listen(int port, const std::string& ip) {
     mSocket.reset();
-    mSocket.create(Socket::TCP);
-    mSocket.setHostIP(ip);
-    if (!mSocket.bind(port)) {
+    if (!bindTo(port, ip)) {
         VYN_LOG_INFO << "bind [" << ip << ":" << port << "] failed.";
         return false;
     }
@@ -48,6 +44,10 @@ bool ListenerDevice::listen(int port, const std::string& ip) {
     }
     VYN_LOG_INFO << "listen on " << localAddress(mSocket);
     return true;
+}
+
+bool ListenerDevice::bindTo(int port, const std::string& ip) {
+    return mSocket.create(Socket::TCP) && mSocket.setHostIP(ip) && mSocket.bind(port);
 }
 
 }  // namespace vyn

@@ -80,6 +80,43 @@ TEST(AcceptWithoutDescriptors, LogsAtMostOneLineASecond) {
     EXPECT_LE(capture.count(kLine), 1 + elapsed / std::chrono::seconds(1));
 }
 
+TEST(AcceptWithoutDescriptors, GetsItsReserveBackAfterSomebodyElseTookIt) {
+    Backlog backlog(200);
+    std::vector<int> stolen;
+    // Opens whatever becomes free while connections are shed. As above, it neither starts nor ends
+    // meanwhile.
+    enum Phase { kBefore, kStealing, kOver, kAfter };
+    std::atomic<Phase> phase{kBefore};
+    std::thread thief([&] {
+        while (phase == kBefore) std::this_thread::yield();
+        while (phase == kStealing) {
+            const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            if (fd >= 0) stolen.push_back(fd);
+        }
+        while (phase == kOver) std::this_thread::yield();
+    });
+    {
+        ExhaustedDescriptors exhausted;
+        phase = kStealing;
+        for (int i = 0; i < 2000; ++i) backlog.listener.accept();
+        phase = kOver;
+    }
+    phase = kAfter;
+    thief.join();
+    for (int fd : stolen) close(fd);
+    while (backlog.drain() > 0) {
+    }
+    Socket client = Tcp4Transport().client(backlog.listener);
+    ASSERT_TRUE(testing::awaitReadable(backlog.listener.fd()));
+    EXPECT_TRUE(backlog.listener.accept().isValid());
+
+    Socket late = Tcp4Transport().client(backlog.listener);
+    ASSERT_TRUE(testing::awaitReadable(backlog.listener.fd()));
+    ExhaustedDescriptors exhausted;
+    EXPECT_FALSE(backlog.listener.accept().isValid());
+    EXPECT_TRUE(isHungUp(late));
+}
+
 TEST(AcceptWithoutDescriptors, ThreadsDoNotTakeTheReserveFromEachOther) {
     testing::allowDescriptors(4096);
     std::vector<Backlog> backlogs;

@@ -1,0 +1,27 @@
+#include <vyn/property.h>
+
+#include "common/property_impl.h"
+
+namespace vyn {
+
+namespace {
+
+// Never destroyed: threads may still ask when the process exits.
+Property::Impl& platform() {
+    static Property::Impl* const impl = Property::Impl::create();
+    return *impl;
+}
+
+}  // namespace
+
+std::string Property::get(const std::string& key, const std::string& def) {
+    return platform().get(key, def);
+}
+
+bool Property::set(const std::string& key, const std::string& value) {
+    return !key.empty() && value.size() <= kMaxValueLength && platform().set(key, value);
+}
+
+void Property::reload() { platform().reload(); }
+
+}  // namespace vyn

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <vyn/property.h>
+
+namespace vyn {
+
+// What stands behind Property, one class for each platform; any thread may call it. Values given
+// to set() are not too long and keys not empty.
+class Property::Impl {
+  public:
+    // The platform's own, made with `new`.
+    static Impl* create();
+
+    virtual ~Impl() = default;
+    virtual std::string get(const std::string& key, const std::string& def) = 0;
+    virtual bool set(const std::string& key, const std::string& value) = 0;
+    virtual void reload() = 0;
+};
+
+}  // namespace vyn
