@@ -7,8 +7,8 @@
 
 #include <vyn/export.h>
 
-// Small functions for strings, time and the process. Any thread may call them. Pointers passed in
-// are not null.
+// Small functions for strings, time, the process, checksums and identifiers. Any thread may call
+// them, where nothing else is said. Pointers passed in are not null, where nothing else is said.
 namespace vyn::helper {
 
 // `text` without the leading and trailing characters that occur in `chars`.
@@ -65,5 +65,25 @@ VYN_API int split(const std::string& text, std::vector<std::string>& out, char d
 
 // Blocks the calling thread; a signal may end it early. Returns at once for less than a second.
 VYN_API void sleep(int seconds);
+
+// A 32-bit checksum. It is the CRC-32 of IEEE 802.3 (reflected polynomial 0xEDB88320, register
+// started with all ones), continued over the length, low byte first, in as many bytes as its value
+// needs, and not inverted at the end: nothing gives 0xFFFFFFFF. It is therefore not the value other
+// CRC-32 functions give. `data` may be null when `len` is 0; a negative length counts as 0.
+[[nodiscard]] VYN_API uint32_t crc32(const void* data, int len);
+
+// The MD5 digest (RFC 1321) in 32 upper-case hex digits. `data` may be null when `len` is 0; a
+// negative length counts as 0. MD5 finds accidents, it does not keep out attackers.
+[[nodiscard]] VYN_API std::string md5sum(const void* data, int len);
+
+// A random identifier: 16 bytes of the system's random device as 36 lower-case characters in the
+// form 8-4-4-4-12. No version or variant is marked in it. Falls back on uuid2() when the device
+// cannot be read.
+[[nodiscard]] VYN_API std::string uuid();
+
+// A pseudo-random identifier of the same form, marked as version 4. It seeds rand() from the clock
+// and logs that it was needed: it disturbs other users of rand(), may repeat what another process
+// draws at the same instant, and must not be called from several threads at once. Prefer uuid().
+[[nodiscard]] VYN_API std::string uuid2();
 
 }  // namespace vyn::helper

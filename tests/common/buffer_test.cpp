@@ -131,7 +131,8 @@ INSTANTIATE_TEST_SUITE_P(
                       [](Buffer& target, const Buffer& source) { target = &source; },
                       [](Buffer& target, const Buffer& source) {
                           EXPECT_EQ(target.move(source), 0);
-                      }));
+                      }),
+    [](const auto& parameter) { return "Way" + std::to_string(parameter.index); });
 
 TEST(Buffer, AssignReplacesTheContentAndKeepsTheWords) {
     Buffer buffer = marked("old", {1, 2, 3});

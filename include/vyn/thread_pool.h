@@ -1,0 +1,91 @@
+#pragma once
+
+#include <list>
+#include <map>
+#include <string>
+
+#include <vyn/condition.h>
+#include <vyn/export.h>
+#include <vyn/thread_annotations.h>
+
+namespace vyn {
+
+// Runs tasks on a fixed number of threads of its own, started in the order in which they were
+// added: the way to move blocking work off a connector's loop.
+//
+//     class Resize : public vyn::ThreadPool::Task {
+//         void run() override { ... }
+//     };
+//     pool.addTask(new Resize);
+//
+// Its threads are named "ThreadPool-" and their id, of which the kernel keeps 15 characters. While
+// config::debug::DEBUG_THREAD_POOL_CHECK() is on, tasks are timed: one that ran for more than
+// 10000 ms leaves a warning, and checkTaskTimeout() lists those that are still running.
+class VYN_API ThreadPool {
+  public:
+    class VYN_API Task {
+      public:
+        virtual ~Task() = default;
+        // Does the work, on one of the pool's threads. It may add tasks, but not destroy the pool.
+        virtual void run() = 0;
+
+        // The number addTask() gave it: 1 for the first task of the process. Tasks of all pools are
+        // numbered together.
+        int mId = 0;
+    };
+
+    // Starts `tasks` threads; 0 or less is a fatal error. Threads the system refuses to start leave
+    // one error line, and the pool works with the others.
+    explicit ThreadPool(int tasks);
+    // Waits until every task has been started and every thread has ended. Called on a thread that
+    // is not one of the pool's own.
+    //
+    // Tasks may go on adding tasks meanwhile. Those added while others are still queued are run;
+    // once the queue is empty the pool closes, and what a last running task adds is deleted without
+    // being run. So is everything queued in a pool of which no thread could be started. One error
+    // line then tells how many tasks were lost.
+    ~ThreadPool();
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
+
+    // Numbers and queues a task made with `new`, not null: the pool owns it from here on and
+    // deletes it once it has run. Any thread.
+    void addTask(Task* task);
+
+    // The tasks that have been running for more than 10000 ms, by id, such as
+    // "{ Task id:3, cost 12000 ms.}, { Task id:9, cost 10500 ms.}, "; empty without one. Any
+    // thread.
+    [[nodiscard]] std::string checkTaskTimeout();
+
+  private:
+    static void* threadMain(void* pool);
+
+    void startThreads(int count);
+    void runTasks();
+    Task* nextTask();
+    void runTask(Task* task);
+    void leave();
+
+    void recordStart(int id);
+    void reportTime(const Task* task, int id);
+
+    void drainAndQuit();
+    void forgetStarts();
+    void waitForThreads();
+    void deleteTasks();
+
+    // Idle threads wait on it, and the destructor.
+    Condition mCond;
+    // Guards only the starting times. Never held together with mCond.
+    Condition mTimeCond;
+    int mThreads VYN_GUARDED_BY(mCond) = 0;
+    bool mQuit VYN_GUARDED_BY(mCond) = false;
+    std::list<Task*> mTasks VYN_GUARDED_BY(mCond);
+    // The tick at which each timed task that is now running started.
+    std::map<int, long> mRunningSince VYN_GUARDED_BY(mTimeCond);
+    // Set while the destructor waits for the queue to become empty. A signal could then wake the
+    // destructor in place of the thread it was meant for, so all waiters are woken instead.
+    bool mDraining VYN_GUARDED_BY(mCond) = false;
+};
+
+}  // namespace vyn

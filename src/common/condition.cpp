@@ -1,0 +1,64 @@
+#include <pthread.h>
+#include <vyn/condition.h>
+#include <vyn/logging.h>
+
+#include "common/deadline.h"
+
+namespace vyn {
+
+struct Condition::Pair {
+    pthread_mutex_t mutex;
+    pthread_cond_t condition;
+};
+
+Condition::Condition() : mPair(new Pair) {
+    Pair* const pair = mPair;
+    int ret = pthread_mutex_init(&pair->mutex, nullptr);
+    VYN_CHECK(ret == 0);
+    ret = pthread_cond_init(&pair->condition, nullptr);
+    VYN_CHECK(ret == 0);
+}
+
+Condition::~Condition() {
+    Pair* const pair = mPair;
+    pthread_mutex_destroy(&pair->mutex);
+    pthread_cond_destroy(&pair->condition);
+    delete pair;
+    mPair = nullptr;
+}
+
+int Condition::lock() {
+    Pair* const pair = mPair;
+    return pair == nullptr ? 0 : pthread_mutex_lock(&pair->mutex);
+}
+
+int Condition::unlock() {
+    Pair* const pair = mPair;
+    return pair == nullptr ? 0 : pthread_mutex_unlock(&pair->mutex);
+}
+
+int Condition::wait() {
+    Pair* const pair = mPair;
+    return pair == nullptr ? 0 : pthread_cond_wait(&pair->condition, &pair->mutex);
+}
+
+int Condition::wait(int ms) {
+    Pair* const pair = mPair;
+    if (pair == nullptr) return 0;
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    const timespec deadline = deadlineAfter(now, ms);
+    return pthread_cond_timedwait(&pair->condition, &pair->mutex, &deadline);
+}
+
+int Condition::signal() {
+    Pair* const pair = mPair;
+    return pair == nullptr ? 0 : pthread_cond_signal(&pair->condition);
+}
+
+int Condition::broadcast() {
+    Pair* const pair = mPair;
+    return pair == nullptr ? 0 : pthread_cond_broadcast(&pair->condition);
+}
+
+}  // namespace vyn

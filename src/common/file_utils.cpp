@@ -1,0 +1,105 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vyn/file_utils.h>
+#include <vyn/logging.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "common/descriptor.h"
+
+namespace vyn {
+
+namespace {
+
+int sizeIn(const struct stat& status) {
+    return static_cast<int>(std::min<decltype(status.st_size)>(status.st_size, INT_MAX));
+}
+
+// The size of the file that was opened, which a renaming may have put in the place of the one whose
+// size was asked for before.
+int sizeOf(const Descriptor& file) {
+    struct stat status {};
+    fstat(file.fd(), &status);
+    return sizeIn(status);
+}
+
+// Reads until `out` is full. Returns 0 or the error; a file that ends too early sets none of its
+// own.
+int fill(const Descriptor& file, Buffer& out) {
+    int done = 0;
+    while (done < out.size) {
+        const ssize_t count = file.read(out.data + done, static_cast<size_t>(out.size - done));
+        if (count < 1) return count < 0 ? errno : EIO;
+        done += static_cast<int>(count);
+    }
+    return 0;
+}
+
+// "." and ".." are directories too, but too short to be counted.
+bool isCounted(const dirent& entry) {
+    const size_t length = std::strlen(entry.d_name);
+    return entry.d_type == DT_DIR && (length == 9 || length == 16);
+}
+
+}  // namespace
+
+int filesize(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        VYN_LOG_ERRNO_INFO << "stat fail.";
+        return -errno;
+    }
+    return sizeIn(status);
+}
+
+bool fileexists(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
+
+bool createfile(const std::string& path) {
+    if (fileexists(path)) return true;
+    FILE* file = std::fopen(path.c_str(), "wbe");
+    if (file == nullptr) {
+        VYN_LOG_ERRNO_INFO << "fopen fail.";
+        return false;
+    }
+    std::fclose(file);
+    return true;
+}
+
+int readFile(const std::string& path, Buffer& out) {
+    const int found = filesize(path);
+    if (found < 0) return found;
+    // Without O_NONBLOCK, opening a named pipe would wait for a writer.
+    const Descriptor file(path, O_RDONLY | O_NONBLOCK);
+    if (!file.isOpen()) {
+        VYN_LOG_ERRNO_INFO << "fopen fail.";
+        return -errno;
+    }
+    out.assign(sizeOf(file), 0);
+    const int error = fill(file, out);
+    if (error != 0) {
+        errno = error;
+        VYN_LOG_ERRNO_INFO << "fread fail.";
+        return -error;
+    }
+    return out.size;
+}
+
+int getDirCount(const std::string& path) {
+    DIR* directory = opendir(path.c_str());
+    if (directory == nullptr) {
+        VYN_LOG_ERRNO_INFO << "fread fail.";
+        return 0;
+    }
+    int count = 0;
+    while (const dirent* entry = readdir(directory)) count += isCounted(*entry);
+    closedir(directory);
+    return count;
+}
+
+}  // namespace vyn

@@ -1,0 +1,192 @@
+#include <pthread.h>
+#include <vyn/config.h>
+#include <vyn/helper.h>
+#include <vyn/logging.h>
+#include <vyn/thread_pool.h>
+
+#include <cstdio>
+#include <sstream>
+
+#include "common/task_ids.h"
+
+namespace vyn {
+
+namespace {
+
+constexpr long kTimeoutMs = 10001;
+
+TaskIds gTaskIds;
+
+class VYN_SCOPED_CAPABILITY Holder {
+  public:
+    explicit Holder(Condition& condition) VYN_ACQUIRE(condition) : mCondition(condition) {
+        mCondition.lock();
+    }
+    ~Holder() VYN_RELEASE() { mCondition.unlock(); }
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+
+  private:
+    Condition& mCondition;
+};
+
+long elapsedSince(long start) { return helper::tickDifference(helper::mtick(), start); }
+
+void nameThread() {
+    char name[100];
+    std::snprintf(name, sizeof name, "ThreadPool-%d", logging::currentThreadId());
+    logging::setThreadName(name);
+}
+
+}  // namespace
+
+ThreadPool::ThreadPool(int tasks) {
+    VYN_CHECK(tasks > 0);
+    startThreads(tasks);
+}
+
+ThreadPool::~ThreadPool() {
+    drainAndQuit();
+    forgetStarts();
+    waitForThreads();
+    deleteTasks();
+}
+
+void ThreadPool::addTask(Task* task) {
+    task->mId = gTaskIds.next();
+    // The node is made and later freed outside of the lock.
+    std::list<Task*> node{task};
+    Holder holder(mCond);
+    mTasks.splice(mTasks.end(), node);
+    if (mDraining) {
+        mCond.broadcast();
+    } else {
+        mCond.signal();
+    }
+}
+
+std::string ThreadPool::checkTaskTimeout() {
+    std::ostringstream text;
+    Holder holder(mTimeCond);
+    for (const auto& [id, start] : mRunningSince) {
+        const long elapsed = elapsedSince(start);
+        if (elapsed < kTimeoutMs) continue;
+        text << "{ Task id:" << id << ", cost " << elapsed << " ms.}, ";
+    }
+    return text.str();
+}
+
+void* ThreadPool::threadMain(void* pool) {
+    static_cast<ThreadPool*>(pool)->runTasks();
+    return nullptr;
+}
+
+void ThreadPool::startThreads(int count) {
+    int started = 0;
+    int error = 0;
+    for (int i = 0; i < count; ++i) {
+        pthread_t thread{};
+        const int ret = pthread_create(&thread, nullptr, &ThreadPool::threadMain, this);
+        if (ret != 0) {
+            error = ret;
+            continue;
+        }
+        pthread_detach(thread);
+        ++started;
+    }
+    if (error != 0) {
+        VYN_LOG_ERROR << logging::ErrnoText{error} << "pthread_create fail. " << count - started
+                      << " of " << count << " worker threads not started.";
+    }
+    VYN_LOG_DEBUG << "worker thread created. count: " << started;
+    // No thread can have left yet: only the destructor makes them leave.
+    Holder holder(mCond);
+    mThreads = started;
+}
+
+void ThreadPool::runTasks() {
+    nameThread();
+    while (Task* task = nextTask()) runTask(task);
+    leave();
+}
+
+// Null when the thread is to leave.
+ThreadPool::Task* ThreadPool::nextTask() {
+    std::list<Task*> taken;
+    Holder holder(mCond);
+    while (mTasks.empty() && !mQuit) mCond.wait();
+    if (mQuit) return nullptr;
+    taken.splice(taken.begin(), mTasks, mTasks.begin());
+    if (mDraining && mTasks.empty()) mCond.broadcast();
+    return taken.front();
+}
+
+void ThreadPool::runTask(Task* task) {
+    // The switch and the id are read once, so that what was recorded is always removed.
+    const bool timed = config::debug::DEBUG_THREAD_POOL_CHECK();
+    const int id = task->mId;
+    if (timed) recordStart(id);
+    task->run();
+    if (timed) reportTime(task, id);
+    delete task;
+}
+
+// Logs first: once the last thread is counted off, the destructor may end and the application may
+// take down what its log lines go to.
+void ThreadPool::leave() {
+    VYN_LOG_DEBUG << "worker thread " << reinterpret_cast<void*>(pthread_self()) << " destroyed.";
+    Holder holder(mCond);
+    if (--mThreads == 0) mCond.signal();
+}
+
+void ThreadPool::recordStart(int id) {
+    const long start = helper::mtick();
+    Holder holder(mTimeCond);
+    mRunningSince[id] = start;
+}
+
+void ThreadPool::reportTime(const Task* task, int id) {
+    long elapsed = 0;
+    {
+        Holder holder(mTimeCond);
+        const auto entry = mRunningSince.find(id);
+        if (entry == mRunningSince.end()) return;
+        elapsed = elapsedSince(entry->second);
+        mRunningSince.erase(entry);
+    }
+    if (elapsed < kTimeoutMs) return;
+    VYN_LOG_WARNING << "[Warning] task " << static_cast<const void*>(task) << ", Id: " << id
+                    << " running timeout. costs " << elapsed << " ms.";
+}
+
+void ThreadPool::drainAndQuit() {
+    Holder holder(mCond);
+    mDraining = true;
+    while (!mTasks.empty() && mThreads > 0) mCond.wait();
+    mQuit = true;
+    mCond.broadcast();
+}
+
+// Tasks still running are not reported any more.
+void ThreadPool::forgetStarts() {
+    Holder holder(mTimeCond);
+    mRunningSince.clear();
+}
+
+void ThreadPool::waitForThreads() {
+    Holder holder(mCond);
+    while (mThreads > 0) mCond.wait();
+}
+
+void ThreadPool::deleteTasks() {
+    std::list<Task*> lost;
+    {
+        Holder holder(mCond);
+        lost.swap(mTasks);
+    }
+    if (lost.empty()) return;
+    VYN_LOG_ERROR << "tasks deleted without being run: " << lost.size();
+    for (Task* task : lost) delete task;
+}
+
+}  // namespace vyn
