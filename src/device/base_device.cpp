@@ -4,9 +4,11 @@
 
 #include <cerrno>
 
+#include "connector/life_watch.h"
+
 namespace vyn {
 
-Device::~Device() = default;
+Device::~Device() { LifeWatch::end(this); }
 
 const char* Device::getClassName() { return "Device"; }
 

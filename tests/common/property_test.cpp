@@ -75,9 +75,9 @@ TEST(Property, RefusesValuesOfMoreThan91CharactersAndAnEmptyKey) {
 }
 
 TEST(Property, LeavesLongerValuesOfTheFileOutWithAWarning) {
+    const PropertyFile file;
     LogCapture capture;
-    const PropertyFile file("fits=" + std::string(91, 'x') + "\nlong=" + std::string(92, 'y') +
-                            "\n");
+    file.rewrite("fits=" + std::string(91, 'x') + "\nlong=" + std::string(92, 'y') + "\n");
     EXPECT_EQ(valueOf("fits"), std::string(91, 'x'));
     EXPECT_EQ(valueOf("long"), "default");
     EXPECT_EQ(capture.count("property long left out: its value has more than 91 characters."), 1);

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "support/descriptors.h"
@@ -98,7 +99,7 @@ TEST(AcceptWithoutDescriptors, GetsItsReserveBackAfterSomebodyElseTookIt) {
     {
         ExhaustedDescriptors exhausted;
         phase = kStealing;
-        for (int i = 0; i < 2000; ++i) backlog.listener.accept();
+        for (int i = 0; i < 2000; ++i) std::ignore = backlog.listener.accept();
         phase = kOver;
     }
     phase = kAfter;
