@@ -38,14 +38,21 @@ std::string parsed(const std::string& content) {
     return dumpOf(IniConfig(MemoryFile(content).path()));
 }
 
+bool isTrimmed(const std::string& text) {
+    const auto isBlank = [](char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); };
+    return text.empty() || (!isBlank(text.front()) && !isBlank(text.back()));
+}
+
 void checkEntries(const IniConfig& config, const std::string& dump) {
     std::istringstream lines(dump);
     for (std::string line; std::getline(lines, line);) {
         const size_t separator = line.find('=');
         VYN_CHECK(separator != std::string::npos) << line;
         const std::string key = line.substr(0, separator);
+        const std::string value = line.substr(separator + 1);
+        VYN_CHECK(isTrimmed(key) && isTrimmed(value)) << line;
         VYN_CHECK(config.exist(key)) << line;
-        VYN_CHECK(config.get(key, "missing") == line.substr(separator + 1)) << line;
+        VYN_CHECK(config.get(key, "missing") == value) << line;
     }
 }
 
