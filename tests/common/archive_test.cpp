@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 #include <vyn/archive.h>
+#include <vyn/logging.h>
 
 #include <climits>
 #include <cstring>
+#include <random>
 
+#include "support/archive_block.h"
 #include "support/log_capture.h"
 
 namespace vyn {
@@ -148,6 +151,45 @@ TEST(Archive, ReadsTheWholeItemsOfATruncatedBlock) {
         Archive archive(part.data, part.size);
         EXPECT_EQ(drain(archive), size / 9) << size;
     }
+}
+
+// A block of a few records, most of them sound, with some bytes changed or cut off; or plain noise.
+std::string damagedBlock(std::minstd_rand& random) {
+    const auto below = [&random](uint32_t limit) {
+        return static_cast<uint32_t>(random() % limit);
+    };
+    std::string block;
+    const bool isNoise = below(8) == 0;
+    for (uint32_t records = below(4); records > 0; --records) {
+        const auto length = static_cast<char>(below(10));
+        block += {length, 0, 0, 0};
+        block.append(static_cast<size_t>(length), 'x');
+    }
+    for (char& byte : block) {
+        if (isNoise || below(32) == 0) byte = static_cast<char>(random() >> 8);
+    }
+    if (below(3) == 0) block.resize(below(static_cast<uint32_t>(block.size()) + 1));
+    return block;
+}
+
+TEST(Archive, ReadsExactlyTheWholeRecordsOfDamagedBlocks) {
+    const LogCapture restoringTheLevel;
+    logging::setLogLevel(0);  // nearly every other block gives an error line
+    std::minstd_rand random(20240229);
+    int damaged = 0;
+    for (int i = 0; i < 1000000; ++i) {
+        const std::string made = damagedBlock(random);
+        // A block of exactly this size, so that a read beyond it is a fault.
+        const Buffer block(made.data(), static_cast<int>(made.size()));
+        const size_t readable = testing::readableBytes(block.data, made.size());
+        damaged += readable + 4 < made.size();
+        Buffer flat;
+        Archive(block.data, block.size).copyTo(flat);
+        ASSERT_EQ(static_cast<size_t>(flat.size), readable) << i;
+        ASSERT_TRUE(readable == 0 || std::memcmp(flat.data, block.data, readable) == 0) << i;
+    }
+    EXPECT_GT(damaged, 100000);
+    EXPECT_LT(damaged, 900000);
 }
 
 // With one allocation and one copy this is instant; with one for each item it would move a
