@@ -34,7 +34,8 @@ class VYN_API Archive {
     void clear();
     [[nodiscard]] bool empty() const;
 
-    // Append an item.
+    // Append an item. A negative `n` makes an item without bytes whose length, as it is written,
+    // ends the reading of the block.
     void put(const void* bytes, int n);
     Archive& operator<<(const std::string& text);
     Archive& operator<<(const Buffer& buffer);

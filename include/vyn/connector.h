@@ -33,7 +33,8 @@ class VYN_API Connector {
     class Impl;
 
     // The application's handler: gets the events of the workers that were added with it and the
-    // messages that it posts to itself. All callbacks run on the loop's thread.
+    // messages that it posts to itself. All callbacks run on the loop's thread, but the
+    // onNewConnection() of a listening FunctionDevice, which runs on the thread that connects.
     //
     // In every callback everything is allowed: adding and removing workers and timers, posting,
     // stopping, and deleting the worker it is about, once that is removed from the connector, with

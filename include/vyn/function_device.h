@@ -38,6 +38,8 @@ namespace vyn {
 // - a device is destroyed on the thread of its executor's loop, or when that loop has ended: only
 //   then can no delivery to it be under way. Its peer becomes unpaired, and bytes still on their
 //   way to it are dropped;
+// - a device whose worker is deleted goes with it, or is given null by attach(): removing a worker
+//   from its connector does not stop what is on its way to the device;
 // - the executor and its connector stay until the device is disconnected or destroyed. After that
 //   no write of the peer uses them;
 // - connect() calls the listening side on the thread of the caller, so the listening device and its

@@ -29,8 +29,9 @@ class VYN_API IniConfig {
 
     // Writes all entries, and nothing else, to the file last loaded. The file is replaced as a
     // whole: whoever reads it, also after a crash or a power loss, finds either the old or the new
-    // content. A symbolic link is followed; mode and owner are kept; other hard links to the file
-    // keep the old content. Of processes that save at once the last one wins.
+    // content. A symbolic link is followed; mode, owner and extended attributes are kept; other
+    // hard links to the file keep the old content. Of processes that save at once the last one
+    // wins.
     //
     // Where the directory does not let the file be replaced, or its owner cannot be kept, it is
     // rewritten in place: a crash meanwhile can then cost its content.

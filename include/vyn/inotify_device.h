@@ -11,6 +11,10 @@ namespace vyn {
 // entry, with the watched path and 256 for a created, 512 for a deleted, 2 for a modified entry and
 // -1 for everything else (opened, closed, renamed, ...).
 //
+// A file that is replaced by renaming another over it, as IniConfig::save() does, is reported as
+// -1; but so is a file that is only read, also by the handler of the report. So a handler compares
+// the file's inode, size and time before it reads it again, or it keeps itself busy for ever.
+//
 // Only what happens to the entries of a directory is reported. The kernel does not name a file that
 // is watched itself, nor the directory itself; so watch the directory in which the file lies.
 class VYN_API InotifyDevice : public Device {

@@ -73,6 +73,7 @@ class VYN_API ThreadPool {
     void forgetStarts();
     void waitForThreads();
     void deleteTasks();
+    Task* takeLost();
 
     // Idle threads wait on it, and the destructor.
     Condition mCond;

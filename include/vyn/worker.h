@@ -156,8 +156,9 @@ class VYN_API Worker : public Parser::PostListener {
     Authenticator* mAuthenticator = nullptr;
     std::atomic<bool> mValid;
     int mLoading = 0;
-    long mLastWriteTick = 0;
-    long mLastReadTick;
+    // Atomic, since a function device may connect from another thread.
+    std::atomic<long> mLastWriteTick{0};
+    std::atomic<long> mLastReadTick;
     bool mSelfCall = false;
     std::list<WriteNode*> mWriteQueue VYN_GUARDED_BY(mWriteLock);
     Lock mWriteLock;

@@ -179,14 +179,21 @@ void ThreadPool::waitForThreads() {
 }
 
 void ThreadPool::deleteTasks() {
-    std::list<Task*> lost;
-    {
-        Holder holder(mCond);
-        lost.swap(mTasks);
+    size_t lost = 0;
+    // A task's destructor may add another, so each is taken from the queue by itself.
+    for (Task* task = takeLost(); task != nullptr; task = takeLost()) {
+        delete task;
+        ++lost;
     }
-    if (lost.empty()) return;
-    VYN_LOG_ERROR << "tasks deleted without being run: " << lost.size();
-    for (Task* task : lost) delete task;
+    if (lost > 0) VYN_LOG_ERROR << "tasks deleted without being run: " << lost;
+}
+
+ThreadPool::Task* ThreadPool::takeLost() {
+    Holder holder(mCond);
+    if (mTasks.empty()) return nullptr;
+    Task* task = mTasks.front();
+    mTasks.pop_front();
+    return task;
 }
 
 }  // namespace vyn

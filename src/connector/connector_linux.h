@@ -51,6 +51,7 @@ class LinuxConnector : public Connector::Impl {
     void checkAndWriteData(int count, const epoll_event* events);
     void checkAndHandleMessage();
     void disconnectOverflowed();
+    void flushRequestedWrites();
     void dispatch(int count, const epoll_event* events);
     void dispatch(const epoll_event& event);
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);
@@ -68,8 +69,8 @@ class LinuxConnector : public Connector::Impl {
     MessageQueue mMessages{mTickFd};
     Diagnoser mDiagnoser;
     HeartbitTimer mHeartbitTimer{*this};
-    // One value, so that a reader never sees half of a new range; aligned, so that Clang reads it in
-    // one instruction instead of calling a library for it.
+    // One value, so that a reader never sees half of a new range; aligned, so that Clang reads it
+    // in one instruction instead of calling a library for it.
     struct alignas(8) LoadingRange {
         int empty;
         int full;
@@ -79,6 +80,7 @@ class LinuxConnector : public Connector::Impl {
     // Kept for their memory only.
     std::vector<Worker*> mHeartbitSnapshot;
     std::vector<Worker*> mOverflowed;
+    std::vector<Worker*> mDirectWriters;
 
     // Batches with events of registrations that had ended before the batch.
     int mStaleBatches = 0;

@@ -32,10 +32,10 @@ void LinuxConnector::run() {
 
 void LinuxConnector::runTurn(epoll_event* events) {
     disconnectOverflowed();
+    flushRequestedWrites();
     const int timeout = nextTimerAndMessageTimeout();
     int count = 0;
     if (timeout >= 1) {
-        mWorkers.armRequestedWrites();
         mDiagnoser.record(false);
         count = mEpoll.wait(events, kEventsPerWait, timeout);
         mDiagnoser.record(true);
@@ -52,6 +52,14 @@ void LinuxConnector::disconnectOverflowed() {
     for (Worker* worker : mOverflowed) {
         if (mWorkers.removals() != removals && !mWorkers.contains(worker)) continue;
         worker->onWriteQueueOverflow();
+    }
+}
+
+void LinuxConnector::flushRequestedWrites() {
+    mWorkers.armRequestedWrites(mDirectWriters);
+    for (Worker* worker : mDirectWriters) {
+        // What is not taken now is tried again in the next turn.
+        if (!worker->performWrite()) mWorkers.requestWrite(worker);
     }
 }
 

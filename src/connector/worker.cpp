@@ -21,7 +21,7 @@ Worker::Worker(Device* device, Parser* parser)
 
 void Worker::onCommandParsed(Command* cmd) {
     if (!checkValid()) return;
-    mLastReadTick = helper::mtick();
+    mLastReadTick.store(helper::mtick(), std::memory_order_relaxed);
     onPostCreateCommand(cmd);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onCommand(this, cmd);
@@ -82,9 +82,11 @@ void Worker::onDataArrival(int fd) {
 
 void Worker::checkHeartbit() {
     if (!checkValid()) return;
-    const long sinceLastRead = helper::tickDifference(helper::mtick(), mLastReadTick);
+    const long sinceLastRead =
+        helper::tickDifference(helper::mtick(), mLastReadTick.load(std::memory_order_relaxed));
     LifeWatch life(static_cast<PostListener*>(this));
-    sendHeartbit(helper::tickDifference(helper::mtick(), mLastWriteTick));
+    sendHeartbit(
+        helper::tickDifference(helper::mtick(), mLastWriteTick.load(std::memory_order_relaxed)));
     if (life.ended()) return;  // the keep-alive found the peer gone, and the executor acted on it
     if (!hasRemoteTimedout(sinceLastRead)) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
@@ -93,7 +95,7 @@ void Worker::checkHeartbit() {
 
 void Worker::onData(const void* data, int len) {
     if (!checkValid()) return;
-    mLastReadTick = helper::mtick();
+    mLastReadTick.store(helper::mtick(), std::memory_order_relaxed);
     if (mAuthenticator != nullptr && !mAuthenticator->pass()) {
         mAuthenticator->onData(data, len);
         return;
@@ -112,7 +114,7 @@ void Worker::onDisconnected() {
 
 void Worker::onNewConnection(int fd, void* data) {
     if (!checkValid()) return;
-    mLastReadTick = helper::mtick();
+    mLastReadTick.store(helper::mtick(), std::memory_order_relaxed);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onNewConnection(this, fd, data);
 }

@@ -1,5 +1,6 @@
 #include "connector/worker_registry.h"
 
+#include <fcntl.h>
 #include <vyn/worker.h>
 
 #include <cerrno>
@@ -93,7 +94,8 @@ void WorkerRegistry::requestWrite(Worker* worker) {
     mWakePipe.wake();
 }
 
-void WorkerRegistry::armRequestedWrites() {
+void WorkerRegistry::armRequestedWrites(std::vector<Worker*>& direct) {
+    direct.clear();
     if (!mHasWriteRequests.load(std::memory_order_acquire)) return;
     AutoLock lock(mLock);
     mHasWriteRequests.store(false, std::memory_order_relaxed);
@@ -102,7 +104,8 @@ void WorkerRegistry::armRequestedWrites() {
         if (found == mEntries.end()) continue;
         found->second.writeRequested = false;
         // One that is not valid would keep the loop awake without ever writing.
-        if (worker->isValid() && worker->hasWrittingData()) armWrite(found->second);
+        if (!worker->isValid() || !worker->hasWrittingData()) continue;
+        if (!armWrite(found->second)) direct.push_back(worker);
     }
     mWriteRequests.clear();
 }
@@ -177,7 +180,8 @@ void WorkerRegistry::registerDescriptor(Entry& entry, int fd, Added& added) {
     }
     // The number may still be on the account of a worker whose device has closed it.
     if (slotOf(fd).owner != nullptr) unchain(fd);
-    slotOf(fd) = {&entry, token.generation, entry.firstFd, true, false};
+    const bool readOnly = (fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDONLY;
+    slotOf(fd) = {&entry, token.generation, entry.firstFd, true, false, readOnly};
     entry.firstFd = fd;
 }
 
@@ -207,13 +211,17 @@ void WorkerRegistry::pushWriteRequest(Entry& entry) {
     mHasWriteRequests.store(true, std::memory_order_release);
 }
 
-void WorkerRegistry::armWrite(Entry& entry) {
+// False when no descriptor of the worker's would ever be reported as writable.
+bool WorkerRegistry::armWrite(Entry& entry) {
     const int fd = entry.worker->getFd();
-    if (fd < 0 || !owns(entry, fd)) return;
+    if (fd < 0) return !entry.worker->getFds().empty();
+    if (!owns(entry, fd)) return true;
     Slot& slot = slotOf(fd);
-    if (!slot.watched || slot.writeArmed) return;
+    if (slot.readOnly) return false;
+    if (!slot.watched || slot.writeArmed) return true;
     mEpoll.modify({fd, slot.generation}, true);
     slot.writeArmed = true;
+    return true;
 }
 
 WorkerRegistry::Slot& WorkerRegistry::slotOf(int fd) {

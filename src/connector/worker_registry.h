@@ -65,8 +65,10 @@ class WorkerRegistry {
     // --- Writing.
     // Any thread. Has armRequestedWrites() look at the worker; unknown ones are ignored.
     void requestWrite(Worker* worker);
-    // Adds the interest in writing for the requested workers that have something to write.
-    void armRequestedWrites();
+    // Adds the interest in writing for the requested workers that have something to write. Those
+    // whose device has no descriptor that tells when it takes more go to `direct`, which is emptied
+    // first: they are to write at once.
+    void armRequestedWrites(std::vector<Worker*>& direct);
     // Drops it again.
     void disarmWrite(EpollToken token);
 
@@ -93,6 +95,7 @@ class WorkerRegistry {
         int nextFd = -1;
         bool watched = false;
         bool writeArmed = false;
+        bool readOnly = false;  // never becomes writable, as standard input that is a pipe
     };
 
     Entry& enlist(Worker* worker) VYN_REQUIRES(mLock);
@@ -103,7 +106,7 @@ class WorkerRegistry {
     uint32_t nextGeneration() VYN_REQUIRES(mLock);
     void unchain(int fd) VYN_REQUIRES(mLock);
     void pushWriteRequest(Entry& entry) VYN_REQUIRES(mLock);
-    void armWrite(Entry& entry) VYN_REQUIRES(mLock);
+    bool armWrite(Entry& entry) VYN_REQUIRES(mLock);
     Slot& slotOf(int fd) VYN_REQUIRES(mLock);
     Slot* watchedSlot(EpollToken token) VYN_REQUIRES(mLock);
 

@@ -47,7 +47,7 @@ void Worker::write(Command* cmd) {
         return;
     }
     if (!checkValid()) return;
-    mLastWriteTick = helper::mtick();
+    mLastWriteTick.store(helper::mtick(), std::memory_order_relaxed);
     onBeforeCreatePacket(cmd);
     VYN_CHECK_OR_RETURN(mParser != NULL);
     ParserCall call(mParser, this);

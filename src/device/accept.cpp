@@ -39,6 +39,7 @@ bool shedConnection(int listener) {
         uninterrupted([&] { return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); });
     // Hangs up by putting the new reserve in the connection's place: nobody gets between the two.
     if (shed >= 0) gSpare = dup3(gNull, shed, O_CLOEXEC);
+    if (gSpare < 0) closeDescriptor(shed);
     refillSpare();
     pthread_rwlock_unlock(&gGate);
     return shed >= 0;

@@ -2,7 +2,6 @@
 
 #include <vyn/function_device.h>
 
-#include <algorithm>
 #include <cstring>
 
 namespace vyn {
@@ -35,7 +34,7 @@ uint64_t FunctionMail::open(FunctionDevice* device) {
 }
 
 void FunctionMail::close(uint64_t mailbox) {
-    std::deque<Bytes> dropped;  // freed when the lock is released
+    std::unordered_map<void*, Bytes> dropped;  // freed when the lock is released
     AutoLock lock(mLock);
     const auto found = mMailboxes.find(mailbox);
     dropped.swap(found->second.waiting);
@@ -49,7 +48,7 @@ Message FunctionMail::pack(uint64_t mailbox, const void* data, int len) {
     Message message = Message::obtain(this, kDataCode, len, 0, bytes.get());
     address(message, mailbox);
     AutoLock lock(mLock);
-    mMailboxes[mailbox].waiting.push_back(std::move(bytes));
+    mMailboxes[mailbox].waiting.emplace(message.obj, std::move(bytes));
     return message;
 }
 
@@ -66,13 +65,9 @@ FunctionDevice* FunctionMail::take(const Message& message) {
     AutoLock lock(mLock);
     const auto found = mMailboxes.find(addressOf(message));
     if (found == mMailboxes.end()) return nullptr;
-    // They come in the order of posting, except with several writers.
-    std::deque<Bytes>& waiting = found->second.waiting;
-    const auto bytes = std::find_if(waiting.begin(), waiting.end(), [&message](const Bytes& each) {
-        return each.get() == message.obj;
-    });
-    bytes->release();
-    waiting.erase(bytes);
+    const auto bytes = found->second.waiting.find(message.obj);
+    bytes->second.release();
+    found->second.waiting.erase(bytes);
     return found->second.device;
 }
 

@@ -4,7 +4,6 @@
 #include <vyn/message.h>
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <unordered_map>
 
@@ -43,7 +42,7 @@ class FunctionMail : public Message::Callback {
     using Bytes = std::unique_ptr<char[]>;
     struct Mailbox {
         FunctionDevice* device;
-        std::deque<Bytes> waiting;
+        std::unordered_map<void*, Bytes> waiting;  // by their address
     };
 
     FunctionMail() = default;

@@ -13,8 +13,8 @@ class FunctionDevice;
 // Who listens under which name, and who is paired with whom, in the whole process.
 //
 // Any thread. All changes of pairings are made under the one lock here and published to each device
-// under its own, which is what a writing device takes: writers wait neither for each other nor for
-// pairings that are none of theirs. The lock is never held while the application is called.
+// under its own, which is what a writing device takes: writers do not wait for pairings that are
+// none of theirs. The lock is never held while the application is called.
 class FunctionRegistry {
   public:
     static FunctionRegistry& instance();

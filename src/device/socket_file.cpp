@@ -1,7 +1,11 @@
 #include "device/socket_file.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <string>
 
 #include "device/socket_io.h"
 #include "device/unix_address.h"
@@ -26,6 +30,17 @@ bool isAbandoned(const UnixAddress& address) {
 }
 
 }  // namespace
+
+SocketFileLock::SocketFileLock(const UnixAddress& address) {
+    const std::string path = address.path();
+    if (path.empty()) return;
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    mFolder = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    mHeld = mFolder >= 0 && flock(mFolder, LOCK_EX) == 0;
+}
+
+SocketFileLock::~SocketFileLock() { io::closeDescriptor(mFolder); }
 
 bool removeAbandonedSocketFile(const UnixAddress& address) {
     return isSocket(address.path()) && isAbandoned(address) && unlink(address.path()) == 0;

@@ -69,7 +69,11 @@ bool UnixSocket::bind(const std::string& addr) {
     const auto tryToBind = [&] { return ::bind(fd(), address.raw(), address.length()) == 0; };
     if (tryToBind()) return true;
     if (errno != EADDRINUSE) return false;
-    if (removeAbandonedSocketFile(address)) return tryToBind();
+    // Two processes that found the same abandoned file must not remove each other's new one.
+    const SocketFileLock lock(address);
+    if (lock.isHeld() && (tryToBind() || (removeAbandonedSocketFile(address) && tryToBind()))) {
+        return true;
+    }
     errno = EADDRINUSE;
     return false;
 }
@@ -110,8 +114,14 @@ std::string UnixSocket::getLocalAddr() const {
 }
 
 std::optional<UnixSocket::Credentials> UnixSocket::peerCredentials() const {
+    // A listening socket has credentials too, but they are its own.
+    int listening = 0;
+    socklen_t length = sizeof listening;
+    getsockopt(fd(), SOL_SOCKET, SO_ACCEPTCONN, &listening, &length);
+    if (listening != 0) return std::nullopt;
+
     ucred peer{};
-    socklen_t length = sizeof peer;
+    length = sizeof peer;
     const bool known = getsockopt(fd(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0;
     if (!known || peer.uid == static_cast<uid_t>(-1)) return std::nullopt;
     return Credentials{peer.pid, peer.uid, peer.gid};

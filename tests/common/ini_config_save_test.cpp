@@ -1,13 +1,16 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vyn/ini_config.h>
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <random>
 
 #include "support/plain_user.h"
@@ -116,9 +119,18 @@ TEST(IniConfigSave, DoesNotReplaceAFileThatMayNotBeWritten) {
 }
 
 TEST(IniConfigSave, WritesIntoAFileThatIsNoRegularOne) {
-    IniConfig config("/dev/null");
+    const TemporaryFolder folder;
+    const std::string path = folder / "pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    IniConfig config(path);
+    config.set("a", "1", false);
     EXPECT_TRUE(config.save());
-    EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
+    char content[16] = {};
+    EXPECT_EQ(read(reader, content, sizeof content), 4);
+    EXPECT_STREQ(content, "a=1\n");
+    EXPECT_TRUE(std::filesystem::is_fifo(path));
+    close(reader);
 }
 
 // Saves more than there is room for and expects nothing to have changed.
@@ -153,6 +165,14 @@ TEST(IniConfigSave, LeavesTheOldFileWholeWhenFilesMayNotGrowSoLarge) {
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &small);
     expectFailedSaveToChangeNothing(folder);
+    {
+        // The same where the folder does not allow a new file beside the old one.
+        chmod(folder.path().c_str(), 0555);
+        chmod((folder / "settings").c_str(), 0666);
+        PlainUser user;
+        expectFailedSaveToChangeNothing(folder);
+    }
+    chmod(folder.path().c_str(), 0755);
     setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, handler);
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <vyn/thread_pool.h>
 
+#include <algorithm>
 #include <atomic>
 #include <limits>
 #include <memory>
@@ -26,11 +27,15 @@ constexpr int kMin = std::numeric_limits<int>::min();
 
 class CountingTask : public ThreadPool::Task {
   public:
-    explicit CountingTask(std::atomic<uint8_t>& count) : mCount(count) {}
-    void run() override { ++mCount; }
+    CountingTask(std::atomic<uint8_t>& count, int& id) : mCount(count), mIdWhenRun(id) {}
+    void run() override {
+        ++mCount;
+        mIdWhenRun = mId;
+    }
 
   private:
     std::atomic<uint8_t>& mCount;
+    int& mIdWhenRun;
 };
 
 class NumberedTask : public ThreadPool::Task {
@@ -57,13 +62,14 @@ TEST(ThreadPool, RunsEachOfAMillionTasksFromFourThreadsOnce) {
     constexpr size_t kTasks = 1000000;
     constexpr size_t kProducers = 4;
     const auto runs = std::make_unique<std::atomic<uint8_t>[]>(kTasks);
+    std::vector<int> ids(kTasks);
     {
         ThreadPool pool(4);
         std::vector<std::thread> producers;
         for (size_t producer = 0; producer < kProducers; ++producer) {
             producers.emplace_back([&, producer] {
                 for (size_t i = producer; i < kTasks; i += kProducers) {
-                    pool.addTask(new CountingTask(runs[i]));
+                    pool.addTask(new CountingTask(runs[i], ids[i]));
                 }
             });
         }
@@ -72,6 +78,10 @@ TEST(ThreadPool, RunsEachOfAMillionTasksFromFourThreadsOnce) {
     size_t once = 0;
     for (size_t i = 0; i < kTasks; ++i) once += runs[i] == 1;
     EXPECT_EQ(once, kTasks);
+    std::sort(ids.begin(), ids.end());
+    size_t consecutive = 1;
+    while (consecutive < kTasks && ids[consecutive] == ids[consecutive - 1] + 1) ++consecutive;
+    EXPECT_EQ(consecutive, kTasks);
 }
 
 TEST(ThreadPool, StartsTasksInTheOrderInWhichTheyWereAdded) {

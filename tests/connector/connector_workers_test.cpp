@@ -232,6 +232,38 @@ TEST_F(ConnectorWorkersTest, WatchesForWritingOnlyWhileSomethingWaitsToBeWritten
     remove(connection.worker);
 }
 
+TEST_F(ConnectorWorkersTest, WritesAtOnceToADeviceThatNoDescriptorTellsAboutWriting) {
+    FakeDevice device;
+    Worker bodiless(&device, nullptr);
+    add(bodiless);
+    for (int i = 0; i < 150; ++i) {
+        bodiless.queueWritting("x", 1);
+        EXPECT_TRUE(
+            eventually([&] { return device.written.size() == static_cast<size_t>(i + 1); }));
+    }
+    remove(bodiless);
+
+    class PipeDevice : public StreamDevice {
+      public:
+        using StreamDevice::StreamDevice;
+        std::string written;
+        int write(const void* data, int len) override {
+            written.append(static_cast<const char*>(data), static_cast<size_t>(len));
+            return len;
+        }
+    };
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    PipeDevice console(ends[0]);
+    Worker worker(&console, nullptr);
+    add(worker);
+    worker.queueWritting("status", 6);
+    EXPECT_TRUE(eventually([&] { return console.written == "status"; }));
+    EXPECT_EQ(interestIn(ends[0]), static_cast<unsigned>(EPOLLIN));
+    remove(worker);
+    close(ends[1]);
+}
+
 TEST_F(ConnectorWorkersTest, WritesWhatWasQueuedBeforeTheWorkerWasAdded) {
     Connection connection;
     connection.worker.queueWritting("early", 5);
