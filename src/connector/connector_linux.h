@@ -69,7 +69,7 @@ class LinuxConnector : public Connector::Impl {
     MessageQueue mMessages{mTickFd};
     Diagnoser mDiagnoser;
     HeartbitTimer mHeartbitTimer{*this};
-    // One value, so that a reader never sees half of a new range; aligned, so that Clang reads it
+    // One value, so that a reader never sees half of a new range. Aligned, so that Clang reads it
     // in one instruction instead of calling a library for it.
     struct alignas(8) LoadingRange {
         int empty;
