@@ -1,0 +1,145 @@
+#pragma once
+
+#include <vyn/net_device.h>
+#include <vyn/unix_device.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "authenticators.h"
+
+// A peer goes by its id, which never comes again: what is sent to one that has gone reaches nobody.
+using PeerId = uint64_t;
+
+// One peer, over TCP or the Unix socket.
+struct Connection : vyn::Worker {
+    Connection(std::unique_ptr<vyn::Device> device, std::unique_ptr<vyn::Authenticator> auth,
+               PeerId peerId, const Settings& settings)
+        : Worker(device.get(), &mParser),
+          id(peerId),
+          mSettings(settings),
+          mDevice(std::move(device)),
+          mAuthenticator(std::move(auth)) {
+        attach(mAuthenticator.get());
+    }
+    const char* getClassName() override { return "Connection"; }
+    bool hasRemoteTimedout(long silenceMs) override {
+        return mSettings.silenceMs > 0 && silenceMs > mSettings.silenceMs;
+    }
+
+    const PeerId id;
+    std::string unsent;  // whole lines but for the last line feed
+
+  private:
+    const Settings& mSettings;
+    LineParser mParser;
+    const std::unique_ptr<vyn::Device> mDevice;
+    const std::unique_ptr<vyn::Authenticator> mAuthenticator;
+};
+
+// Everybody who talks to the gateway. Accepts and authenticates peers; drops those that are denied,
+// send what is no line, or are silent for too long.
+class Peers : public Handler {
+  public:
+    // A port or a socket that is not to be had ends the process.
+    Peers(vyn::Connector& loop, const Settings& settings, int port, const std::string& socketPath)
+        : Handler(loop),
+          mSettings(settings),
+          mTcpDevice(port, "127.0.0.1"),
+          mUnixDevice(socketPath) {
+        for (vyn::Worker* listener : {&mTcp, &mUnix}) mLoop.addWorkerLocked(listener, this);
+    }
+    ~Peers() override {
+        for (vyn::Worker* listener : {&mTcp, &mUnix}) mLoop.removeWorkerLocked(listener);
+        for (const auto& [id, peer] : mConnections) mLoop.removeWorkerLocked(peer.get());
+    }
+
+    // What becomes of lines, and of the peers that have gone.
+    std::function<void(PeerId, const std::string& line)> onLine;
+    std::function<void(PeerId)> onGone;
+
+    [[nodiscard]] int port() { return mTcpDevice.socket().getHostPort(); }
+    [[nodiscard]] int count() const { return static_cast<int>(mConnections.size()); }
+
+    // Sends a line with the next message. Lines are gathered because a peer with more than 100
+    // writes waiting is taken for one that does not read, and one read can bring more commands.
+    void send(PeerId peer, const std::string& line) {
+        const auto found = mConnections.find(peer);
+        if (found == mConnections.end()) return;
+        std::string& unsent = found->second->unsent;
+        if (unsent.empty()) {
+            if (mUnsent.empty()) sendMessage(vyn::Message::obtain());
+            mUnsent.push_back(peer);
+        } else {
+            unsent += '\n';
+        }
+        unsent += line;
+    }
+    void onMessage(vyn::Message) override {
+        for (const PeerId peer : std::exchange(mUnsent, {})) {
+            const auto found = mConnections.find(peer);
+            if (found == mConnections.end()) continue;
+            Line lines(std::exchange(found->second->unsent, {}));
+            found->second->write(&lines);
+        }
+    }
+
+    void onNewConnection(vyn::Worker* listening, int, void* data) override {
+        if (listening == &mTcp) {
+            accept<vyn::NetDevice, TokenAuthenticator>(static_cast<vyn::Socket*>(data), mSettings);
+        } else {
+            auto* socket = static_cast<vyn::UnixSocket*>(data);
+            accept<vyn::UnixDevice, CredentialsAuthenticator>(socket, *socket);
+        }
+    }
+    void onAuthenticated(vyn::Worker* peer) override {
+        VYN_LOG_INFO << "welcome " << peer;
+        send(static_cast<Connection*>(peer)->id, "WELCOME");
+    }
+    void onAuthenticationFailed(vyn::Worker* peer) override {
+        peer->instantWrite("DENIED\n", 7);
+        drop(peer, "denied");
+    }
+    void onCommand(vyn::Worker* peer, vyn::Command* command) override {
+        const auto* line = static_cast<Line*>(command);
+        if (line->isMalformed) return drop(peer, "too long or no text");
+        onLine(static_cast<Connection*>(peer)->id, line->text);
+    }
+    void onHeartbitTimeout(vyn::Worker* peer) override { drop(peer, "silent for too long"); }
+    void onDisconnected(vyn::Worker* peer) override {  // never a listener
+        const PeerId id = static_cast<Connection*>(peer)->id;
+        mLoop.removeWorkerLocked(peer);
+        mConnections.erase(id);
+        onGone(id);
+    }
+
+  private:
+    template <class DeviceType, class AuthenticatorType, class SocketType, class Argument>
+    void accept(const SocketType* socket, const Argument& argument) {
+        if (!socket->isValid()) return;
+        auto authenticator = std::make_unique<AuthenticatorType>(argument);
+        auto connection = std::make_unique<Connection>(
+            std::make_unique<DeviceType>(socket), std::move(authenticator), ++mLastId, mSettings);
+        Connection* const peer = connection.get();
+        mConnections[peer->id] = std::move(connection);
+        mLoop.addWorkerLocked(peer, this);
+        peer->requireAuth();  // which deletes one that is denied
+    }
+    static void drop(vyn::Worker* peer, const char* reason) {
+        VYN_LOG_WARNING << reason << ", disconnect " << peer;
+        peer->getDevice()->disconnect();  // onDisconnected() follows
+    }
+
+    const Settings& mSettings;
+    vyn::ListenerDevice mTcpDevice;
+    vyn::Worker mTcp{&mTcpDevice, nullptr};
+    vyn::UnixListenerDevice mUnixDevice;
+    vyn::Worker mUnix{&mUnixDevice, nullptr};
+    PeerId mLastId = 0;
+    std::map<PeerId, std::unique_ptr<Connection>> mConnections;
+    std::vector<PeerId> mUnsent;  // those with lines to send
+};

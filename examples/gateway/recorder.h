@@ -1,0 +1,81 @@
+#pragma once
+
+#include <vyn/function_device.h>
+#include <vyn/logging.h>
+
+#include <fstream>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "handler.h"
+#include "line_parser.h"
+
+// A worker over a function device. Writes at once, which never waits: there is no descriptor that a
+// loop could find writable, so what is queued would stay.
+struct RecorderEnd {
+    explicit RecorderEnd(vyn::Connector::Executor* executor) : device(executor) {
+        worker.setSelfCallFlag(true);
+    }
+    vyn::FunctionDevice device;
+    LineParser parser;
+    vyn::Worker worker{&device, &parser};
+};
+
+// The side that records: appends the lines of the one who connects to a file. Lives on its thread.
+class RecorderService : public Handler {
+  public:
+    RecorderService(vyn::Connector& loop, const std::string& path)
+        : Handler(loop), mFile(path, std::ios::app) {
+        if (!mFile) VYN_LOG_ERROR << "can not record to " << path;
+        mLoop.addWorkerLocked(&mListener.worker, this);
+        mListener.device.listen("recorder");
+    }
+    // On the thread of the side that connects, which waits meanwhile.
+    void onNewConnection(vyn::Worker*, int, void* data) override {
+        mSource.device.accept(static_cast<vyn::FunctionDevice*>(data));
+        mLoop.addWorkerLocked(&mSource.worker, this);
+    }
+    void onCommand(vyn::Worker*, vyn::Command* line) override {
+        mFile << static_cast<Line*>(line)->text << std::endl;
+    }
+    void onMessage(vyn::Message) override { mLoop.stop(); }
+
+  private:
+    std::ofstream mFile;
+    RecorderEnd mListener{this};
+    RecorderEnd mSource{this};
+};
+
+// The side that is used, on the loop's thread; runs the other on a thread and a loop of its own.
+class Recorder : public Handler {
+  public:
+    Recorder(vyn::Connector& loop, const std::string& path)
+        : Handler(loop),
+          mThread([this, path] { serve(path); }),
+          mService(mReady.get_future().get()) {
+        if (!mEnd.device.connect("recorder")) VYN_LOG_ERROR << "no recorder";
+    }
+    ~Recorder() override {
+        mService->sendMessage(vyn::Message::obtain());  // comes behind all that was recorded
+        mThread.join();
+    }
+    void record(const std::string& text) {
+        Line line(text);
+        mEnd.worker.write(&line);
+    }
+
+  private:
+    void serve(const std::string& path) {
+        logging::setThreadName("recorder");
+        vyn::Connector loop;
+        RecorderService service(loop, path);
+        mReady.set_value(&service);
+        loop.run();
+    }
+
+    RecorderEnd mEnd{this};
+    std::promise<RecorderService*> mReady;
+    std::thread mThread;
+    RecorderService* mService;
+};
