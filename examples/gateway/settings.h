@@ -12,8 +12,8 @@
 #include "handler.h"
 
 struct Settings {
-    std::string token;   // what TCP peers must know; without one, nobody gets in over TCP
-    long silenceMs = 0;  // how long a peer may be silent; 0 for ever
+    std::string token;  // what TCP peers must know; without one, nobody gets in over TCP
+    long silenceMs = vyn::config::getNetHeartbitTimeout();  // of a peer; 0 for ever
 };
 
 // The settings file, with its entries "token" and "silence_ms", which is read anew when it changes.
@@ -51,10 +51,10 @@ class SettingsFile : public Handler {
         if (error || written == mWritten) return;
         mWritten = written;
         const vyn::IniConfig file(mPath);
-        const std::string silence = file.get("silence_ms", "");
+        mCurrent = Settings();
         mCurrent.token = file.get("token", "");
-        mCurrent.silenceMs = silence.empty() ? vyn::config::getNetHeartbitTimeout()
-                                             : std::strtol(silence.c_str(), nullptr, 10);
+        const std::string silence = file.get("silence_ms", "");
+        if (!silence.empty()) mCurrent.silenceMs = std::strtol(silence.c_str(), nullptr, 10);
         VYN_LOG_INFO << "settings read: silence_ms=" << mCurrent.silenceMs
                      << (mCurrent.token.empty() ? ", no token" : ", a token");
     }
