@@ -5,6 +5,8 @@
 #include <climits>
 #include <cstring>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "support/archive_block.h"
 #include "support/log_capture.h"
@@ -194,6 +196,27 @@ TEST(Archive, ReadsExactlyTheWholeRecordsOfDamagedBlocks) {
 
 // With one allocation and one copy this is instant; with one for each item it would move a
 // terabyte.
+TEST(Archive, BringsRandomItemsBackAlsoThroughHexText) {
+    std::mt19937 random(4711);
+    for (int round = 0; round < 200; ++round) {
+        std::vector<std::string> items(random() % 20);
+        Archive written;
+        for (std::string& item : items) {
+            item.resize(1 + random() % 300);
+            for (char& byte : item) byte = static_cast<char>(random());
+            written.put(item.data(), static_cast<int>(item.size()));
+        }
+        Archive rebuilt;
+        read(rebuilt, hexOf(written));
+        for (const std::string& item : items) {
+            Buffer got;
+            rebuilt >> got;
+            ASSERT_EQ(std::string(got.data, static_cast<size_t>(got.size)), item);
+        }
+        EXPECT_TRUE(rebuilt.empty());
+    }
+}
+
 TEST(Archive, FlattensManyItemsInLinearTime) {
     constexpr int kItems = 1000000;
     Archive written;
