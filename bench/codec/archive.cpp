@@ -1,0 +1,120 @@
+#include <vyn/archive.h>
+
+#include <cstring>
+#include <msgpack.hpp>
+
+#include "codec/codec.h"
+#include "support/repeat.h"
+
+// 1,000 items of 32 bytes. Flattening starts from items that are in memory already, parsing ends
+// with items that own their bytes. "whole" is the way of an object: its fields are put in and
+// flattened, and on the other side parsed and taken out.
+namespace bench {
+
+namespace {
+
+constexpr int kItems = 1000;
+constexpr int kItemSize = 32;
+
+using Bytes = std::vector<char>;
+
+std::vector<Bytes> items() {
+    const std::string bytes = noise(kItemSize);
+    return std::vector<Bytes>(kItems, Bytes(bytes.begin(), bytes.end()));
+}
+
+void fill(vyn::Archive& archive, const std::vector<Bytes>& fields) {
+    for (const Bytes& field : fields) archive.put(field.data(), kItemSize);
+}
+
+vyn::Buffer flatBlock() {
+    vyn::Archive archive;
+    fill(archive, items());
+    vyn::Buffer flat;
+    archive.copyTo(flat);
+    return flat;
+}
+
+double flattenOurs() {
+    vyn::Archive archive;
+    fill(archive, items());
+    vyn::Buffer flat;
+    return nanosecondsFor([&] {
+        archive.copyTo(flat);
+        keep(flat.data);
+    });
+}
+
+double flattenMsgpack() {
+    const std::vector<Bytes> fields = items();
+    return nanosecondsFor([&fields] {
+        msgpack::sbuffer flat;
+        msgpack::pack(flat, fields);
+        keep(flat.data());
+    });
+}
+
+double parseOurs() {
+    const vyn::Buffer flat = flatBlock();
+    return nanosecondsFor([&flat] {
+        const vyn::Archive archive(flat.data, flat.size);
+        keep(archive);
+    });
+}
+
+double parseMsgpack() {
+    msgpack::sbuffer flat;
+    msgpack::pack(flat, items());
+    return nanosecondsFor([&flat] { keep(msgpack::unpack(flat.data(), flat.size())); });
+}
+
+double wholeOurs() {
+    const std::vector<Bytes> fields = items();
+    std::vector<Bytes> taken = fields;
+    return nanosecondsFor([&] {
+        vyn::Archive written;
+        fill(written, fields);
+        vyn::Buffer flat;
+        written.copyTo(flat);
+        vyn::Archive archive(flat.data, flat.size);
+        for (Bytes& field : taken) archive.get(field.data(), kItemSize);
+        keep(taken[0][0]);
+    });
+}
+
+double wholeMsgpack() {
+    const std::vector<Bytes> fields = items();
+    std::vector<Bytes> taken = fields;
+    return nanosecondsFor([&] {
+        msgpack::sbuffer flat;
+        msgpack::pack(flat, fields);
+        msgpack::unpack(flat.data(), flat.size()).get().convert(taken);
+        keep(taken[0][0]);
+    });
+}
+
+// The limit: the flat block copied once.
+double copy() {
+    const vyn::Buffer flat = flatBlock();
+    std::string copied(static_cast<size_t>(flat.size), '\0');
+    return nanosecondsFor([&] {
+        std::memcpy(copied.data(), flat.data, copied.size());
+        keep(copied[0]);
+    });
+}
+
+}  // namespace
+
+std::vector<Contest> archiveContests() {
+    return {timed("archive-flatten", "ours", flattenOurs),
+            timed("archive-flatten", "msgpack", flattenMsgpack),
+            timed("archive-flatten", "memcpy", copy),
+            timed("archive-parse", "ours", parseOurs),
+            timed("archive-parse", "msgpack", parseMsgpack),
+            timed("archive-parse", "memcpy", copy),
+            timed("archive-whole", "ours", wholeOurs),
+            timed("archive-whole", "msgpack", wholeMsgpack),
+            timed("archive-whole", "memcpy", copy)};
+}
+
+}  // namespace bench
