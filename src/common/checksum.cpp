@@ -4,63 +4,104 @@
 #include <array>
 #include <cstddef>
 
+#include "common/checksum.h"
+#include "common/checksum_fold.h"
 #include "common/little_endian.h"
 
-namespace vyn::helper {
+namespace vyn::checksum {
 
 namespace {
 
-// Sixteen bytes a step ("slicing", Kounavis and Berry 2005): kTables[k][b] is what a byte b adds to
-// the register when k further bytes follow it, so the look-ups of one step do not wait for each
-// other.
-constexpr size_t kSlices = 16;
-using Tables = std::array<std::array<uint32_t, 256>, kSlices>;
+using Table = std::array<uint32_t, 256>;
+using WordTables = std::array<Table, 4>;
 
-constexpr Tables makeTables() {
-    Tables tables{};
+constexpr Table makeByteTable() {
+    Table table{};
     for (uint32_t byte = 0; byte < 256; ++byte) {
         uint32_t value = byte;
-        for (int bit = 0; bit < 8; ++bit) value = (value >> 1) ^ ((value & 1) * 0xEDB88320u);
-        tables[0][byte] = value;
+        for (int bit = 0; bit < 8; ++bit) value = (value >> 1) ^ ((value & 1) * kPolynomial);
+        table[byte] = value;
     }
-    for (size_t slice = 1; slice < kSlices; ++slice) {
-        for (size_t byte = 0; byte < 256; ++byte) {
-            const uint32_t value = tables[slice - 1][byte];
-            tables[slice][byte] = tables[0][value & 0xFF] ^ (value >> 8);
+    return table;
+}
+
+constexpr Table kByteTable = makeByteTable();
+
+constexpr uint32_t addByte(uint32_t crc, uint32_t byte) {
+    return kByteTable[(crc ^ byte) & 0xFF] ^ (crc >> 8);
+}
+
+// tables[k][b] is what a byte b adds to the register when `following` and k more bytes come behind
+// it.
+constexpr WordTables makeWordTables(size_t following) {
+    WordTables tables{};
+    for (size_t k = 0; k < tables.size(); ++k) {
+        for (uint32_t byte = 0; byte < 256; ++byte) {
+            uint32_t value = kByteTable[byte];
+            for (size_t i = 0; i < following + k; ++i) value = addByte(value, 0);
+            tables[k][byte] = value;
         }
     }
     return tables;
 }
 
-constexpr Tables kTables = makeTables();
+constexpr size_t kWordSize = 4;
+constexpr size_t kBraids = 4;
+constexpr size_t kBlockSize = kBraids * kWordSize;
 
-uint32_t addByte(uint32_t crc, uint32_t byte) {
-    return kTables[0][(crc ^ byte) & 0xFF] ^ (crc >> 8);
+constexpr WordTables kNothingFollows = makeWordTables(0);
+constexpr WordTables kRestOfBlockFollows = makeWordTables(kBlockSize - kWordSize);
+
+uint32_t addWord(const WordTables& tables, uint32_t word) {
+    return tables[3][word & 0xFF] ^ tables[2][(word >> 8) & 0xFF] ^ tables[1][(word >> 16) & 0xFF] ^
+           tables[0][word >> 24];
 }
 
-// What a word adds when `following` further bytes of the step come behind it.
-uint32_t sliceWord(uint32_t word, size_t following) {
-    return kTables[following + 3][word & 0xFF] ^ kTables[following + 2][(word >> 8) & 0xFF] ^
-           kTables[following + 1][(word >> 16) & 0xFF] ^ kTables[following][word >> 24];
-}
-
-uint32_t addStep(uint32_t crc, const uint8_t* bytes) {
-    return sliceWord(little_endian::load(bytes) ^ crc, 12) ^
-           sliceWord(little_endian::load(bytes + 4), 8) ^
-           sliceWord(little_endian::load(bytes + 8), 4) ^
-           sliceWord(little_endian::load(bytes + 12), 0);
+// Every fourth word goes into a register of its own ("braiding", Kadatch and Jenkins 2010), so that
+// the look-ups for one do not wait for another's. The last block joins the registers.
+uint32_t addBlocks(uint32_t crc, const uint8_t* bytes, size_t blocks) {
+    uint32_t braids[kBraids] = {crc};
+    for (; blocks > 1; --blocks, bytes += kBlockSize) {
+        for (size_t i = 0; i < kBraids; ++i) {
+            const uint32_t word = little_endian::load(bytes + i * kWordSize);
+            braids[i] = addWord(kRestOfBlockFollows, word ^ braids[i]);
+        }
+    }
+    uint32_t joined = 0;
+    for (size_t i = 0; i < kBraids; ++i) {
+        const uint32_t word = little_endian::load(bytes + i * kWordSize);
+        joined = addWord(kNothingFollows, word ^ braids[i] ^ joined);
+    }
+    return joined;
 }
 
 }  // namespace
 
+uint32_t addByTables(uint32_t crc, const uint8_t* bytes, size_t size) {
+    if (const size_t blocks = size / kBlockSize; blocks > 0) {
+        crc = addBlocks(crc, bytes, blocks);
+        bytes += blocks * kBlockSize;
+        size %= kBlockSize;
+    }
+    for (; size > 0; --size) crc = addByte(crc, *bytes++);
+    return crc;
+}
+
+uint32_t add(uint32_t crc, const uint8_t* bytes, size_t size) {
+    uint8_t folded[kFoldedSize];
+    const size_t taken = fold(crc, bytes, size, folded);
+    if (taken > 0) crc = addByTables(0, folded, kFoldedSize);
+    return addByTables(crc, bytes + taken, size - taken);
+}
+
+}  // namespace vyn::checksum
+
+namespace vyn::helper {
+
 uint32_t crc32(const void* data, int len) {
     const size_t size = static_cast<size_t>(std::max(len, 0));
-    const uint8_t* bytes = static_cast<const uint8_t*>(data);
-    uint32_t crc = 0xFFFFFFFF;
-    size_t done = 0;
-    for (; size - done >= kSlices; done += kSlices) crc = addStep(crc, bytes + done);
-    for (; done < size; ++done) crc = addByte(crc, bytes[done]);
-    for (size_t rest = size; rest != 0; rest >>= 8) crc = addByte(crc, rest & 0xFF);
+    uint32_t crc = checksum::add(0xFFFFFFFF, static_cast<const uint8_t*>(data), size);
+    for (size_t rest = size; rest != 0; rest >>= 8) crc = checksum::addByte(crc, rest & 0xFF);
     return crc;
 }
 

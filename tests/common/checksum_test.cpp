@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/checksum.h"
+
 namespace vyn::helper {
 namespace {
 
@@ -55,6 +57,16 @@ TEST(Crc32, EqualsABitByBitComputationAtEveryLength) {
     for (const size_t size : sizes) {
         const uint8_t* unaligned = bytes.data() + 1;
         ASSERT_EQ(crc32(unaligned, static_cast<int>(size)), bitByBit(unaligned, size)) << size;
+    }
+}
+
+// Which of the two the public call takes depends on the processor.
+TEST(Crc32, NeedsNoHelpOfTheProcessor) {
+    const std::vector<uint8_t> bytes = scrambledBytes(5000);
+    for (size_t size = 0; size < bytes.size(); size += size < 300 ? 1 : 97) {
+        const uint8_t* unaligned = bytes.data() + bytes.size() - size;
+        const uint32_t expected = checksum::add(0x12345678, unaligned, size);
+        ASSERT_EQ(checksum::addByTables(0x12345678, unaligned, size), expected) << size;
     }
 }
 
