@@ -1,6 +1,5 @@
 #pragma once
 
-#include <list>
 #include <memory>
 #include <string>
 
@@ -8,6 +7,8 @@
 #include <vyn/export.h>
 
 namespace vyn {
+
+class ArchiveItems;
 
 // A queue of byte items that can be flattened into one block and rebuilt from it. Writer and
 // reader agree on the order and meaning of the items; the block names neither.
@@ -21,7 +22,8 @@ namespace vyn {
 // Strings are items with their terminating NUL. AN EMPTY LAST ITEM IS LOST ON READING: a record is
 // read only while at least 5 bytes are left. An empty item in front of another comes back.
 //
-// Items are copied in and owned by the archive. Not synchronised: one thread at a time.
+// Items are copied in and owned by the archive, all in one block of memory, which clear() and the
+// destructor give back. Not synchronised: one thread at a time.
 class VYN_API Archive {
   public:
     Archive();
@@ -60,9 +62,7 @@ class VYN_API Archive {
     void copyTo(Buffer& out) const;
 
   private:
-    [[nodiscard]] std::unique_ptr<Buffer> takeFirst();
-
-    std::list<std::unique_ptr<Buffer>> mItems;
+    const std::unique_ptr<ArchiveItems> mItems;
 };
 
 // An object that saves itself into an archive and loads itself from one.

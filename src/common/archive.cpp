@@ -3,46 +3,35 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdint>
 #include <cstring>
-#include <utility>
+#include <new>
 
-#include "common/little_endian.h"
+#include "common/archive_items.h"
 
 namespace vyn {
 
 namespace {
 
-constexpr int kLengthSize = 4;
 constexpr int kAbnormalSize = 100 * 1024 * 1024;
-
-// Adds a record at `to` and returns where the next one goes.
-char* writeRecord(char* to, const Buffer& item) {
-    little_endian::store(to, static_cast<uint32_t>(item.size));
-    to += kLengthSize;
-    if (item.size < 1) return to;
-    std::memcpy(to, item.data, static_cast<size_t>(item.size));
-    return to + item.size;
-}
 
 }  // namespace
 
-Archive::Archive() = default;
+Archive::Archive() : mItems(std::make_unique<ArchiveItems>()) {}
 
-Archive::Archive(const void* data, int len) { putSerializeData(data, len); }
+Archive::Archive(const void* data, int len) : Archive() { putSerializeData(data, len); }
 
 Archive::~Archive() = default;
 
-void Archive::clear() { mItems.clear(); }
+void Archive::clear() { mItems->clear(); }
 
-bool Archive::empty() const { return mItems.empty(); }
+bool Archive::empty() const { return mItems->empty(); }
 
-void Archive::put(const void* bytes, int n) {
-    mItems.push_back(std::make_unique<Buffer>(bytes, n));
-}
+void Archive::put(const void* bytes, int n) { mItems->add(bytes, n); }
 
 Archive& Archive::operator<<(const std::string& text) {
-    mItems.push_back(std::make_unique<Buffer>(text));
+    // An item cannot be longer than an int counts.
+    if (text.length() >= INT_MAX) throw std::bad_alloc();
+    put(text.c_str(), static_cast<int>(text.length() + 1));
     return *this;
 }
 
@@ -52,35 +41,34 @@ Archive& Archive::operator<<(const Buffer& buffer) {
 }
 
 void Archive::putSerializeData(const void* data, int len) {
-    const char* cursor = static_cast<const char*>(data);
+    const char* const records = static_cast<const char*>(data);
+    const char* cursor = records;
     int remaining = data == nullptr ? 0 : len;
-    while (remaining > kLengthSize) {
-        const int length = static_cast<int32_t>(little_endian::load(cursor));
-        remaining -= kLengthSize;
+    while (remaining > ArchiveItems::kLengthSize) {
+        const int length = ArchiveItems::itemAt(cursor).size;
+        remaining -= ArchiveItems::kLengthSize;
         if (length < 0 || length > remaining) {
             VYN_LOG_ERROR << "record of " << length << " bytes is invalid, " << remaining
                           << " bytes are left";
-            return;
+            break;
         }
-        put(cursor + kLengthSize, length);
-        cursor += kLengthSize + length;
+        cursor += ArchiveItems::kLengthSize + length;
         remaining -= length;
     }
+    mItems->addRecords(records, static_cast<size_t>(cursor - records));
 }
 
 void Archive::get(void* bytes, int n) {
-    const std::unique_ptr<Buffer> item = takeFirst();
-    if (item == nullptr) return;
-    const int taken = std::min(item->size, n);
-    if (taken > 0) std::memcpy(bytes, item->data, static_cast<size_t>(taken));
+    if (empty()) return;
+    const ArchiveItems::Item item = mItems->takeFirst();
+    const int taken = std::min(item.size, n);
+    if (taken > 0) std::memcpy(bytes, item.bytes, static_cast<size_t>(taken));
 }
 
-// The item dies right away, so its block is handed over instead of copied.
 void Archive::get(Buffer& buffer) {
-    const std::unique_ptr<Buffer> item = takeFirst();
-    if (item == nullptr) return;
-    std::swap(buffer.size, item->size);
-    std::swap(buffer.data, item->data);
+    if (empty()) return;
+    const ArchiveItems::Item item = mItems->takeFirst();
+    buffer.assign(item.bytes, item.size);
 }
 
 Archive& Archive::operator>>(Buffer& buffer) {
@@ -89,32 +77,22 @@ Archive& Archive::operator>>(Buffer& buffer) {
 }
 
 Archive& Archive::operator>>(std::string& text) {
-    const std::unique_ptr<Buffer> item = takeFirst();
-    if (item == nullptr || item->isEmpty()) return *this;
-    text.assign(item->data, strnlen(item->data, static_cast<size_t>(item->size)));
+    if (empty()) return *this;
+    const ArchiveItems::Item item = mItems->takeFirst();
+    if (item.size > 0) text.assign(item.bytes, strnlen(item.bytes, static_cast<size_t>(item.size)));
     return *this;
 }
 
-std::unique_ptr<Buffer> Archive::takeFirst() {
-    if (mItems.empty()) return nullptr;
-    std::unique_ptr<Buffer> item = std::move(mItems.front());
-    mItems.pop_front();
-    return item;
-}
-
 void Archive::copyTo(Buffer& out) const {
-    int64_t total = 0;
-    for (const auto& item : mItems) {
-        if (item->size > kAbnormalSize) {
-            VYN_LOG_INFO << "len is abnormal, len = " << item->size;
-        }
-        total += kLengthSize + std::max(item->size, 0);
+    const size_t total = mItems->size();
+    // A block that is no longer itself needs not be searched for abnormal items.
+    for (size_t at = total > kAbnormalSize ? 0 : total; at < total;) {
+        const ArchiveItems::Item item = ArchiveItems::itemAt(mItems->records() + at);
+        if (item.size > kAbnormalSize) VYN_LOG_INFO << "len is abnormal, len = " << item.size;
+        at += ArchiveItems::recordSize(item.size);
     }
     if (total > INT_MAX) VYN_LOG_ERROR << total << " bytes do not fit into a buffer";
-    out.assign(total > INT_MAX ? 0 : static_cast<int>(total), 0);
-    char* to = out.data;
-    if (to == nullptr) return;
-    for (const auto& item : mItems) to = writeRecord(to, *item);
+    out.assign(mItems->records(), total > INT_MAX ? 0 : static_cast<int>(total));
 }
 
 Serializer::~Serializer() = default;

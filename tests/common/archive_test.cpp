@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <cstring>
+#include <deque>
 #include <random>
 #include <string>
 #include <vector>
@@ -107,6 +108,24 @@ TEST(Archive, GetsNoMoreThanTheTargetTakesAndDropsTheRest) {
     EXPECT_STREQ(target, "12345...");
 }
 
+TEST(Archive, StaysInOrderWhileItemsComeAndGo) {
+    std::minstd_rand random(20);
+    std::deque<std::string> expected;
+    Archive archive;
+    for (int i = 0; i < 20000; ++i) {
+        if (random() % 200 < (i < 10000 ? 110 : 95)) {
+            expected.emplace_back(random() % 50, static_cast<char>('a' + i % 26));
+            archive.put(expected.back().data(), static_cast<int>(expected.back().size()));
+        } else if (!expected.empty()) {
+            char taken[50] = {};
+            archive.get(taken, sizeof taken);
+            ASSERT_EQ(taken, expected.front()) << i;
+            expected.pop_front();
+        }
+        ASSERT_EQ(archive.empty(), expected.empty()) << i;
+    }
+}
+
 TEST(Archive, LeavesTargetsAsTheyAreWhenThereIsNoItem) {
     Archive archive;
     std::string text = "text";
@@ -194,8 +213,6 @@ TEST(Archive, ReadsExactlyTheWholeRecordsOfDamagedBlocks) {
     EXPECT_LT(damaged, 900000);
 }
 
-// With one allocation and one copy this is instant; with one for each item it would move a
-// terabyte.
 TEST(Archive, BringsRandomItemsBackAlsoThroughHexText) {
     std::mt19937 random(4711);
     for (int round = 0; round < 200; ++round) {
@@ -217,6 +234,8 @@ TEST(Archive, BringsRandomItemsBackAlsoThroughHexText) {
     }
 }
 
+// With one allocation and one copy this is instant; with one for each item it would move a
+// terabyte.
 TEST(Archive, FlattensManyItemsInLinearTime) {
     constexpr int kItems = 1000000;
     Archive written;
