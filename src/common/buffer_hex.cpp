@@ -1,6 +1,8 @@
 #include <vyn/buffer.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 
 namespace vyn {
 
@@ -10,12 +12,27 @@ bool isBlank(char character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
-// The value of a hexadecimal digit, or -1.
-int digitValue(char character) {
-    if (character >= '0' && character <= '9') return character - '0';
-    if (character >= 'A' && character <= 'F') return character - 'A' + 10;
-    if (character >= 'a' && character <= 'f') return character - 'a' + 10;
+constexpr int8_t valueOf(int character) {
+    if (character >= '0' && character <= '9') return static_cast<int8_t>(character - '0');
+    if (character >= 'A' && character <= 'F') return static_cast<int8_t>(character - 'A' + 10);
+    if (character >= 'a' && character <= 'f') return static_cast<int8_t>(character - 'a' + 10);
     return -1;
+}
+
+constexpr std::array<int8_t, 256> makeValues() {
+    std::array<int8_t, 256> values{};
+    for (size_t i = 0; i < values.size(); ++i) values[i] = valueOf(static_cast<int>(i));
+    return values;
+}
+
+constexpr std::array<int8_t, 256> kValues = makeValues();
+
+// The value of a hexadecimal digit, or -1.
+int digitValue(char character) { return kValues[static_cast<unsigned char>(character)]; }
+
+// Computed, not looked up, so that compilers can do many at once.
+char digit(unsigned value) {
+    return static_cast<char>(value + (value < 10 ? unsigned{'0'} : unsigned{'A'} - 10));
 }
 
 // What scanf("%02X") reads where no blank stands: at most two characters, a sign being one of
@@ -32,14 +49,15 @@ int readPair(const char* text) {
 }  // namespace
 
 std::string Buffer::toHexString() const {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    const int held = heldBytes();
-    text.reserve(static_cast<size_t>(held) * 2);
-    for (int i = 0; i < held; ++i) {
-        const auto byte = static_cast<unsigned char>(data[i]);
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
+    const auto held = static_cast<size_t>(heldBytes());
+    std::string text(held * 2, '\0');
+    // Copies of the pointers: a byte stored might change the originals, for all compilers know.
+    const char* from = data;
+    char* to = text.data();
+    for (size_t i = 0; i < held; ++i) {
+        const auto byte = static_cast<unsigned char>(from[i]);
+        to[2 * i] = digit(byte >> 4);
+        to[2 * i + 1] = digit(byte & 15);
     }
     return text;
 }
@@ -49,10 +67,18 @@ void Buffer::fromHexString(const std::string& hex) {
     // Blanks are passed once for all the pairs that start among them, so a long run of them costs
     // no more than other text.
     const char* number = hex.c_str();
-    for (int i = 0; i < size; ++i) {
-        number = std::max(number, hex.c_str() + 2 * static_cast<size_t>(i));
+    const char* pair = hex.c_str();
+    char* const end = data + size;
+    for (char* to = data; to != end; ++to, pair += 2) {
+        const int high = digitValue(pair[0]);
+        const int low = digitValue(pair[1]);
+        if (number <= pair && high >= 0 && low >= 0) {
+            *to = static_cast<char>(high * 16 + low);
+            continue;
+        }
+        number = std::max(number, pair);
         while (isBlank(*number)) ++number;
-        data[i] = static_cast<char>(readPair(number));
+        *to = static_cast<char>(readPair(number));
     }
 }
 
