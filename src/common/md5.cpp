@@ -1,9 +1,9 @@
+#include <vyn/buffer.h>
 #include <vyn/helper.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -107,19 +107,16 @@ void pad(md5ctx& ctx) {
     hash_update(padding, static_cast<unsigned int>(gap + kLengthSize), ctx);
 }
 
-// The digest is the words' bytes, low byte first.
-uint32_t reversed(uint32_t word) { return __builtin_bswap32(word); }
-
 }  // namespace
 
 std::string md5sum(const void* data, int len) {
     md5ctx ctx;
     hash_update(static_cast<const char*>(data), static_cast<unsigned int>(std::max(len, 0)), ctx);
     pad(ctx);
-    char text[33];
-    std::snprintf(text, sizeof text, "%08X%08X%08X%08X", reversed(ctx.state[0]),
-                  reversed(ctx.state[1]), reversed(ctx.state[2]), reversed(ctx.state[3]));
-    return text;
+    // The digest is the words' bytes, low byte first.
+    uint8_t digest[16];
+    for (size_t i = 0; i < 4; ++i) little_endian::store(digest + 4 * i, ctx.state[i]);
+    return Buffer(digest, sizeof digest).toHexString();
 }
 
 }  // namespace vyn::helper
