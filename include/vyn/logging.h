@@ -40,7 +40,8 @@ class VYN_API LogPrinter {
 };
 
 // One log line: collects text as a stream, and is filtered, formatted and written by its
-// destructor. Made by the macros below; used on one thread.
+// destructor. Used on one thread. The macros below write the same lines, and make a message of this
+// class only for those that are fatal.
 class VYN_API LogMessage : public std::ostringstream {
   public:
     // `function` may be the compiler's whole signature; it is cut down to the bare name. A fatal
@@ -59,9 +60,6 @@ class VYN_API LogMessage : public std::ostringstream {
     std::ostream& stream() { return *this; }
 
   private:
-    [[nodiscard]] std::string composeLine() const;
-    int takePriority();
-
     std::string file;
     std::string function;
     std::string tag;
@@ -163,6 +161,36 @@ struct ErrnoText {
 };
 VYN_API std::ostream& operator<<(std::ostream& stream, ErrnoText text);
 
+namespace detail {
+
+class LineStream;
+
+// The line of one of the macros below: a LogMessage that is not fatal and keeps its stream for the
+// thread's next line. What a manipulator leaves in a stream's own words (iword, pword) may
+// therefore be found there by the next.
+class VYN_API Line {
+  public:
+    // The texts are not copied; they must outlive the line, as literals do.
+    Line(const char* tag, const char* file, const char* function, int line, int level);
+    ~Line();
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+
+    std::ostream& stream();
+
+  private:
+    void write();
+
+    const char* mTag;
+    const char* mFile;
+    const char* mFunction;
+    int mLine;
+    int mLevel;
+    LineStream* mStream;  // owned, lent by the thread
+};
+
+}  // namespace detail
+
 // Lets a macro end in a stream expression and still be a statement of type void.
 struct Voidify {
     void operator&(std::ostream&) const {}
@@ -181,9 +209,9 @@ extern "C" VYN_API void logging_printf(const char* file, const char* function, i
 #define VYN_LOG_TAGGED(tag, level)                                                         \
     !::logging::passes(level)                                                              \
         ? static_cast<void>(0)                                                             \
-        : ::logging::Voidify() & ::logging::LogMessage(tag, __FILE__, __PRETTY_FUNCTION__, \
-                                                       __LINE__, level, false, true)       \
-                                     .stream()
+        : ::logging::Voidify() &                                                           \
+              ::logging::detail::Line(tag, __FILE__, __PRETTY_FUNCTION__, __LINE__, level) \
+                  .stream()
 
 #define VYN_LOG_ERROR VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelError)
 #define VYN_LOG_WARNING VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelWarning)
