@@ -63,6 +63,8 @@ class VYN_API ThreadPool {
     void startThreads(int count);
     void runTasks();
     Task* nextTask();
+    void waitForTask() VYN_REQUIRES(mCond);
+    void wakeThread() VYN_REQUIRES(mCond);
     void runTask(Task* task);
     void leave();
 
@@ -87,6 +89,10 @@ class VYN_API ThreadPool {
     // Set while the destructor waits for the queue to become empty. A signal could then wake the
     // destructor in place of the thread it was meant for, so all waiters are woken instead.
     bool mDraining VYN_GUARDED_BY(mCond) = false;
+    // An idle thread was woken for a task and has not come to take it yet.
+    bool mWaking VYN_GUARDED_BY(mCond) = false;
+    // The threads that wait for tasks, among them the one that is being woken.
+    int mIdle VYN_GUARDED_BY(mCond) = 0;
 };
 
 }  // namespace vyn

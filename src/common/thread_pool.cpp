@@ -58,11 +58,7 @@ void ThreadPool::addTask(Task* task) {
     std::list<Task*> node{task};
     Holder holder(mCond);
     mTasks.splice(mTasks.end(), node);
-    if (mDraining) {
-        mCond.broadcast();
-    } else {
-        mCond.signal();
-    }
+    wakeThread();
 }
 
 std::string ThreadPool::checkTaskTimeout() {
@@ -114,11 +110,34 @@ void ThreadPool::runTasks() {
 ThreadPool::Task* ThreadPool::nextTask() {
     std::list<Task*> taken;
     Holder holder(mCond);
-    while (mTasks.empty() && !mQuit) mCond.wait();
+    while (mTasks.empty() && !mQuit) waitForTask();
     if (mQuit) return nullptr;
     taken.splice(taken.begin(), mTasks, mTasks.begin());
-    if (mDraining && mTasks.empty()) mCond.broadcast();
+    if (!mTasks.empty()) {
+        wakeThread();
+    } else if (mDraining) {
+        mCond.broadcast();
+    }
     return taken.front();
+}
+
+void ThreadPool::waitForTask() {
+    ++mIdle;
+    mCond.wait();
+    --mIdle;
+    mWaking = false;
+}
+
+// Wakes one idle thread, which wakes the next once it has taken a task and others are left. So
+// however many tasks are added before it gets to run, it is woken once only.
+void ThreadPool::wakeThread() {
+    if (mIdle == 0 || mWaking) return;
+    mWaking = true;
+    if (mDraining) {
+        mCond.broadcast();
+    } else {
+        mCond.signal();
+    }
 }
 
 void ThreadPool::runTask(Task* task) {

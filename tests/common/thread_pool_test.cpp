@@ -20,6 +20,7 @@ using vyn::TaskIds;
 using vyn::ThreadPool;
 using vyn::testing::FatalCapture;
 using vyn::testing::FunctionTask;
+using vyn::testing::Gate;
 using vyn::testing::LogCapture;
 
 constexpr int kMax = std::numeric_limits<int>::max();
@@ -95,6 +96,28 @@ TEST(ThreadPool, StartsTasksInTheOrderInWhichTheyWereAdded) {
     std::vector<int> expected(1000);
     std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(order, expected);
+}
+
+// A task that waits for others is stuck for ever when an idle thread sleeps on.
+TEST(ThreadPool, RunsAsManyTasksAtOnceAsItHasThreads) {
+    constexpr int kThreads = 4;
+    logging::setLogLevel(logging::kLevelWarning);
+    ThreadPool pool(kThreads);
+    for (int round = 0; round < 2000; ++round) {
+        std::atomic<int> running{0};
+        std::atomic<int> done{0};
+        Gate allRunning;
+        Gate allDone;
+        for (int i = 0; i < kThreads; ++i) {
+            pool.addTask(new FunctionTask([&] {
+                if (++running == kThreads) allRunning.open();
+                allRunning.pass();
+                if (++done == kThreads) allDone.open();
+            }));
+        }
+        allDone.pass();
+    }
+    logging::setLogLevel(logging::kLevelVerbose);
 }
 
 TEST(ThreadPool, NumbersTheTasksOfAllPoolsTogether) {
