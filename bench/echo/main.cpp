@@ -1,12 +1,5 @@
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <ctime>
-
 #include "echo/load.h"
-#include "echo/server.h"
+#include "echo/server_process.h"
 #include "support/bench.h"
 #include "support/machine.h"
 
@@ -31,53 +24,9 @@ struct Contestant {
     void (*serve)(const Place& place);
 };
 
-// A server in a process of its own, on its core. It has one thread.
-class Server {
-  public:
-    Server(const Contestant& contestant, bool isUnix) {
-        int ends[2];
-        bench::require(pipe(ends) == 0, "pipe");
-        if (isUnix) mPath = "/tmp/bench_echo." + std::to_string(getpid());
-        mProcess = fork();
-        bench::require(mProcess >= 0, "fork");
-        if (mProcess == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            bench::pinTo(bench::kMeasuredCore);
-            contestant.serve({mPath, ends[1]});
-            bench::fail("the server ended");
-        }
-        close(ends[1]);
-        bench::require(read(ends[0], &mPort, sizeof mPort) == sizeof mPort, "the server's start");
-        close(ends[0]);
-        bench::require(clock_getcpuclockid(mProcess, &mClock) == 0, "clock_getcpuclockid");
-    }
-    ~Server() {
-        kill(mProcess, SIGKILL);
-        waitpid(mProcess, nullptr, 0);
-        if (!mPath.empty()) unlink(mPath.c_str());
-    }
-    Server(const Server&) = delete;
-    Server& operator=(const Server&) = delete;
-
-    const std::string& path() const { return mPath; }
-    int port() const { return mPort; }
-    // Exact while the server has nothing to do.
-    int64_t cpuTime() const {
-        timespec time;
-        bench::require(clock_gettime(mClock, &time) == 0, "the server ended");
-        return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
-    }
-
-  private:
-    pid_t mProcess;
-    std::string mPath;
-    int mPort = 0;
-    clockid_t mClock;
-};
-
 void measure(const Case& it, const Contestant& contestant) {
     bench::allowDescriptors(it.connections + kOtherDescriptors);
-    Server server(contestant, it.isUnix);
+    ServerProcess server(contestant.serve, it.isUnix);
     bench::pinTo(bench::kLoadCore);
     Load load(server.path(), server.port(), it.connections, it.messageBytes);
     load.run(it.active, kWarmUpNs);
