@@ -98,17 +98,20 @@ void oneWay() {
     rally.latencies.reserve(kHops + 1);
     Player<Loop> here(rally);
     std::promise<Player<Loop>*> started;
+    std::promise<void> over;
     std::thread other([&] {
         bench::pinTo(bench::kLoadCore);
         Player<Loop> there(rally);
         there.peer = &here.loop;
         started.set_value(&there);
         there.loop.run();
+        over.get_future().wait();  // the other side may still be in its last post()
     });
     bench::pinTo(bench::kMeasuredCore);
     here.peer = &started.get_future().get()->loop;
     here.send(kHops);
     here.loop.run();
+    over.set_value();
     other.join();
     rally.latencies.erase(rally.latencies.begin(), rally.latencies.begin() + kWarmUpHops);
     bench::report("latency_p50", bench::percentile(rally.latencies, 0.5) / 1000, "us");

@@ -4,7 +4,7 @@ from xml.sax.saxutils import escape
 
 from tables import number
 
-LEFT, RIGHT, BAR, GAP, TOP = 210, 130, 15, 16, 58
+LEFT, RIGHT, BAR, GAP, TOP = 250, 130, 15, 16, 58
 SCALE_WIDTH = 420
 LONGEST_RATIO = 4.0
 OURS, OTHERS = "#1f6f8b", "#b9b9b9"
@@ -28,8 +28,8 @@ def bars(group, results):
 
 def draw_case(shapes, y, case, metric, limit, results):
     unit = results.units[metric]
-    label(shapes, LEFT - 100, y + 11, case, "end", "bold")
-    label(shapes, LEFT - 100, y + 25, metric.replace("_", " "), "end")
+    label(shapes, 10, y + 10, case, weight="bold")
+    label(shapes, 10, y + 24, metric.replace("_", " "))
     for contestant in results.contestants(metric):
         value = results.median(case, contestant, metric)
         if value is None:

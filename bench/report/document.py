@@ -21,12 +21,13 @@ def put(path, name, text):
     path.write_text(document, encoding="utf-8")
 
 
-def circumstances(name, rounds):
+def circumstances(name, rounds, spread):
     """Where, at which commit and how to repeat it."""
     commit = output("git", "describe", "--always", "--dirty", "--abbrev=10")
     compiler = output("c++", "--version").splitlines()[0]
     return (f"{datetime.date.today()}, commit {commit}, medians of {rounds} rounds, on {cpu()} "
             f"({len(os.sched_getaffinity(0))} cores), Linux {os.uname().release}, {compiler}. "
+            f"Between its rounds a figure varied by {spread:.0%}. "
             f"Again: `scripts/bench {name} --rounds {rounds}`.")
 
 

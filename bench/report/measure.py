@@ -25,6 +25,11 @@ class Results:
         values = self.values.get((case, contestant, metric))
         return statistics.median(values) if values else None
 
+    def spread(self):
+        """How far apart the rounds of a figure are, as a share of it; the median of all figures."""
+        shares = [(max(v) - min(v)) / statistics.median(v) for v in self.values.values() if any(v)]
+        return statistics.median(shares) if shares else 0
+
     def cases(self, metric=None):
         return list(dict.fromkeys(c for c, _, m in self.values if metric in (None, m)))
 
