@@ -36,15 +36,16 @@ def main():
 
 def present(group, results, rounds):
     text = tables.group_text(group, results)
-    print(f"\n{group.name}; in brackets the ratio to {group.limit}\n\n{text}\n")
+    brackets = f"In brackets: the ratio to {group.limit}." if group.limit != "-" else ""
+    print(f"\n{group.name}. {brackets}\n\n{text}\n")
     about = document.circumstances(group.name, rounds, results.spread())
     plot = bars.bars(group, results)
     if plot:
         PLOTS.mkdir(exist_ok=True)
         (PLOTS / f"{group.name}.svg").write_text(plot, encoding="utf-8")
         about += f"\n\n![{group.name}](performance/{group.name}.svg)"
-    about += f"\n\nIn brackets: the ratio to {group.limit}."
-    document.put(DOCUMENT, group.name, f"{about}\n\n{text}")
+    parts = [about, brackets, text] if brackets else [about, text]
+    document.put(DOCUMENT, group.name, "\n\n".join(parts))
 
 
 if __name__ == "__main__":
