@@ -28,7 +28,7 @@ std::ostream& Line::stream() { return *mStream; }
 
 void Line::write() {
     std::string& line = mStream->line();
-    text::appendLine(line, mFile, mLine, text::bareFunctionName(mFunction), mStream->text());
+    text::compose(line, mFile, mLine, text::bareFunctionName(mFunction), mStream->text());
     const int level = mLevel <= settings::printLevel() ? kLevelError : mLevel;
     // The system's log ends lines itself; one more newline would show as an empty line.
     platform::writeLine(text::priorityOf(level), mTag, line.c_str());

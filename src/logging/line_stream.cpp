@@ -1,8 +1,5 @@
 #include "logging/line_stream.h"
 
-#include <locale>
-#include <memory>
-
 namespace logging::detail {
 
 namespace {
@@ -10,21 +7,25 @@ namespace {
 // A thread does not keep more memory than this for its next line.
 constexpr size_t kKeptCapacity = 1024;
 
-// The calling thread's stream; null while it is in use. Has no destructor, since lines may also be
-// written while the thread's objects are destroyed.
-thread_local LineStream* tStream = nullptr;
-thread_local bool tThreadEnds = false;
-
-struct StreamDeleter {
-    ~StreamDeleter() {
-        tThreadEnds = true;
-        delete tStream;
-        tStream = nullptr;
-    }
-    // Makes sure that the destructor runs.
-    void arm() {}
+// What a thread keeps. Has no destructor, since lines may also be written while the thread's
+// objects are destroyed.
+struct Kept {
+    LineStream* stream;  // null while it is in use
+    bool isDeletedAtEnd;
+    bool threadEnds;
 };
-thread_local StreamDeleter tStreamDeleter;
+thread_local Kept tKept{nullptr, false, false};
+
+struct Deleter {
+    ~Deleter() {
+        tKept.threadEnds = true;
+        delete tKept.stream;
+        tKept.stream = nullptr;
+    }
+    // The first use of a thread's object makes sure that it is destroyed.
+    void use() {}
+};
+thread_local Deleter tDeleter;
 
 }  // namespace
 
@@ -53,25 +54,28 @@ TextBuffer::pos_type TextBuffer::seekpos(pos_type position, std::ios_base::openm
 LineStream::LineStream() : std::ostream(nullptr) { rdbuf(&mBuffer); }
 
 LineStream* LineStream::acquire() {
-    LineStream* stream = tStream;
+    Kept& kept = tKept;
+    LineStream* stream = kept.stream;
     if (stream == nullptr) return new LineStream;
-    tStream = nullptr;
+    kept.stream = nullptr;
     stream->restart();
     return stream;
 }
 
 void LineStream::release(LineStream* stream) {
-    if (tStream != nullptr || tThreadEnds || !stream->isWorthKeeping()) {
+    Kept& kept = tKept;
+    if (kept.stream != nullptr || kept.threadEnds || !stream->isWorthKeeping()) {
         delete stream;
         return;
     }
-    tStreamDeleter.arm();
-    tStream = stream;
+    kept.stream = stream;
+    if (kept.isDeletedAtEnd) return;
+    kept.isDeletedAtEnd = true;
+    tDeleter.use();
 }
 
 void LineStream::restart() {
     mBuffer.restart();
-    mLine.clear();
     exceptions(goodbit);
     clear();
     flags(skipws | dec);
@@ -80,7 +84,10 @@ void LineStream::restart() {
     fill(' ');
     tie(nullptr);
     // The program may have chosen another since.
-    if (const std::locale global; getloc() != global) imbue(global);
+    if (const std::locale global; mLocale != global) {
+        imbue(global);
+        mLocale = global;
+    }
 }
 
 bool LineStream::isWorthKeeping() const { return mLine.capacity() <= kKeptCapacity; }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <locale>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -49,6 +50,8 @@ class LineStream : public std::ostream {
 
     TextBuffer mBuffer;
     std::string mLine;
+    // What getloc() gives, but that it makes a copy.
+    std::locale mLocale;
 };
 
 }  // namespace logging::detail

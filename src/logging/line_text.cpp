@@ -3,20 +3,29 @@
 #include <android/log.h>
 #include <vyn/logging.h>
 
+#include <charconv>
+#include <iterator>
+
 namespace logging::text {
 
 namespace {
 
 constexpr std::string_view kColourReset = "\033[m";
+constexpr std::string_view kTrailingBlanks = "\r\n ";
 
 std::string_view baseName(std::string_view path) {
-    const size_t separator = path.find_last_of("/\\");
-    return separator == std::string_view::npos ? path : path.substr(separator + 1);
+    size_t start = path.size();
+    while (start > 0 && path[start - 1] != '/' && path[start - 1] != '\\') --start;
+    return path.substr(start);
 }
 
 std::string_view withoutTrailingBlanks(std::string_view text) {
-    return text.substr(0, text.find_last_not_of("\r\n ") + 1);
+    size_t size = text.size();
+    while (size > 0 && kTrailingBlanks.find(text[size - 1]) != std::string_view::npos) --size;
+    return text.substr(0, size);
 }
+
+char* put(char* to, std::string_view part) { return to + part.copy(to, part.size()); }
 
 }  // namespace
 
@@ -32,17 +41,22 @@ std::string_view bareFunctionName(std::string_view signature) {
     return signature;
 }
 
-void appendLine(std::string& to, std::string_view file, int line, std::string_view function,
-                std::string_view text) {
-    to += '[';
-    to += baseName(file);
-    to += ':';
-    to += std::to_string(line);
-    to += " (";
-    to += function;
-    to += ")]  ";
-    to += withoutTrailingBlanks(text);
-    to += kColourReset;
+void compose(std::string& to, std::string_view file, int line, std::string_view function,
+             std::string_view text) {
+    file = baseName(file);
+    text = withoutTrailingBlanks(text);
+    char number[16];
+    const auto numberSize =
+        static_cast<size_t>(std::to_chars(number, std::end(number), line).ptr - number);
+    // Room is made once, since asking for it costs as much as the copy of a part.
+    constexpr size_t kPunctuation = sizeof "[: ()]  " - 1;
+    to.resize(file.size() + numberSize + function.size() + text.size() + kPunctuation +
+              kColourReset.size());
+    char* at = put(to.data(), "[");
+    at = put(put(at, file), ":");
+    at = put(put(at, {number, numberSize}), " (");
+    at = put(put(at, function), ")]  ");
+    put(put(at, text), kColourReset);
 }
 
 int priorityOf(int level) {

@@ -29,7 +29,7 @@ LogMessage::~LogMessage() {
 
     const int savedErrno = errno;
     std::string written;
-    text::appendLine(written, file, line, function, str());
+    text::compose(written, file, line, function, str());
     if (level <= settings::printLevel()) level = kLevelError;
     // The system's log ends lines itself; one more newline would show as an empty line.
     platform::writeLine(text::priorityOf(level), tag.c_str(), written.c_str());
