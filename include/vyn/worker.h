@@ -146,7 +146,8 @@ class VYN_API Worker : public Parser::PostListener {
     int enqueue(const void* data, int len);
     bool writeOnce(WriteNode& node);
     void onWriteQueueOverflow();
-    bool checkValid() const;
+    // Warns in the name of the operation that asks.
+    bool checkValid(const char* operation = __builtin_FUNCTION()) const;
 
     Device* mDevice = nullptr;
     // Atomic, since a worker may be added again from another thread.
