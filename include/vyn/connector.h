@@ -56,9 +56,12 @@ class VYN_API Connector {
         // The worker found its peer silent for too long. Comes again every 200 ms until the
         // executor does something about it.
         virtual void onHeartbitTimeout(Worker* worker) = 0;
+        // A RtmgrDevice saw a link or an address of this machine change.
         virtual void onNetworkChanged(Worker* worker) = 0;
+        // An InotifyDevice saw a change under `path`.
         // `mask` is 256 for a created, 512 for a deleted, 2 for a modified file, else -1.
         virtual void onFileChanged(Worker* worker, const std::string& path, int mask) = 0;
+        // The worker's authenticator has passed the peer, or refused it.
         virtual void onAuthenticated(Worker* worker) = 0;
         virtual void onAuthenticationFailed(Worker* worker) = 0;
         // A message posted by this executor that carries no callback of its own.
@@ -157,6 +160,7 @@ class VYN_API Connector {
     Impl* mImpl;
 };
 
+// As dump().
 VYN_API std::ostream& operator<<(std::ostream& os, Connector* connector);
 VYN_API std::ostream& operator<<(std::ostream& os, Connector& connector);
 

@@ -57,10 +57,12 @@ class VYN_API Device {
     void onData(const void* data, int len);
     // `fd` is the listening descriptor; `data` depends on the device and lives for the call only.
     void onNewConnection(int fd, void* data);
+    // What the executor's callbacks of these names get.
     void onNetworkChanged();
     void onFileChanged(const std::string& path, int mask);
 
   protected:
+    // Who is reported to, or null.
     Worker* mWorker = nullptr;
 };
 
