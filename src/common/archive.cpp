@@ -58,8 +58,8 @@ void Archive::putSerializeData(const void* data, int len) {
         const int length = static_cast<int32_t>(little_endian::load(cursor));
         remaining -= kLengthSize;
         if (length < 0 || length > remaining) {
-            VYN_LOG_ERROR << "record of " << length << " bytes is invalid, " << remaining
-                          << " bytes are left";
+            VYN_LOG_ERROR << "archive record of " << length << " bytes is invalid, the "
+                          << remaining << " bytes behind its length are not read.";
             return;
         }
         put(cursor + kLengthSize, length);
@@ -110,7 +110,10 @@ void Archive::copyTo(Buffer& out) const {
         }
         total += kLengthSize + std::max(item->size, 0);
     }
-    if (total > INT_MAX) VYN_LOG_ERROR << total << " bytes do not fit into a buffer";
+    if (total > INT_MAX) {
+        VYN_LOG_ERROR << "archive of " << total << " bytes does not fit into a buffer, which stays"
+                      << " empty.";
+    }
     out.assign(total > INT_MAX ? 0 : static_cast<int>(total), 0);
     char* to = out.data;
     if (to == nullptr) return;

@@ -16,8 +16,9 @@
 
 namespace vyn {
 
-// The event loop over epoll. Timers, messages and workers each have a queue with a lock of its own;
-// no operation holds two of them.
+// The event loop over epoll. Timers, messages and workers each have a queue with a lock of its own.
+// No operation holds two of them but for what timers do when they are called, which is done under
+// theirs.
 class LinuxConnector : public Connector::Impl {
   public:
     explicit LinuxConnector(Connector* connector);

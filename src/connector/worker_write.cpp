@@ -112,7 +112,10 @@ bool Worker::hasWrittingData() {
 // Returns how many writes are waiting now.
 int Worker::enqueue(const void* data, int len) {
     WriteNode* node = newNode(data, len);
-    if (node == nullptr) VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written.";
+    if (node == nullptr) {
+        VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written by worker "
+                      << static_cast<const void*>(this);
+    }
     AutoLock lock(mWriteLock);
     if (node != nullptr) mWriteQueue.push_back(node);
     return static_cast<int>(mWriteQueue.size());

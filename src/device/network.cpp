@@ -107,7 +107,7 @@ std::vector<NetworkDevice> getNetworkDevices() {
     std::vector<NetworkDevice> devices;
     ifaddrs* first = nullptr;
     if (getifaddrs(&first) != 0) {
-        VYN_LOG_ERRNO_INFO << "getifaddrs fail.";
+        VYN_LOG_ERRNO_INFO << "getifaddrs fail. no network interface is known.";
         return devices;
     }
     for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
