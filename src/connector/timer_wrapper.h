@@ -2,7 +2,6 @@
 
 #include <vyn/timer.h>
 
-#include <cstddef>
 #include <cstdint>
 
 namespace vyn {
@@ -38,18 +37,20 @@ class TimerWrapper {
 
   private:
     friend class TimerHeap;
+    friend class TimerIndex;
     friend class TimerQueue;
 
     Timer* mTimer;
     void* mArg = nullptr;
-    int mCount = 0;
     long mInterval = 0;
     int64_t mExpire = 0;
+    int mCount = 0;
     int mId = 0;
 
-    // Kept by the queue.
+    // Kept by the queue. The narrow members leave a timer within one line of the cache.
     uint64_t mSequence = 0;
-    size_t mHeapIndex = 0;
+    TimerWrapper* mNextInBucket = nullptr;
+    uint32_t mHeapIndex = 0;
     bool mRemoved = false;
 };
 
