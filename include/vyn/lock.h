@@ -17,8 +17,8 @@ class VYN_API VYN_CAPABILITY("mutex") Lock {
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
-    void acquire() VYN_ACQUIRE();
-    void release() VYN_RELEASE();
+    void acquire() VYN_ACQUIRE() { pthread_mutex_lock(&mMutex); }
+    void release() VYN_RELEASE() { pthread_mutex_unlock(&mMutex); }
 
     // Does nothing; tells the thread-safety analysis that the caller holds this lock already.
     void assertHeld() VYN_ASSERT_HELD(this) {}
@@ -30,8 +30,12 @@ class VYN_API VYN_CAPABILITY("mutex") Lock {
 // Holds a Lock for the length of a scope. The Lock is not owned and must outlive the holder.
 class VYN_API VYN_SCOPED_CAPABILITY AutoLock {
   public:
-    explicit AutoLock(Lock& lock) VYN_ACQUIRE(lock);
-    ~AutoLock() VYN_RELEASE();
+    explicit AutoLock(Lock& lock) VYN_ACQUIRE(lock) : mHeld(true), mLock(&lock) {
+        mLock->acquire();
+    }
+    ~AutoLock() VYN_RELEASE() {
+        if (mHeld) mLock->release();
+    }
     AutoLock(const AutoLock&) = delete;
     AutoLock& operator=(const AutoLock&) = delete;
 

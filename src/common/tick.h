@@ -11,6 +11,11 @@ namespace vyn::tick {
 // Monotonic milliseconds, 64 bits. Any thread.
 int64_t now();
 
+// A time that is not later than now() and at most kRecentMs earlier, in a fifth of the time that
+// now() takes: enough to see that something is far off. Any thread.
+int64_t recently();
+constexpr int64_t kRecentMs = 32;  // some periods of the slowest kernel's timer, which is 10 ms
+
 // now() and `delayMs` later. A delay counts in 32 bits, whatever the width of long: a longer one is
 // taken for the longest.
 int64_t after(long delayMs);

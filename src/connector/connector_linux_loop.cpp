@@ -65,7 +65,8 @@ void LinuxConnector::flushRequestedWrites() {
 
 // Milliseconds until the next timer or message is due; 0 when one is due now.
 int LinuxConnector::nextTimerAndMessageTimeout() const {
-    const int64_t due = std::min(mTimers.nextExpire(), mMessages.nextDue());
+    if (mMessages.hasImmediate()) return 0;
+    const int64_t due = std::min(mTimers.nextExpire(), mMessages.nextDelayed());
     return static_cast<int>(std::clamp<int64_t>(due - tick::now(), 0, kLongestWaitMs));
 }
 

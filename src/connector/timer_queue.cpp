@@ -61,8 +61,10 @@ int TimerQueue::clear() {
 }
 
 void TimerQueue::fireDue() {
+    const int64_t next = nextExpire();
+    if (next > tick::recently() + tick::kRecentMs) return;
     const int64_t now = tick::now();
-    if (nextExpire() > now) return;
+    if (next > now) return;
 
     AutoRecursiveLock lock(mLock);
     mWalking = true;
