@@ -58,8 +58,7 @@ void LinuxConnector::disconnectOverflowed() {
 void LinuxConnector::flushRequestedWrites() {
     mWorkers.armRequestedWrites(mDirectWriters);
     for (Worker* worker : mDirectWriters) {
-        // What is not taken now is tried again in the next turn.
-        if (!worker->performWrite()) mWorkers.requestWrite(worker);
+        if (!worker->performWrite()) mWorkers.awaitWritable(worker);
     }
 }
 
