@@ -76,7 +76,7 @@ class VYN_API Worker : public Parser::PostListener {
     // Not owned; null removes the authenticator.
     void attach(Authenticator* auth);
     // Any thread.
-    [[nodiscard]] bool isValid() const;
+    [[nodiscard]] bool isValid() const { return mValid.load(std::memory_order_relaxed); }
     void enable();
     void disable();
     // A figure of the application's own; the library does not read it.

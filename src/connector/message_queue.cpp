@@ -29,7 +29,7 @@ bool MessageQueue::takeDue(Message& out) {
         takeImmediate(out);
         return true;
     }
-    if (delayedDue == INT64_MAX || delayedDue > tick::now()) return false;
+    if (!tick::isReached(delayedDue)) return false;
 
     AutoLock lock(mLock);
     const auto delayed = mDelayed.begin();

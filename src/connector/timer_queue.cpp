@@ -61,10 +61,8 @@ int TimerQueue::clear() {
 }
 
 void TimerQueue::fireDue() {
-    const int64_t next = nextExpire();
-    if (next > tick::recently() + tick::kRecentMs) return;
+    if (!tick::isReached(nextExpire())) return;
     const int64_t now = tick::now();
-    if (next > now) return;
 
     AutoRecursiveLock lock(mLock);
     mWalking = true;

@@ -51,8 +51,6 @@ void Worker::attach(Authenticator* auth) {
     if (auth != nullptr) auth->attach(this);
 }
 
-bool Worker::isValid() const { return mValid.load(std::memory_order_relaxed); }
-
 void Worker::enable() {
     mValid.store(true, std::memory_order_relaxed);
     // The loop has let go of writes that were waiting while the worker was not valid.
