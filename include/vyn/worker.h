@@ -18,7 +18,7 @@ class Device;
 
 // One write that waits for its descriptor to become writable.
 struct WriteNode {
-    void* data;  // malloc'ed, owned
+    void* data;  // in one block with the node
     int offset;  // how much of it is written
     int size;    // in bytes
 };

@@ -48,7 +48,8 @@ class LinuxConnector : public Connector::Impl {
   private:
     void init();
     void runTurn(epoll_event* events);
-    int nextTimerAndMessageTimeout() const;
+    int waitForEvents(epoll_event* events);
+    int nextTimerAndMessageTimeout(int64_t now) const;
     void checkAndWriteData(int count, const epoll_event* events);
     void checkAndHandleMessage();
     void disconnectOverflowed();
@@ -83,6 +84,7 @@ class LinuxConnector : public Connector::Impl {
     std::vector<Worker*> mOverflowed;
     std::vector<Worker*> mDirectWriters;
 
+    bool mHadSeveralEvents = false;  // in the last turn that looked for some
     // Batches with events of registrations that had ended before the batch.
     int mStaleBatches = 0;
     bool mStaleEvent = false;
