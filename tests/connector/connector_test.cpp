@@ -323,8 +323,10 @@ TEST(ConnectorLifetime, TellsWhatItCouldNotOpen) {
     { const Connector known; }
     LogCapture log;
     FatalCapture fatal;
-    testing::ExhaustedDescriptors exhausted;
-    const Connector connector;
+    {
+        const testing::ExhaustedDescriptors exhausted;
+        const Connector connector;
+    }
     EXPECT_EQ(log.count("[24] Too many open files. epoll_create1 fail."), 1);
     EXPECT_EQ(log.count("[24] Too many open files. pipe fail."), 1);
     EXPECT_EQ(fatal.count("mEpollFd < 0 !!!!"), 1);
