@@ -70,6 +70,9 @@ class VYN_API Connector {
         // Any thread. Posts a message to this executor itself, now or after `delayMs`
         // milliseconds. Dropped silently when the executor was never attached. A message cannot be
         // cancelled: do not destroy an executor for which messages are waiting.
+        //
+        // The loop delivers all messages that are due before it looks at its descriptors. A
+        // handler that posts to itself for as long as it runs does so with a delay of at least 1.
         void sendMessage(const Message& message);
         void sendMessageDelayed(const Message& message, long delayMs);
 
@@ -90,8 +93,8 @@ class VYN_API Connector {
     // The connector that run() was called for on the calling thread, or null. Any thread.
     [[nodiscard]] static Connector* current();
 
-    // Lets an executor post messages and own workers. Attaching one twice, or detaching one that is
-    // not attached, is fatal.
+    // Lets an executor post messages; workers may be added for any. Attaching one twice, or
+    // detaching one that is not attached, is fatal.
     void attach(Executor* executor);
     void detach(Executor* executor);
 
@@ -128,8 +131,9 @@ class VYN_API Connector {
     // Any thread, also inside a timer's callbacks. The timer fires next one interval from now.
     void resetTimer(int id);
 
-    // Any thread. Posts a message as Executor::sendMessageDelayed() does. Messages come in the
-    // order of their ticks, and in the order of posting for equal ticks.
+    // Any thread. Posts a message as Executor::sendMessageDelayed() does; `executor` may be null
+    // when the message has a callback. Messages come in the order of their ticks, and in the order
+    // of posting for equal ticks.
     void sendMessageDelayed(Executor* executor, const Message& message, long delayMs);
 
     // Any thread. Ends the loop's wait, so that it looks at what is to be written.

@@ -18,7 +18,7 @@ class Device;
 
 // One write that waits for its descriptor to become writable.
 struct WriteNode {
-    void* data;  // malloc'ed, owned
+    void* data;  // in one block with the node
     int offset;  // how much of it is written
     int size;    // in bytes
 };
@@ -41,7 +41,8 @@ class VYN_API Worker : public Parser::PostListener {
   public:
     // A worker without a device; valid.
     Worker();
-    // Neither is owned. Attaches itself to the device; valid when there is one.
+    // Neither is owned. Attaches itself to the device, which must be constructed by now: a member
+    // of a class that derives from Worker is not. Valid when there is a device.
     Worker(Device* device, Parser* parser);
     // Drops what is still queued. Does not remove the worker from its connector.
     ~Worker() override;
@@ -59,15 +60,16 @@ class VYN_API Worker : public Parser::PostListener {
     virtual const char* getClassName();
     // Prints the fields; the base class prints its device.
     virtual void dump(std::ostream& os);
-    // After a command was parsed, before the executor gets it.
+    // After a command was parsed, before the executor gets it; and before a command is turned into
+    // a packet. The worker may not be deleted in here.
     virtual void onPostCreateCommand(Command* cmd);
-    // Before a command is turned into a packet.
     virtual void onBeforeCreatePacket(Command* cmd);
     // Returns true when it consumed the incoming bytes itself; the parser then does not see them.
     virtual bool handledBeforeParser(const void* data, int len);
     // The heartbeat's policy, asked every 200 ms; times are milliseconds. Both run while the
     // connector's timers are locked to other threads, so they should be short.
-    // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows.
+    // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows,
+    // and until then the worker may not be deleted.
     virtual bool hasRemoteTimedout(long sinceLastRead);
     // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*);
     // before the first one it is the present tick, which may be any number.

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "support/bench.h"
+#include "support/machine.h"
+
+// What a turn of a loop costs beside connections and timers that are idle. Each contestant is a
+// class of this shape:
+//
+//     void addConnection(int fd);      watches it for reading
+//     void addTimer(int intervalMs);
+//     void run(int ready, Turn turn);  calls `turn` each time `ready` is found readable, which it
+//                                      always is, until that returns false
+namespace idle {
+
+// Counts turns for a second.
+class Turn {
+  public:
+    // False when that is over.
+    bool operator()() {
+        ++mCount;
+        return mCount % 256 != 0 || bench::now() < mEnd;
+    }
+    void report() const {
+        const auto cpu = static_cast<double>(bench::threadCpuTime() - mCpuAtBegin);
+        bench::report("cpu_per_turn", cpu / static_cast<double>(mCount), "ns");
+    }
+
+  private:
+    int64_t mEnd = bench::now() + 1000000000;
+    int64_t mCpuAtBegin = bench::threadCpuTime();
+    int64_t mCount = 0;
+};
+
+// Descriptors that are never readable, and one that always is.
+int openSilent();
+int openReady();
+
+constexpr int kIdleIntervalMs = 3600000;
+
+template <class Loop>
+void measureTurn(int connections, int timers) {
+    bench::allowDescriptors(connections + 100);
+    bench::pinTo(bench::kMeasuredCore);
+    Loop loop;
+    for (int i = 0; i < connections; ++i) loop.addConnection(openSilent());
+    for (int i = 0; i < timers; ++i) loop.addTimer(kIdleIntervalMs + i);
+    Turn turn;
+    loop.run(openReady(), turn);
+    turn.report();
+}
+
+template <class Loop>
+std::vector<bench::Contest> turnContests(const char* name) {
+    return {{"turn-10-connections", name, [] { measureTurn<Loop>(10, 0); }},
+            {"turn-10000-connections", name, [] { measureTurn<Loop>(10000, 0); }},
+            {"turn-10-timers", name, [] { measureTurn<Loop>(0, 10); }},
+            {"turn-10000-timers", name, [] { measureTurn<Loop>(0, 10000); }}};
+}
+
+std::vector<bench::Contest> ours();
+std::vector<bench::Contest> libuv();
+std::vector<bench::Contest> libevent();
+std::vector<bench::Contest> asio();
+std::vector<bench::Contest> epoll();
+
+}  // namespace idle

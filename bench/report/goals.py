@@ -1,0 +1,62 @@
+"""The groups and goals of bench/goals.txt."""
+
+from dataclasses import dataclass, field
+from fnmatch import fnmatchcase
+
+
+@dataclass
+class Goal:
+    pattern: str
+    contestant: str
+    metric: str
+    relation: str  # "<=" or ">="
+    factor: float
+    reference: str  # a contestant, "@case", or the unit of an absolute goal
+
+    def __str__(self):
+        return f"{self.relation} {self.factor:g} {self.reference}"
+
+    def judge(self, case, results):
+        """What the figure is in terms of the goal, and whether that is enough; or None."""
+        figure = results.median(case, self.contestant, self.metric)
+        if figure is None or not fnmatchcase(case, self.pattern):
+            return None
+        base = self.base(case, results)
+        if not base:
+            return None
+        reached = figure / base
+        met = reached <= self.factor if self.relation == "<=" else reached >= self.factor
+        return reached, met
+
+    def base(self, case, results):
+        if self.reference == results.units[self.metric]:
+            return 1
+        if self.reference.startswith("@"):
+            return results.median(self.reference[1:], self.contestant, self.metric)
+        return results.median(case, self.reference, self.metric)
+
+
+@dataclass
+class Group:
+    name: str
+    limit: str
+    drawn: list
+    goals: list = field(default_factory=list)
+
+
+def read(path):
+    groups = {}
+    for line in open(path, encoding="utf-8"):
+        words = line.split("#")[0].split()
+        if not words:
+            continue
+        kind, name, *rest = words
+        if kind == "group":
+            groups[name] = Group(name, rest[0], rest[1:])
+        elif kind == "goal":
+            pattern, contestant, metric, relation, factor, reference = rest
+            goal = Goal(pattern, contestant, metric, relation, float(factor), reference)
+            groups[name].goals.append(goal)
+        else:
+            raise ValueError(f"{path}: {line}")
+    return groups

@@ -1,0 +1,51 @@
+"""Runs groups of benchmarks, prints their tables and writes docs/performance.md; see scripts/bench."""
+
+import argparse
+import sys
+from pathlib import Path
+
+import bars
+import document
+import goals
+import measure
+import tables
+
+ROOT = Path(__file__).resolve().parents[2]
+PROGRAMS = ROOT / "build" / "bench" / "bench"
+DOCUMENT = ROOT / "docs" / "performance.md"
+PLOTS = ROOT / "docs" / "performance"
+
+
+def main():
+    groups = goals.read(ROOT / "bench" / "goals.txt")
+    parser = argparse.ArgumentParser(prog="scripts/bench")
+    parser.add_argument("group", nargs="*", help="any of " + ", ".join(groups))
+    parser.add_argument("--rounds", type=int, default=5)
+    options = parser.parse_args()
+    unknown = set(options.group) - set(groups)
+    if unknown or options.rounds < 1:
+        parser.error("no such group: " + ", ".join(unknown) if unknown else "no round")
+    failed = []
+    for name in options.group or groups:
+        results = measure.measure(PROGRAMS / f"bench_{name}", options.rounds)
+        present(groups[name], results, options.rounds)
+        failed += results.failed
+    if failed:
+        sys.exit(f"{len(failed)} measurements failed")
+
+
+def present(group, results, rounds):
+    text = tables.group_text(group, results)
+    print(f"\n{group.name}; in brackets the ratio to {group.limit}\n\n{text}\n")
+    about = document.circumstances(group.name, rounds, results.spread())
+    plot = bars.bars(group, results)
+    if plot:
+        PLOTS.mkdir(exist_ok=True)
+        (PLOTS / f"{group.name}.svg").write_text(plot, encoding="utf-8")
+        about += f"\n\n![{group.name}](performance/{group.name}.svg)"
+    about += f"\n\nIn brackets: the ratio to {group.limit}."
+    document.put(DOCUMENT, group.name, f"{about}\n\n{text}")
+
+
+if __name__ == "__main__":
+    main()
