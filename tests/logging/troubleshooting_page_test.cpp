@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 
 #include "support/page.h"
 
@@ -16,7 +15,7 @@ namespace {
 
 // A statement that writes a line: the parts of the line that are always the same, in their order.
 struct Statement {
-    std::string place;
+    std::string code;
     std::string level;  // empty when the statement is given one
     bool tellsErrno;
     std::vector<std::string> parts;
@@ -28,29 +27,61 @@ struct Row {
     std::string level;
 };
 
-std::string withoutEscapes(const std::string& literal) {
-    static const std::regex colour(R"(\\033\[[0-9;]*m)");
-    static const std::regex quote(R"(\\")");
-    return std::regex_replace(std::regex_replace(literal, colour, ""), quote, "\"");
+// `at` is the opening quote.
+size_t endOfLiteral(const std::string& code, size_t at) {
+    for (++at; at < code.size() && code[at] != '"'; ++at) at += code[at] == '\\';
+    return std::min(at + 1, code.size());
+}
+
+size_t endOfStatement(const std::string& code, size_t at) {
+    while (at < code.size() && code[at] != ';') {
+        at = code[at] == '"' ? endOfLiteral(code, at) : at + 1;
+    }
+    return at;
+}
+
+// What a literal shows: nothing of colours and of backslashes.
+std::string textOf(const std::string& literal) {
+    std::string text;
+    for (size_t i = 0; i < literal.size(); ++i) {
+        if (literal.compare(i, 5, "\\033[") == 0) {
+            i = literal.find('m', i);
+        } else if (literal[i] != '\\') {
+            text += literal[i];
+        }
+    }
+    return helper::trim(text, " ");
 }
 
 void addLiterals(const std::string& code, std::vector<std::string>& parts) {
-    static const std::regex literal(R"re("((?:[^"\\]|\\.)*)")re");
-    for (std::sregex_iterator it(code.begin(), code.end(), literal), end; it != end; ++it) {
-        const std::string part = helper::trim(withoutEscapes((*it)[1]), " ");
-        if (!part.empty()) parts.push_back(part);
+    for (size_t at = code.find('"'); at != std::string::npos;) {
+        const size_t end = endOfLiteral(code, at);
+        const std::string text = textOf(code.substr(at + 1, end - at - 2));
+        if (!text.empty()) parts.push_back(text);
+        at = code.find('"', end);
     }
 }
 
+// The first argument of the macro, which is all of it that is printed; `code` begins behind its
+// name and loses its arguments.
+std::string takeCondition(std::string& code) {
+    size_t end = 1;
+    for (int depth = 1; depth > 0; ++end) depth += (code[end] == '(') - (code[end] == ')');
+    const std::string arguments = code.substr(1, end - 2);
+    code.erase(0, end);
+    return helper::trim(arguments.substr(0, arguments.find(',')), "\"");
+}
+
 std::string levelOf(const std::string& macro, const std::string& code) {
-    static const std::regex ofMacro("FATAL|ERROR|WARNING|INFO|DEBUG|VERBOSE");
-    static const std::regex ofMessage("kLevel(\\w+)");
-    std::smatch match;
     if (helper::startsWith(macro, "VYN_CHECK")) return "fatal";
-    if (!std::regex_search(macro, match, ofMacro)) std::regex_search(code, match, ofMessage);
-    std::string level = match.empty() ? "" : match.str(match.size() - 1);
-    std::transform(level.begin(), level.end(), level.begin(), ::tolower);
-    return level;
+    for (std::string name : {"Fatal", "Error", "Warning", "Info", "Debug", "Verbose"}) {
+        const bool isIt = code.find("kLevel" + name) != std::string::npos;
+        std::transform(name.begin(), name.end(), name.begin(), ::toupper);
+        const bool isMacro = macro.find(name) != std::string::npos;
+        std::transform(name.begin(), name.end(), name.begin(), ::tolower);
+        if (isIt || isMacro) return name;
+    }
+    return "";
 }
 
 bool tellsErrno(const std::string& code) {
@@ -58,27 +89,32 @@ bool tellsErrno(const std::string& code) {
 }
 
 Statement statementOf(const std::string& macro, std::string code) {
-    static const std::regex condition(R"re(^\("?(.*?)"?(?:, -?\w+)?\)( <<|\s*$))re");
-    Statement statement{"", levelOf(macro, code), tellsErrno(macro + code), {}};
-    std::smatch match;
-    if (helper::startsWith(macro, "VYN_CHECK") && std::regex_search(code, match, condition)) {
-        statement.parts.push_back("Check failed. (" + match.str(1) + ")");
-        code = match.suffix().str();
+    Statement statement{macro + code, levelOf(macro, code), tellsErrno(macro + code), {}};
+    if (helper::startsWith(macro, "VYN_CHECK")) {
+        statement.parts.push_back("Check failed. (" + takeCondition(code) + ")");
     }
     addLiterals(code, statement.parts);
     return statement;
 }
 
+bool isInWord(char character) {
+    return std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '_';
+}
+
 // Those without a part of their own, which pass on what they are given, are left out.
 void addStatements(const std::filesystem::path& file, std::vector<Statement>& statements) {
-    static const std::regex logging(
-        R"re(\b(VYN_LOG_\w+|VYN_CHECK\w*|LogMessage(?=\())((?:[^";]|"(?:[^"\\]|\\.)*")*);)re");
     std::ifstream stream(file);
     const std::string code(std::istreambuf_iterator<char>(stream), {});
-    for (std::sregex_iterator it(code.begin(), code.end(), logging), end; it != end; ++it) {
-        Statement statement = statementOf((*it)[1], (*it)[2]);
-        statement.place = file.filename().string() + ": " + it->str();
-        if (!statement.parts.empty()) statements.push_back(statement);
+    for (const std::string start : {"VYN_LOG_", "VYN_CHECK", "LogMessage("}) {
+        for (size_t at = 0; (at = code.find(start, at)) != std::string::npos;) {
+            size_t arguments = at;
+            while (isInWord(code[arguments])) ++arguments;
+            const size_t end = endOfStatement(code, arguments);
+            const Statement statement = statementOf(code.substr(at, arguments - at),
+                                                    code.substr(arguments, end - arguments));
+            at = end;
+            if (!statement.parts.empty()) statements.push_back(statement);
+        }
     }
 }
 
@@ -123,7 +159,7 @@ TEST(TroubleshootingPage, HasEveryLineThatTheLibraryWrites) {
     std::string missing;
     for (const Statement& statement : statements) {
         const auto isIt = [&](const Row& row) { return shows(row, statement); };
-        if (std::none_of(rows.begin(), rows.end(), isIt)) missing += statement.place + "\n";
+        if (std::none_of(rows.begin(), rows.end(), isIt)) missing += statement.code + "\n";
     }
     EXPECT_EQ(missing, "");
 }
