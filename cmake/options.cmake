@@ -6,6 +6,9 @@ target_compile_options(vyn_private_options INTERFACE
     -Wcast-align -Wvla
     # Log lines name files as they stand in the project, not as they stand on the build machine.
     "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+# Where off_t has 32 bits by default, files beyond 2 GiB and the entries of some file systems could
+# not be read. Nothing in the public headers depends on it.
+target_compile_definitions(vyn_private_options INTERFACE _FILE_OFFSET_BITS=64)
 if(VYN_WERROR)
     target_compile_options(vyn_private_options INTERFACE -Werror)
 endif()

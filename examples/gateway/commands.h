@@ -1,33 +1,33 @@
 #pragma once
 
 #include <vyn/helper.h>
+#include <vyn/ini_config.h>
+#include <vyn/thread_pool.h>
 
-#include <algorithm>
-#include <cstdio>
-
-#include "jobs.h"
 #include "peers.h"
 #include "recorder.h"
 #include "topics.h"
 
 // What peers may say. Each command is a line, and so is each answer:
 //
-//     AUTH TOKEN         over TCP the first line        WELCOME, or DENIED and the end
-//     PUB TOPIC TEXT     publishes                      OK
-//     SUB TOPIC          from the last text on          OK, and for each text EVENT TOPIC TEXT
-//     UNSUB [TOPIC]      without a topic, all of them   OK
-//     HASH TEXT          others may overtake it         HASH MD5 CHECKSUM
-//     SNAPSHOT           saves the last texts           OK
-//     STATUS             see struct Status              STATUS XML
-//     PING               shows that the peer lives      PONG
+//     AUTH TOKEN       over TCP the first line    WELCOME, or DENIED and the end
+//     PUB TOPIC TEXT   publishes                  OK
+//     SUB TOPIC        from the last text on      OK, and for each text EVENT TOPIC TEXT
+//     UNSUB TOPIC      ends that                  OK
+//     HASH TEXT        digests it                 HASH MD5
+//     SNAPSHOT         saves the last texts       OK, once they are saved
+//     STATUS           see struct Status          STATUS XML
+//     PING             shows that the peer lives  PONG
 //
 // What can not be done is answered with a line that begins with ERR. Answers that a peer does not
 // wait for are lost.
-class Commands {
+class Commands : public vyn::Message::Callback {
   public:
     Commands(Peers& peers, Recorder& recorder, const std::string& snapshotPath)
-        : mPeers(peers), mRecorder(recorder), mSnapshotPath(snapshotPath), mJobs(peers) {
-        restoreSnapshot(mTopics, mSnapshotPath);
+        : mPeers(peers), mRecorder(recorder), mSnapshot(snapshotPath) {
+        vyn::Buffer topics;
+        topics.fromHexString(mSnapshot.get("topics", ""));
+        mTopics.loadFrom(topics);
         peers.onLine = [this](PeerId peer, const std::string& line) { perform(peer, line); };
         peers.onGone = [this](PeerId peer) { mTopics.unsubscribe(peer, ""); };
     }
@@ -42,23 +42,32 @@ class Commands {
         return true;
     }
 
+    // The snapshot for a peer has been saved, or could not be.
+    void onMessage(vyn::Message message) override {
+        mIsSaving = false;
+        mPeers.send(message.arg1, message.arg2 != 0 ? "OK" : "ERR not saved");
+    }
+
   private:
     void perform(PeerId peer, const std::string& line) {
-        const auto [word, arguments] = cutWord(line);
-        if (word == "PUB") return mPeers.send(peer, pub(arguments));
-        if (word == "SUB") return sub(peer, arguments);
-        if (word == "UNSUB") return unsub(peer, arguments);
-        if (word == "HASH") return hash(peer, arguments);
-        if (word == "SNAPSHOT") return snapshot(peer);
-        if (word == "STATUS") return mPeers.send(peer, "STATUS " + status());
-        mPeers.send(peer, word == "PING" ? "PONG" : "ERR no such command");
+        const auto [word, text] = cutWord(line);
+        if (word == "SUB") return subscribe(peer, text);
+        if (word == "SNAPSHOT") return saveSnapshot(peer);
+        mPeers.send(peer, answer(peer, word, text));
     }
-    std::string pub(const std::string& arguments) {
-        const auto [name, text] = cutWord(arguments);
-        if (name.empty() || text.empty()) return "ERR no topic or no text";
-        return publish(name, text) ? "OK" : "ERR too many topics";
+    std::string answer(PeerId peer, const std::string& word, const std::string& text) {
+        if (word == "PING") return "PONG";
+        if (word == "STATUS") return "STATUS " + status();
+        if (word == "HASH") {
+            return "HASH " + vyn::helper::md5sum(text.data(), static_cast<int>(text.size()));
+        }
+        const auto [name, value] = cutWord(text);
+        if (word == "UNSUB" && !name.empty()) return mTopics.unsubscribe(peer, name), "OK";
+        if (word != "PUB") return "ERR no such command";
+        if (name.empty() || value.empty()) return "ERR no topic or no text";
+        return publish(name, value) ? "OK" : "ERR too many topics";
     }
-    void sub(PeerId peer, const std::string& name) {
+    void subscribe(PeerId peer, const std::string& name) {
         const bool isName = !name.empty() && name.find(' ') == std::string::npos;
         Topic* const topic = isName ? mTopics.obtain(name) : nullptr;
         if (topic == nullptr) return mPeers.send(peer, "ERR no topic, or too many");
@@ -66,39 +75,30 @@ class Commands {
         mPeers.send(peer, "OK");
         if (!topic->value.empty()) mPeers.send(peer, event(name, topic->value));
     }
-    void unsub(PeerId peer, const std::string& name) {
-        mTopics.unsubscribe(peer, name);
-        mPeers.send(peer, "OK");
-    }
-    void hash(PeerId peer, const std::string& text) {
-        const auto work = [text] {
-            const int size = static_cast<int>(text.size());
-            char checksum[9];
-            std::snprintf(checksum, sizeof checksum, "%08X", vyn::helper::crc32(text.data(), size));
-            return "HASH " + vyn::helper::md5sum(text.data(), size) + " " + checksum;
-        };
-        mJobs.run(work, [this, peer](const std::string& answer) { mPeers.send(peer, answer); });
-    }
-    void snapshot(PeerId peer) {
+    // On another thread, because saving waits for the storage.
+    void saveSnapshot(PeerId peer) {
         if (std::exchange(mIsSaving, true)) return mPeers.send(peer, "ERR one is being saved");
-        vyn::Buffer block;
-        mTopics.saveTo(block);
-        const auto work = [block, path = mSnapshotPath] {
-            return saveSnapshot(block, path) ? "OK" : "ERR not saved";
-        };
-        mJobs.run(work, [this, peer](const std::string& answer) {
-            mIsSaving = false;
-            mPeers.send(peer, answer);
-        });
+        vyn::Buffer topics;
+        mTopics.saveTo(topics);
+        mSnapshot.set("topics", topics.toHexString(), false);
+        mPool.addTask(new Save(*this, peer));
     }
+    struct Save : vyn::ThreadPool::Task {
+        Save(Commands& itsCommands, PeerId itsPeer) : commands(itsCommands), peer(itsPeer) {}
+        void run() override {
+            const int isSaved = commands.mSnapshot.save() ? 1 : 0;
+            const auto result = vyn::Message::obtain(&commands, 0, peer, isSaved, nullptr);
+            commands.mPeers.sendMessage(result);
+        }
+        Commands& commands;
+        const PeerId peer;
+    };
     std::string status() const {
-        Status status;
-        status.peers = mPeers.count();
-        for (const auto& [name, topic] : mTopics.byName) status.topics[name] = topic.value;
-        std::string xml = status.encode();
-        const auto isLayout = [](char byte) { return byte == '\n' || byte == '\t'; };
-        xml.erase(std::remove_if(xml.begin(), xml.end(), isLayout), xml.end());
-        return xml;
+        std::string line;
+        for (const char byte : Status(mPeers.count(), mTopics).encode()) {
+            if (byte != '\n' && byte != '\t') line += byte;  // layout
+        }
+        return line;
     }
 
     // The first word, and what stands behind the blank that ends it.
@@ -113,8 +113,8 @@ class Commands {
 
     Peers& mPeers;
     Recorder& mRecorder;
-    const std::string mSnapshotPath;
+    vyn::IniConfig mSnapshot;  // the pool's while mIsSaving
     bool mIsSaving = false;
     Topics mTopics;
-    Jobs mJobs;
+    vyn::ThreadPool mPool{1};  // the last member: its thread ends before the others go
 };

@@ -21,26 +21,20 @@ class LineBuffer {
         mBytes.erase(0, std::exchange(mStart, 0));
         mBytes.append(static_cast<const char*>(data), static_cast<size_t>(len));
     }
-
     // Takes the next line. Once malformed, it keeps nothing and gives nothing any more.
     Result next(std::string& line) {
-        if (mIsBroken) return kIncomplete;
         const size_t end = mBytes.find('\n', mStart);
         const bool isWhole = end != std::string::npos;
-        if (!isWhole && mBytes.size() - mStart <= kLongestLine + 1) return kIncomplete;  // 1: a CR
-        if (isWhole) {
-            line.assign(mBytes, mStart, end - mStart);
-            mStart = end + 1;
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            if (line.size() <= kLongestLine && std::none_of(line.begin(), line.end(), isControl)) {
-                return kLine;
-            }
-        }
-        mIsBroken = true;
-        takeRest();
-        return kMalformed;
+        const bool isLong = mBytes.size() - mStart > kLongestLine + 1;  // 1: a CR
+        if (mIsBroken || (!isWhole && !isLong)) return kIncomplete;
+        line = mBytes.substr(mStart, end - mStart);
+        mStart = isWhole ? end + 1 : mBytes.size();
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        const auto isControl = [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; };
+        mIsBroken = line.size() > kLongestLine || std::any_of(line.begin(), line.end(), isControl);
+        if (mIsBroken) takeRest();
+        return mIsBroken ? kMalformed : kLine;
     }
-
     // Takes the bytes behind the lines that were taken.
     std::string takeRest() {
         std::string rest = mBytes.substr(std::exchange(mStart, 0));
@@ -49,10 +43,6 @@ class LineBuffer {
     }
 
   private:
-    static bool isControl(char byte) {
-        return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f;
-    }
-
     std::string mBytes;
     size_t mStart = 0;  // of the next line
     bool mIsBroken = false;

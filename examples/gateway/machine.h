@@ -1,6 +1,5 @@
 #pragma once
 
-#include <sys/signalfd.h>
 #include <unistd.h>
 #include <vyn/console_device.h>
 #include <vyn/helper.h>
@@ -10,6 +9,7 @@
 #include <csignal>
 #include <functional>
 #include <sstream>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -18,35 +18,26 @@
 
 // What comes from the machine and its operator: signals, network changes and the console.
 
-// Stops the loop on SIGINT and SIGTERM. Made before other threads are, so that these signals
-// interrupt none of them.
+// Stops the loop on SIGTERM and SIGINT, for which a thread waits. Made before other threads are, so
+// that these signals interrupt none of them; ends after one has come.
 class StopSignals : public Handler {
   public:
-    explicit StopSignals(vyn::Connector& loop) : Handler(loop), mDevice(loop) {
-        mLoop.addWorkerLocked(&mWorker, this);
+    explicit StopSignals(vyn::Connector& loop) : Handler(loop) {
+        sigemptyset(&mSignals);
+        for (const int signal : {SIGTERM, SIGINT}) sigaddset(&mSignals, signal);
+        pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
+        mThread = std::thread([this] {
+            int signal = 0;
+            sigwait(&mSignals, &signal);
+            sendMessage(vyn::Message::obtain());  // waits for a loop that does not run yet
+        });
     }
-    ~StopSignals() override { mLoop.removeWorkerLocked(&mWorker); }
+    ~StopSignals() override { mThread.join(); }
+    void onMessage(vyn::Message) override { mLoop.stop(); }
 
   private:
-    struct SignalDevice : vyn::Device {
-        explicit SignalDevice(vyn::Connector& itsLoop) : loop(itsLoop) {
-            sigset_t signals;
-            sigemptyset(&signals);
-            for (const int signal : {SIGINT, SIGTERM}) sigaddset(&signals, signal);
-            pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-            fd = signalfd(-1, &signals, SFD_CLOEXEC);
-        }
-        ~SignalDevice() override { close(fd); }
-        int getFd() override { return fd; }
-        void onDataArrival(int) override { loop.stop(); }
-        int write(const void*, int len) override { return len; }
-
-        vyn::Connector& loop;
-        int fd;
-    };
-
-    SignalDevice mDevice;
-    vyn::Worker mWorker{&mDevice, nullptr};
+    sigset_t mSignals;
+    std::thread mThread;
 };
 
 // Reports the network interfaces that are up with their IPv4 addresses, as "lo 127.0.0.1, eth0
@@ -57,29 +48,23 @@ class RouteWatch : public Handler {
 
     RouteWatch(vyn::Connector& loop, Report report) : Handler(loop), mReport(std::move(report)) {
         mLoop.addWorkerLocked(&mWorker, this);
-        reportChange();
+        onNetworkChanged(&mWorker);
     }
     ~RouteWatch() override { mLoop.removeWorkerLocked(&mWorker); }
-    void onNetworkChanged(vyn::Worker*) override { reportChange(); }
-
-  private:
-    void reportChange() {
-        std::string routes = describe();
-        if (routes == mRoutes) return;  // the kernel has notices about much else
-        mRoutes = std::move(routes);
-        VYN_LOG_INFO << "network: " << mRoutes;
-        mReport(mRoutes);
-    }
-    static std::string describe() {
+    void onNetworkChanged(vyn::Worker*) override {
         std::vector<std::string> routes;
         for (const auto& interface : vyn::helper::getNetworkDevices()) {
             if (!interface.up) continue;
             routes.push_back(interface.name);
             for (const auto& address : interface.ipv4) routes.back() += " " + address.ip;
         }
-        return routes.empty() ? "none" : vyn::helper::implode(routes, ", ").substr(0, 512);
+        const std::string text = vyn::helper::implode(routes, ", ").substr(0, 512);
+        if (std::exchange(mRoutes, text) == text) return;  // the kernel has notices about much else
+        VYN_LOG_INFO << "network: " << text;
+        mReport(text);
     }
 
+  private:
     const Report mReport;
     std::string mRoutes;
     vyn::RtmgrDevice mDevice;
@@ -90,24 +75,17 @@ class RouteWatch : public Handler {
 // goes on.
 class Console : public Handler {
   public:
-    // Writes at once: the loop could only wait for the input to be writable, which a pipe never is.
     explicit Console(vyn::Connector& loop) : Handler(loop) {
-        mWorker.setSelfCallFlag(true);
         mLoop.addWorkerLocked(&mWorker, this);
     }
     ~Console() override { mLoop.removeWorkerLocked(&mWorker); }
-
     void onCommand(vyn::Worker*, vyn::Command* command) override {
         const std::string& word = static_cast<Line*>(command)->text;
+        if (word == "quit") return void(kill(getpid(), SIGTERM));
         std::ostringstream answer;
-        if (word == "status") {
-            answer << mLoop;
-        } else {
-            answer << (word == "quit" ? "good bye" : "status or quit?");
-        }
+        word == "status" ? answer << mLoop : answer << "status or quit?";
         Line line(answer.str());
         mWorker.write(&line);
-        if (word == "quit") mLoop.stop();
     }
     void onDisconnected(vyn::Worker* worker) override { mLoop.removeWorkerLocked(worker); }
 

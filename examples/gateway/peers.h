@@ -3,42 +3,38 @@
 #include <vyn/net_device.h>
 #include <vyn/unix_device.h>
 
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <utility>
-#include <vector>
 
 #include "authenticators.h"
 
-// A peer goes by its id, which never comes again: what is sent to one that has gone reaches nobody.
-using PeerId = uint64_t;
+// A peer goes by its id: what is sent to one that has gone reaches nobody.
+using PeerId = int;
 
 // One peer, over TCP or the Unix socket.
 struct Connection : vyn::Worker {
-    Connection(std::unique_ptr<vyn::Device> device, std::unique_ptr<vyn::Authenticator> auth,
-               PeerId peerId, const Settings& settings)
-        : Worker(device.get(), &mParser),
-          id(peerId),
-          mSettings(settings),
-          mDevice(std::move(device)),
-          mAuthenticator(std::move(auth)) {
-        attach(mAuthenticator.get());
+    Connection(std::unique_ptr<vyn::Device> itsDevice, std::unique_ptr<vyn::Authenticator> auth,
+               PeerId itsId, const Settings& itsSettings)
+        : Worker(itsDevice.get(), &parser),
+          id(itsId),
+          settings(itsSettings),
+          device(std::move(itsDevice)),
+          authenticator(std::move(auth)) {
+        attach(authenticator.get());
     }
     const char* getClassName() override { return "Connection"; }
     bool hasRemoteTimedout(long silenceMs) override {
-        return mSettings.silenceMs > 0 && silenceMs > mSettings.silenceMs;
+        return settings.silenceMs > 0 && silenceMs > settings.silenceMs;
     }
 
     const PeerId id;
-    std::string unsent;  // whole lines but for the last line feed
-
-  private:
-    const Settings& mSettings;
-    LineParser mParser;
-    const std::unique_ptr<vyn::Device> mDevice;
-    const std::unique_ptr<vyn::Authenticator> mAuthenticator;
+    const Settings& settings;
+    LineParser parser;
+    const std::unique_ptr<vyn::Device> device;
+    const std::unique_ptr<vyn::Authenticator> authenticator;
+    std::string unsent;  // whole lines
 };
 
 // Everybody who talks to the gateway. Accepts and authenticates peers; drops those that are denied,
@@ -67,25 +63,18 @@ class Peers : public Handler {
 
     // Sends a line with the next message. Lines are gathered because a peer with more than 100
     // writes waiting is taken for one that does not read, and one read can bring more commands.
-    void send(PeerId peer, const std::string& line) {
-        const auto found = mConnections.find(peer);
+    void send(PeerId id, const std::string& line) {
+        const auto found = mConnections.find(id);
         if (found == mConnections.end()) return;
         std::string& unsent = found->second->unsent;
-        if (unsent.empty()) {
-            if (mUnsent.empty()) sendMessage(vyn::Message::obtain());
-            mUnsent.push_back(peer);
-        } else {
-            unsent += '\n';
-        }
-        unsent += line;
+        if (unsent.empty()) sendMessage(vyn::Message::obtain(id, 0, 0, nullptr));
+        unsent += line + '\n';
     }
-    void onMessage(vyn::Message) override {
-        for (const PeerId peer : std::exchange(mUnsent, {})) {
-            const auto found = mConnections.find(peer);
-            if (found == mConnections.end()) continue;
-            Line lines(std::exchange(found->second->unsent, {}));
-            found->second->write(&lines);
-        }
+    void onMessage(vyn::Message message) override {
+        const auto found = mConnections.find(message.what);
+        if (found == mConnections.end()) return;
+        const std::string lines = std::exchange(found->second->unsent, {});
+        found->second->writeRaw(lines.data(), static_cast<int>(lines.size()));
     }
 
     void onNewConnection(vyn::Worker* listening, int, void* data) override {
@@ -122,11 +111,10 @@ class Peers : public Handler {
     void accept(const SocketType* socket, const Argument& argument) {
         if (!socket->isValid()) return;
         auto authenticator = std::make_unique<AuthenticatorType>(argument);
-        auto connection = std::make_unique<Connection>(
-            std::make_unique<DeviceType>(socket), std::move(authenticator), ++mLastId, mSettings);
-        Connection* const peer = connection.get();
-        mConnections[peer->id] = std::move(connection);
-        mLoop.addWorkerLocked(peer, this);
+        std::unique_ptr<Connection>& peer = mConnections[++mLastId];
+        peer = std::make_unique<Connection>(std::make_unique<DeviceType>(socket),
+                                            std::move(authenticator), mLastId, mSettings);
+        mLoop.addWorkerLocked(peer.get(), this);
         peer->requireAuth();  // which deletes one that is denied
     }
     static void drop(vyn::Worker* peer, const char* reason) {
@@ -141,5 +129,4 @@ class Peers : public Handler {
     vyn::Worker mUnix{&mUnixDevice, nullptr};
     PeerId mLastId = 0;
     std::map<PeerId, std::unique_ptr<Connection>> mConnections;
-    std::vector<PeerId> mUnsent;  // those with lines to send
 };

@@ -11,8 +11,8 @@
 #include "handler.h"
 #include "line_parser.h"
 
-// A worker over a function device. Writes at once, which never waits: there is no descriptor that a
-// loop could find writable, so what is queued would stay.
+// A worker over a function device. Writes at once, which never waits, so that nothing is queued
+// when the loop ends.
 struct RecorderEnd {
     explicit RecorderEnd(vyn::Connector::Executor* executor) : device(executor) {
         worker.setSelfCallFlag(true);

@@ -30,16 +30,11 @@ class SettingsFile : public Handler {
     // The same object at all times, with the present values.
     const Settings& current() const { return mCurrent; }
 
+    // Editors write a file in several steps: it is read once they are through.
     void onFileChanged(vyn::Worker*, const std::string&, int) override {
-        constexpr long kSettleMs = 50;  // editors write a file in several steps
-        if (!std::exchange(mIsCheckDue, true)) {
-            sendMessageDelayed(vyn::Message::obtain(), kSettleMs);
-        }
+        sendMessageDelayed(vyn::Message::obtain(), 50);
     }
-    void onMessage(vyn::Message) override {
-        mIsCheckDue = false;
-        load();
-    }
+    void onMessage(vyn::Message) override { load(); }
 
   private:
     // Opening the file is a change in the folder too: without a look at the time it was written, it
@@ -62,7 +57,6 @@ class SettingsFile : public Handler {
     const std::string mPath;
     Settings mCurrent;
     std::filesystem::file_time_type mWritten{};
-    bool mIsCheckDue = false;
     vyn::InotifyDevice mDevice;
     vyn::Worker mWorker{&mDevice, nullptr};
 };

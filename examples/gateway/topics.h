@@ -1,12 +1,9 @@
 #pragma once
 
-#include <unistd.h>
 #include <vyn/archive.h>
-#include <vyn/file_utils.h>
-#include <vyn/logging.h>
 #include <vyn/xml_codec.h>
 
-#include <cstdio>
+#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -36,7 +33,6 @@ struct Topics : vyn::Serializer {
             entry = isUsed ? std::next(entry) : byName.erase(entry);
         }
     }
-
     void serialize(vyn::Archive& archive) override {
         for (const auto& [name, topic] : byName) {
             if (!topic.value.empty()) archive << name << topic.value;
@@ -51,43 +47,22 @@ struct Topics : vyn::Serializer {
     }
 };
 
-// Any thread. Replaces the file as a whole, so that it holds a snapshot at all times.
-inline bool saveSnapshot(const vyn::Buffer& snapshot, const std::string& path) {
-    const std::string fresh = path + ".new";
-    std::FILE* file = std::fopen(fresh.c_str(), "wbe");
-    if (file != nullptr) {
-        const auto size = static_cast<size_t>(snapshot.size);
-        bool isWritten = std::fwrite(snapshot.data, 1, size, file) == size;
-        isWritten = std::fflush(file) == 0 && fsync(fileno(file)) == 0 && isWritten;
-        std::fclose(file);
-        if (isWritten && std::rename(fresh.c_str(), path.c_str()) == 0) return true;
-    }
-    VYN_LOG_ERRNO_ERROR << "can not save " << path;
-    return false;
-}
-
-inline void restoreSnapshot(Topics& topics, const std::string& path) {
-    vyn::Buffer snapshot;
-    if (!vyn::fileexists(path) || vyn::readFile(path, snapshot) < 0) return;
-    topics.loadFrom(snapshot);
-    VYN_LOG_INFO << topics.byName.size() << " topics restored";
-}
-
 // What STATUS tells: <gateway peers="2"><topic name="news" value="hello"/></gateway>
 struct Status : vyn::XmlDocument {
-    int peers = 0;
-    std::map<std::string, std::string> topics;
-
+    Status(int peerCount, const Topics& itsTopics) : peers(peerCount), topics(itsTopics) {}
     void writeXml(vyn::XmlCodec* codec) override {
         codec->enter("gateway", true);
         codec->put("peers", peers);
-        for (const auto& [name, value] : topics) {
+        for (const auto& [name, topic] : topics.byName) {
             codec->enter("topic", true);
             codec->put("name", name);
-            codec->put("value", value);
+            codec->put("value", topic.value);
             codec->leave();
         }
         codec->leave();
     }
     void readXml(vyn::XmlCodec*) override {}  // nobody sends it to the gateway
+
+    const int peers;
+    const Topics& topics;
 };

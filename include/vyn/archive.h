@@ -26,6 +26,7 @@ class ArchiveItems;
 // destructor give back. Not synchronised: one thread at a time.
 class VYN_API Archive {
   public:
+    // Empty.
     Archive();
     // As putSerializeData() on an empty archive.
     Archive(const void* data, int len);
@@ -33,7 +34,9 @@ class VYN_API Archive {
     Archive(const Archive&) = delete;
     Archive& operator=(const Archive&) = delete;
 
+    // Drops all items.
     void clear();
+    // True without an item.
     [[nodiscard]] bool empty() const;
 
     // Append an item. A negative `n` makes an item without bytes whose length, as it is written,

@@ -31,13 +31,16 @@ namespace vyn {
 // Not synchronised: one thread at a time.
 class VYN_API Buffer {
   public:
+    // Empty.
     Buffer();
     // A copy of the n bytes at `bytes`. For n < 1 there are no bytes, yet `size` is n.
     Buffer(const void* bytes, int n);
     // n bytes of `fill`. For n < 1 there are no bytes, yet `size` is n.
     Buffer(int n, char fill);
+    // The text and its NUL.
     explicit Buffer(const std::string& text);
     explicit Buffer(const char* text);
+    // A copy of bytes and words.
     Buffer(const Buffer& other);
     ~Buffer();
 

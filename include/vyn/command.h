@@ -12,6 +12,7 @@ class VYN_API Command {
   public:
     virtual ~Command();
 
+    // The name of the class, as it is printed.
     virtual const char* getClassName() = 0;
     // Prints the fields.
     virtual void dump(std::ostream& os) = 0;

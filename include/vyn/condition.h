@@ -25,6 +25,7 @@ class VYN_API VYN_CAPABILITY("mutex") Condition {
     Condition(const Condition&) = delete;
     Condition& operator=(const Condition&) = delete;
 
+    // Take the mutex, and give it back.
     int lock() VYN_ACQUIRE();
     int unlock() VYN_RELEASE();
 

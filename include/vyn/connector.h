@@ -56,9 +56,12 @@ class VYN_API Connector {
         // The worker found its peer silent for too long. Comes again every 200 ms until the
         // executor does something about it.
         virtual void onHeartbitTimeout(Worker* worker) = 0;
+        // A RtmgrDevice saw a link or an address of this machine change.
         virtual void onNetworkChanged(Worker* worker) = 0;
+        // An InotifyDevice saw a change under `path`.
         // `mask` is 256 for a created, 512 for a deleted, 2 for a modified file, else -1.
         virtual void onFileChanged(Worker* worker, const std::string& path, int mask) = 0;
+        // The worker's authenticator has passed the peer, or refused it.
         virtual void onAuthenticated(Worker* worker) = 0;
         virtual void onAuthenticationFailed(Worker* worker) = 0;
         // A message posted by this executor that carries no callback of its own.
@@ -67,6 +70,9 @@ class VYN_API Connector {
         // Any thread. Posts a message to this executor itself, now or after `delayMs`
         // milliseconds. Dropped silently when the executor was never attached. A message cannot be
         // cancelled: do not destroy an executor for which messages are waiting.
+        //
+        // The loop delivers all messages that are due before it looks at its descriptors. A
+        // handler that posts to itself for as long as it runs does so with a delay of at least 1.
         void sendMessage(const Message& message);
         void sendMessageDelayed(const Message& message, long delayMs);
 
@@ -87,8 +93,8 @@ class VYN_API Connector {
     // The connector that run() was called for on the calling thread, or null. Any thread.
     [[nodiscard]] static Connector* current();
 
-    // Lets an executor post messages and own workers. Attaching one twice, or detaching one that is
-    // not attached, is fatal.
+    // Lets an executor post messages; workers may be added for any. Attaching one twice, or
+    // detaching one that is not attached, is fatal.
     void attach(Executor* executor);
     void detach(Executor* executor);
 
@@ -125,8 +131,9 @@ class VYN_API Connector {
     // Any thread, also inside a timer's callbacks. The timer fires next one interval from now.
     void resetTimer(int id);
 
-    // Any thread. Posts a message as Executor::sendMessageDelayed() does. Messages come in the
-    // order of their ticks, and in the order of posting for equal ticks.
+    // Any thread. Posts a message as Executor::sendMessageDelayed() does; `executor` may be null
+    // when the message has a callback. Messages come in the order of their ticks, and in the order
+    // of posting for equal ticks.
     void sendMessageDelayed(Executor* executor, const Message& message, long delayMs);
 
     // Any thread. Ends the loop's wait, so that it looks at what is to be written.
@@ -153,6 +160,7 @@ class VYN_API Connector {
     Impl* mImpl;
 };
 
+// As dump().
 VYN_API std::ostream& operator<<(std::ostream& os, Connector* connector);
 VYN_API std::ostream& operator<<(std::ostream& os, Connector& connector);
 

@@ -13,7 +13,7 @@ class VYN_API ConsoleDevice : public BaseDevice {
     const char* getClassName() override;
     // Prints the bytes. Only what is harmless on a terminal goes out as it is: the characters from
     // '$' to '~', blank, tab, carriage return, line feed and the double quote. Any other byte
-    // becomes four characters such as \x1b. Always returns `len`.
+    // becomes four characters such as `\x1b`. Always returns `len`.
     //
     // Waits for a slow reader as a blocking standard output does, for at most a second when it is
     // non-blocking; what cannot be printed is logged and lost. A reader that is gone does not end

@@ -33,7 +33,8 @@ class VYN_API Device {
     // The worker has been registered with a connector. Called once, before its first event.
     virtual void onReady();
     // The descriptor to watch, or a negative value when there are several or none. The connector's
-    // workers are locked meanwhile: no worker may be added or removed in here, nor in getFds().
+    // workers are locked meanwhile: it may not be used in here, nor in getFds(), not even by way of
+    // a worker that writes.
     virtual int getFd() = 0;
     // The descriptors to watch when getFd() is negative.
     virtual std::vector<int> getFds();
@@ -56,16 +57,21 @@ class VYN_API Device {
     void onData(const void* data, int len);
     // `fd` is the listening descriptor; `data` depends on the device and lives for the call only.
     void onNewConnection(int fd, void* data);
+    // What the executor's callbacks of these names get.
     void onNetworkChanged();
     void onFileChanged(const std::string& path, int mask);
 
   protected:
+    // Who is reported to, or null.
     Worker* mWorker = nullptr;
 };
 
 // A device that reads a byte stream: every time the descriptor is readable it reads once, at most
 // 2048 bytes, and reports them, or a disconnection when the read gives nothing. What is left is
 // read at the loop's next turn, so no connection can keep the loop to itself.
+//
+// A peer that has ended its own half of a stream is reported as disconnected too, although it could
+// still read what is sent to it.
 class VYN_API BaseDevice : public Device {
   public:
     const char* getClassName() override;

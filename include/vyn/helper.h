@@ -23,6 +23,7 @@ VYN_API int split(const std::string& text, std::vector<std::string>& out, char d
 // and "" is one empty piece.
 [[nodiscard]] VYN_API std::vector<std::string> split(const std::string& text, char delimiter);
 
+// In decimal.
 [[nodiscard]] VYN_API std::string intToString(int value);
 
 // False for an empty prefix.
@@ -31,6 +32,7 @@ VYN_API int split(const std::string& text, std::vector<std::string>& out, char d
 // The items with `separator` between neighbours.
 [[nodiscard]] VYN_API std::string implode(std::vector<std::string> items, const char* separator);
 
+// The same items in the other container.
 [[nodiscard]] VYN_API std::vector<std::string> l2v(const std::list<std::string>& items);
 [[nodiscard]] VYN_API std::list<std::string> v2l(const std::vector<std::string>& items);
 
@@ -58,6 +60,7 @@ VYN_API int split(const std::string& text, std::vector<std::string>& out, char d
 // while it cannot be read: the next call tries again.
 [[nodiscard]] VYN_API const std::string& getCurrentProcessName();
 
+// The kernel's id of this process.
 [[nodiscard]] VYN_API int getCurrentProcessId();
 
 // The system's text for an errno value.

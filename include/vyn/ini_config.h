@@ -18,6 +18,7 @@ namespace vyn {
 // Not synchronised: callers that share one between threads lock around it.
 class VYN_API IniConfig {
   public:
+    // Without entries and without a file.
     IniConfig();
     // As load().
     explicit IniConfig(const std::string& filePath);
@@ -54,6 +55,7 @@ class VYN_API IniConfig {
     // was.
     void set(const std::string& key, const std::string& value, bool andSave);
 
+    // True when there is such an entry, be its value empty.
     [[nodiscard]] bool exist(const std::string& key) const;
 
   private:

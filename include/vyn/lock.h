@@ -17,6 +17,7 @@ class VYN_API VYN_CAPABILITY("mutex") Lock {
     Lock(const Lock&) = delete;
     Lock& operator=(const Lock&) = delete;
 
+    // Take the mutex, waiting while another thread has it, and give it back.
     void acquire() VYN_ACQUIRE();
     void release() VYN_RELEASE();
 
@@ -30,6 +31,7 @@ class VYN_API VYN_CAPABILITY("mutex") Lock {
 // Holds a Lock for the length of a scope. The Lock is not owned and must outlive the holder.
 class VYN_API VYN_SCOPED_CAPABILITY AutoLock {
   public:
+    // Acquires.
     explicit AutoLock(Lock& lock) VYN_ACQUIRE(lock);
     ~AutoLock() VYN_RELEASE();
     AutoLock(const AutoLock&) = delete;

@@ -109,10 +109,12 @@ VYN_API int currentThreadId();
 VYN_API long mtick();
 VYN_API int64_t ntick();
 
-// True when a line of this level is to be written.
 namespace detail {
+// What setLogLevel() stored.
 VYN_API extern std::atomic<int> currentLevel;
-}
+}  // namespace detail
+
+// True when a line of this level is to be written.
 inline bool passes(int level) {
     return level <= detail::currentLevel.load(std::memory_order_relaxed);
 }
@@ -157,8 +159,9 @@ class VYN_API TimerScopeTracer {
 
 // Streams as "[5] Input/output error. ", the form in which system errors are logged.
 struct ErrnoText {
-    int error;
+    int error;  // an errno value
 };
+// Streams the text, with the blank at its end.
 VYN_API std::ostream& operator<<(std::ostream& stream, ErrnoText text);
 
 namespace detail {
@@ -193,6 +196,7 @@ class VYN_API Line {
 
 // Lets a macro end in a stream expression and still be a statement of type void.
 struct Voidify {
+    // Binds less tightly than `<<` and more tightly than `?:`.
     void operator&(std::ostream&) const {}
 };
 
@@ -213,6 +217,7 @@ extern "C" VYN_API void logging_printf(const char* file, const char* function, i
               ::logging::detail::Line(tag, __FILE__, __PRETTY_FUNCTION__, __LINE__, level) \
                   .stream()
 
+// One line at this level under the tag "VYNCore": VYN_LOG_INFO << "ready";
 #define VYN_LOG_ERROR VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelError)
 #define VYN_LOG_WARNING VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelWarning)
 #define VYN_LOG_INFO VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelInfo)
@@ -256,6 +261,7 @@ extern "C" VYN_API void logging_printf(const char* file, const char* function, i
         }                                           \
     } while (false)
 
+// One word out of two, of which macros are expanded first.
 #define VYN_CONCATENATE_INNER(a, b) a##b
 #define VYN_CONCATENATE(a, b) VYN_CONCATENATE_INNER(a, b)
 

@@ -21,10 +21,10 @@ struct VYN_API Message {
         virtual void onMessage(Message message) = 0;
     };
 
-    int what = 0;  // the code, chosen by the application
-    int arg1 = 0;
-    int arg2 = 0;
-    int arg3 = 0;
+    int what = 0;                           // the code, chosen by the application
+    int arg1 = 0;                           // the application's own
+    int arg2 = 0;                           // the application's own
+    int arg3 = 0;                           // the application's own
     void* obj = nullptr;                    // never freed by the library
     long when = 0;                          // the tick of delivery; set when posted
     Callback* callback = nullptr;           // takes the message if set

@@ -17,6 +17,7 @@ namespace vyn {
 // to a connector: a peer that does not read cannot block the loop.
 class VYN_API NetDevice : public BaseDevice {
   public:
+    // Without a connection.
     NetDevice();
     // Has a descriptor of its own for the same connection.
     explicit NetDevice(const Socket& socket);
@@ -41,6 +42,7 @@ class VYN_API NetDevice : public BaseDevice {
     [[nodiscard]] Socket& socket() { return mSocket; }
 
   protected:
+    // The connection, or the listening socket.
     Socket mSocket;
 };
 
@@ -57,6 +59,7 @@ class VYN_API NetDevice : public BaseDevice {
 // A socket that is not taken over during the call is closed.
 class VYN_API ListenerDevice : public NetDevice {
   public:
+    // Does not listen until listen() is called.
     ListenerDevice();
     // Listens on `ip`, or on every address when that is empty; port 0 takes any free one. Failing
     // to bind is fatal. A negative port leaves the device unbound.

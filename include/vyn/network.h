@@ -9,20 +9,23 @@
 // thread.
 namespace vyn::helper {
 
+// An address of an interface.
 struct InterfaceAddress {
     // As Socket takes it: "192.0.2.7", "2001:db8::7", "fe80::7%eth0".
     std::string ip;
+    // How many bits of it are the network's.
     int prefixLength = 0;
 };
 
+// A network interface.
 struct NetworkDevice {
-    std::string name;
-    int index = 0;
-    bool up = false;  // switched on, whether it has a link or not
-    bool loopback = false;
-    std::string mac;  // "02:00:5e:10:00:01"; empty for an interface that has none
-    std::vector<InterfaceAddress> ipv4;
-    std::vector<InterfaceAddress> ipv6;
+    std::string name;                    // such as "eth0"
+    int index = 0;                       // the kernel's number of it
+    bool up = false;                     // switched on, whether it has a link or not
+    bool loopback = false;               // leads back to this machine only
+    std::string mac;                     // "02:00:5e:10:00:01"; empty for one that has none
+    std::vector<InterfaceAddress> ipv4;  // in the kernel's order
+    std::vector<InterfaceAddress> ipv6;  // in the kernel's order
 };
 
 // Every interface; none, and a log line, when the kernel does not tell.

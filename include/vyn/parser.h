@@ -17,8 +17,9 @@ class VYN_API Parser {
     class VYN_API PostListener {
       public:
         virtual ~PostListener();
+        // A complete command.
         virtual void onCommandParsed(Command* cmd) = 0;
-        // The bytes live for the length of the call only.
+        // An encoded command. The bytes live for the length of the call only.
         virtual void onPacketCreated(const void* data, int len) = 0;
     };
 

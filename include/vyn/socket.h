@@ -17,8 +17,10 @@ namespace vyn {
 // pointer take the descriptor over. Operations that return bool return false on failure.
 class VYN_API Socket : public SocketBase {
   public:
+    // What a socket carries: a stream of bytes, or datagrams.
     enum Type { TCP, UDP };
 
+    // How long connect() waits unless it is told.
     static constexpr int kConnectTimeoutMs = 5000;
 
     // Without a descriptor.
@@ -27,8 +29,10 @@ class VYN_API Socket : public SocketBase {
     explicit Socket(Type type);
     // Takes over; null makes an empty socket.
     explicit Socket(const Socket* other);
+    // Another descriptor for the same; -1 when the process has none left.
     Socket(const Socket& other) = default;
     Socket& operator=(const Socket& other) = default;
+    // Take over.
     Socket(Socket&& other) noexcept;
     Socket& operator=(Socket&& other) noexcept;
     ~Socket() = default;
@@ -38,6 +42,7 @@ class VYN_API Socket : public SocketBase {
 
     // Opens a new descriptor in place of the present one.
     bool create(Type type);
+    // What create() was given last.
     [[nodiscard]] Type type() const { return mType; }
 
     // The address to bind to; empty for any IPv4 address. False for a text that is no address, and

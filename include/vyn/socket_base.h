@@ -16,6 +16,7 @@ class VYN_API SocketBase {
   public:
     // The descriptor, or -1.
     [[nodiscard]] int fd() const { return mFd; }
+    // True with a descriptor.
     [[nodiscard]] bool isValid() const { return mFd >= 0; }
     // Closes the descriptor.
     void reset();

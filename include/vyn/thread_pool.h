@@ -23,6 +23,7 @@ namespace vyn {
 // 10000 ms leaves a warning, and checkTaskTimeout() lists those that are still running.
 class VYN_API ThreadPool {
   public:
+    // A piece of work. An application derives from it.
     class VYN_API Task {
       public:
         virtual ~Task() = default;

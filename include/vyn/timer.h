@@ -6,8 +6,11 @@ namespace vyn {
 
 // What Connector::addTimer() calls periodically. Both callbacks run on the loop's thread, while the
 // connector's timers are locked to other threads (a call of theirs to addTimer() and its like waits
-// until the callback is over). Belongs to the application, and must outlive its time in the
-// connector, which ends with onTimerRemoved().
+// until the callback is over). So a callback never waits for such a thread, and timers of two
+// connectors do not both use the timers of the other: they would wait for each other for ever.
+//
+// Belongs to the application, and must outlive its time in the connector, which ends with
+// onTimerRemoved().
 class VYN_API Timer {
   public:
     virtual ~Timer();

@@ -14,6 +14,7 @@ namespace vyn {
 // to a connector: a peer that does not read cannot block the loop.
 class VYN_API UnixDevice : public BaseDevice {
   public:
+    // Without a connection.
     UnixDevice();
     // Has a descriptor of its own for the same connection.
     explicit UnixDevice(const UnixSocket& socket);
@@ -40,6 +41,7 @@ class VYN_API UnixDevice : public BaseDevice {
     [[nodiscard]] UnixSocket& socket() { return mSocket; }
 
   protected:
+    // The connection, or the listening socket.
     UnixSocket mSocket;
 };
 

@@ -19,15 +19,17 @@ namespace vyn {
 // pointer take the descriptor over. Operations that return bool return false on failure.
 class VYN_API UnixSocket : public SocketBase {
   public:
+    // What a socket carries: a stream of bytes, or datagrams.
     enum Type { STREAM, DGRAM };
 
     // Who is at the other end, as the kernel vouches for it.
     struct Credentials {
-        pid_t pid;
-        uid_t uid;
-        gid_t gid;
+        pid_t pid;  // the process
+        uid_t uid;  // its user
+        gid_t gid;  // its group
     };
 
+    // How long connect() waits unless it is told.
     static constexpr int kConnectTimeoutMs = 5000;
 
     // Without a descriptor.
@@ -36,8 +38,10 @@ class VYN_API UnixSocket : public SocketBase {
     explicit UnixSocket(Type type);
     // Takes over; null makes an empty socket.
     explicit UnixSocket(const UnixSocket* other);
+    // Another descriptor for the same; -1 when the process has none left.
     UnixSocket(const UnixSocket& other) = default;
     UnixSocket& operator=(const UnixSocket& other) = default;
+    // Take over.
     UnixSocket(UnixSocket&& other) noexcept;
     UnixSocket& operator=(UnixSocket&& other) noexcept;
     ~UnixSocket() = default;
@@ -47,6 +51,7 @@ class VYN_API UnixSocket : public SocketBase {
 
     // Opens a new descriptor in place of the present one.
     bool create(Type type);
+    // What create() was given last.
     [[nodiscard]] Type type() const { return mType; }
 
     // Creates the socket file. One that a process left behind is replaced; one whose owner lives,

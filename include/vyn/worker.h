@@ -18,9 +18,9 @@ class Device;
 
 // One write that waits for its descriptor to become writable.
 struct WriteNode {
-    void* data;  // malloc'ed, owned
+    void* data;  // in one block with the node
     int offset;  // how much of it is written
-    int size;
+    int size;    // in bytes
 };
 
 // One connection: joins a device (bytes), a parser (framing), an optional authenticator and, once
@@ -41,7 +41,8 @@ class VYN_API Worker : public Parser::PostListener {
   public:
     // A worker without a device; valid.
     Worker();
-    // Neither is owned. Attaches itself to the device; valid when there is one.
+    // Neither is owned. Attaches itself to the device, which must be constructed by now: a member
+    // of a class that derives from Worker is not. Valid when there is a device.
     Worker(Device* device, Parser* parser);
     // Drops what is still queued. Does not remove the worker from its connector.
     ~Worker() override;
@@ -49,22 +50,26 @@ class VYN_API Worker : public Parser::PostListener {
     Worker& operator=(const Worker&) = delete;
 
     // --- Results of the parser.
+    // Passes the command on to the executor.
     void onCommandParsed(Command* cmd) override;
+    // Writes the packet, as writeRaw() does.
     void onPacketCreated(const void* data, int len) override;
 
     // --- For subclasses.
+    // The name of the class, as dumps show it.
     virtual const char* getClassName();
     // Prints the fields; the base class prints its device.
     virtual void dump(std::ostream& os);
-    // After a command was parsed, before the executor gets it.
+    // After a command was parsed, before the executor gets it; and before a command is turned into
+    // a packet. The worker may not be deleted in here.
     virtual void onPostCreateCommand(Command* cmd);
-    // Before a command is turned into a packet.
     virtual void onBeforeCreatePacket(Command* cmd);
     // Returns true when it consumed the incoming bytes itself; the parser then does not see them.
     virtual bool handledBeforeParser(const void* data, int len);
     // The heartbeat's policy, asked every 200 ms; times are milliseconds. Both run while the
     // connector's timers are locked to other threads, so they should be short.
-    // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows.
+    // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows,
+    // and until then the worker may not be deleted.
     virtual bool hasRemoteTimedout(long sinceLastRead);
     // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*);
     // before the first one it is the present tick, which may be any number.
@@ -75,7 +80,7 @@ class VYN_API Worker : public Parser::PostListener {
     void attach(Connector* connector, Connector::Executor* executor);
     // Not owned; null removes the authenticator.
     void attach(Authenticator* auth);
-    // Any thread.
+    // Any thread. See above for what a worker does that is not valid.
     [[nodiscard]] bool isValid() const;
     void enable();
     void disable();
@@ -85,6 +90,7 @@ class VYN_API Worker : public Parser::PostListener {
     // the loop's thread that waits for the answer itself.
     void setSelfCallFlag(bool selfCall);
 
+    // What it joins; null for what there is not.
     [[nodiscard]] Device* getDevice() const { return mDevice; }
     [[nodiscard]] Parser* getParser() const { return mParser; }
     [[nodiscard]] Authenticator* getAuthenticator() const { return mAuthenticator; }
@@ -113,20 +119,24 @@ class VYN_API Worker : public Parser::PostListener {
     void queueWritting(const void* data, int len);
 
     // --- Calls of the connector.
+    // Passed on to the device; without one there is no descriptor.
     int getFd();
     std::vector<int> getFds();
     void onReady();
     void onDataArrival(int fd);
     // Writes as much of the queue as the device takes. True when nothing is left.
     bool performWrite();
-    // Any thread.
+    // Any thread. True when writes are queued.
     bool hasWrittingData();
+    // Asks sendHeartbit() and hasRemoteTimedout().
     void checkHeartbit();
 
     // --- Events of the device, passed on to the executor.
+    // The bytes go to the authenticator until it has passed the peer, then to the parser.
     void onData(const void* data, int len);
     // Makes the worker invalid first. Every call reaches the executor.
     void onDisconnected();
+    // The executor's callbacks of these names follow.
     void onNewConnection(int fd, void* data);
     void onNetworkChanged();
     void onFileChanged(const std::string& path, int mask);
@@ -146,7 +156,8 @@ class VYN_API Worker : public Parser::PostListener {
     int enqueue(const void* data, int len);
     bool writeOnce(WriteNode& node);
     void onWriteQueueOverflow();
-    bool checkValid() const;
+    // Warns in the name of the operation that asks.
+    bool checkValid(const char* operation = __builtin_FUNCTION()) const;
 
     Device* mDevice = nullptr;
     // Atomic, since a worker may be added again from another thread.

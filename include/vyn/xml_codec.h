@@ -115,8 +115,10 @@ class VYN_API XmlDocument {
     // Reads them.
     virtual void readXml(XmlCodec* codec) = 0;
 
+    // The text that writeXml() makes.
     [[nodiscard]] std::string encode();
-    // Text that is not understood changes no strings, but makes ints 0 and buffers empty.
+    // Lets readXml() read. Text that is not understood changes no strings, but makes ints 0 and
+    // buffers empty.
     void decode(const std::string& xml);
 };
 

@@ -48,8 +48,8 @@ void Archive::putSerializeData(const void* data, int len) {
         const int length = ArchiveItems::itemAt(cursor).size;
         remaining -= ArchiveItems::kLengthSize;
         if (length < 0 || length > remaining) {
-            VYN_LOG_ERROR << "record of " << length << " bytes is invalid, " << remaining
-                          << " bytes are left";
+            VYN_LOG_ERROR << "archive record of " << length << " bytes is invalid, the "
+                          << remaining << " bytes behind its length are not read.";
             break;
         }
         cursor += ArchiveItems::kLengthSize + length;
@@ -91,7 +91,10 @@ void Archive::copyTo(Buffer& out) const {
         if (item.size > kAbnormalSize) VYN_LOG_INFO << "len is abnormal, len = " << item.size;
         at += ArchiveItems::recordSize(item.size);
     }
-    if (total > INT_MAX) VYN_LOG_ERROR << total << " bytes do not fit into a buffer";
+    if (total > INT_MAX) {
+        VYN_LOG_ERROR << "archive of " << total << " bytes does not fit into a buffer, which stays"
+                      << " empty.";
+    }
     out.assign(mItems->records(), total > INT_MAX ? 0 : static_cast<int>(total));
 }
 

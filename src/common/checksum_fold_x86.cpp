@@ -27,12 +27,13 @@ constexpr long long power(int exponent) {
 // What the two halves of 16 bytes are multiplied by to move them a distance ahead. The front half
 // stands 64 bits further off, and a factor of 32 bits gives products that end 32 bits late.
 template <int Bits>
-__m128i factors() {
+VYN_USES_CARRYLESS_MULTIPLICATION __m128i factors() {
     constexpr long long kFront = power(Bits + 32);
     constexpr long long kBack = power(Bits - 32);
     return _mm_set_epi64x(kBack, kFront);
 }
 
+VYN_USES_CARRYLESS_MULTIPLICATION
 __m128i load(const uint8_t* from) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
 }

@@ -11,12 +11,22 @@ namespace vyn::tick {
 // Monotonic milliseconds, 64 bits. Any thread.
 int64_t now();
 
+// Whether now() is `time` or later. Faster than now() while the time is far off. Any thread.
+bool isReached(int64_t time);
+
 // now() and `delayMs` later. A delay counts in 32 bits, whatever the width of long: a longer one is
 // taken for the longest.
 int64_t after(long delayMs);
 
 // Monotonic nanoseconds. Any thread; not replaced by setSource().
 int64_t nanoseconds();
+
+// nanoseconds() and now() with one look at the clock. Any thread.
+struct Instant {
+    int64_t nanoseconds;
+    int64_t milliseconds;
+};
+Instant instant();
 
 // The 32-bit tick that `milliseconds` is shown as, sign-extended to long.
 inline long toTick(int64_t milliseconds) { return static_cast<int32_t>(milliseconds); }

@@ -30,7 +30,8 @@ XmlCodec::XmlCodec() : mDocument(std::make_unique<Document>()), mCursor(mDocumen
 XmlCodec::XmlCodec(const std::string& xml)
     : mDocument(std::make_unique<Document>()), mSource(xml), mCursor(nullptr) {
     if (xml_depth::exceeds(mSource.data, kDeepestLevel)) {
-        VYN_LOG_ERROR << "XML is nested deeper than " << kDeepestLevel << " levels";
+        VYN_LOG_ERROR << "XML is nested deeper than " << kDeepestLevel
+                      << " levels, it is not read.";
         return;
     }
     try {

@@ -41,7 +41,7 @@ void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* execut
     // Closed descriptors are refused as a matter of course; others had better be known.
     if (added.refusedFd >= 0 && added.error != EBADF) {
         VYN_LOG_WARNING << logging::ErrnoText{added.error} << "can not watch fd " << added.refusedFd
-                        << ", nothing will be read from it.";
+                        << ", nothing will be read from it. " << worker;
     }
     if (added.ticket == 0) return;
     worker->onReady();

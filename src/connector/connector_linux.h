@@ -16,8 +16,9 @@
 
 namespace vyn {
 
-// The event loop over epoll. Timers, messages and workers each have a queue with a lock of its own;
-// no operation holds two of them.
+// The event loop over epoll. Timers, messages and workers each have a queue with a lock of its own.
+// No operation holds two of them but for what timers do when they are called, which is done under
+// theirs.
 class LinuxConnector : public Connector::Impl {
   public:
     explicit LinuxConnector(Connector* connector);
@@ -47,7 +48,8 @@ class LinuxConnector : public Connector::Impl {
   private:
     void init();
     void runTurn(epoll_event* events);
-    int nextTimerAndMessageTimeout() const;
+    int waitForEvents(epoll_event* events);
+    int nextTimerAndMessageTimeout(int64_t now) const;
     void checkAndWriteData(int count, const epoll_event* events);
     void checkAndHandleMessage();
     void disconnectOverflowed();
@@ -82,6 +84,7 @@ class LinuxConnector : public Connector::Impl {
     std::vector<Worker*> mOverflowed;
     std::vector<Worker*> mDirectWriters;
 
+    bool mHadSeveralEvents = false;  // in the last turn that looked for some
     // Batches with events of registrations that had ended before the batch.
     int mStaleBatches = 0;
     bool mStaleEvent = false;

@@ -33,13 +33,7 @@ void LinuxConnector::run() {
 void LinuxConnector::runTurn(epoll_event* events) {
     disconnectOverflowed();
     flushRequestedWrites();
-    const int timeout = nextTimerAndMessageTimeout();
-    int count = 0;
-    if (timeout >= 1) {
-        mDiagnoser.record(false);
-        count = mEpoll.wait(events, kEventsPerWait, timeout);
-        mDiagnoser.record(true);
-    }
+    const int count = waitForEvents(events);
     checkAndWriteData(count, events);
     mTimers.fireDue();
     checkAndHandleMessage();
@@ -58,15 +52,30 @@ void LinuxConnector::disconnectOverflowed() {
 void LinuxConnector::flushRequestedWrites() {
     mWorkers.armRequestedWrites(mDirectWriters);
     for (Worker* worker : mDirectWriters) {
-        // What is not taken now is tried again in the next turn.
-        if (!worker->performWrite()) mWorkers.requestWrite(worker);
+        if (!worker->performWrite()) mWorkers.awaitWritable(worker);
     }
 }
 
-// Milliseconds until the next timer or message is due; 0 when one is due now.
-int LinuxConnector::nextTimerAndMessageTimeout() const {
-    const int64_t due = std::min(mTimers.nextExpire(), mMessages.nextDue());
-    return static_cast<int>(std::clamp<int64_t>(due - tick::now(), 0, kLongestWaitMs));
+// Returns how many events there are. Does not look for any when a timer or a message is due.
+int LinuxConnector::waitForEvents(epoll_event* events) {
+    if (mMessages.hasImmediate()) return 0;
+    const tick::Instant now = tick::instant();
+    const int timeout = nextTimerAndMessageTimeout(now.milliseconds);
+    if (timeout < 1) return 0;
+    mDiagnoser.record(false, static_cast<uint64_t>(now.nanoseconds));
+    // A time-out makes the kernel look at its clock, even when there are events. So where the last
+    // turn had several, and this one is likely to have some, they are asked for without one first.
+    int count = mHadSeveralEvents ? mEpoll.wait(events, kEventsPerWait, 0) : 0;
+    if (count == 0) count = mEpoll.wait(events, kEventsPerWait, timeout);
+    mHadSeveralEvents = count > 1;
+    mDiagnoser.record(true);
+    return count;
+}
+
+// Milliseconds until the next timer or delayed message is due; 0 when one is due now.
+int LinuxConnector::nextTimerAndMessageTimeout(int64_t now) const {
+    const int64_t due = std::min(mTimers.nextExpire(), mMessages.nextDelayed());
+    return static_cast<int>(std::clamp<int64_t>(due - now, 0, kLongestWaitMs));
 }
 
 void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {

@@ -1,6 +1,7 @@
 #include "connector/epoll.h"
 
 #include <unistd.h>
+#include <vyn/logging.h>
 
 #include <cerrno>
 
@@ -17,7 +18,9 @@ epoll_event makeEvent(EpollToken token, bool write) {
 
 }  // namespace
 
-Epoll::Epoll() : mFd(epoll_create1(EPOLL_CLOEXEC)) {}
+Epoll::Epoll() : mFd(epoll_create1(EPOLL_CLOEXEC)) {
+    if (mFd < 0) VYN_LOG_ERRNO_ERROR << "epoll_create1 fail. a connector can not work.";
+}
 
 Epoll::~Epoll() {
     if (mFd >= 0) close(mFd);

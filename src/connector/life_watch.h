@@ -12,19 +12,29 @@ namespace vyn {
 //     if (life.ended()) return;
 //
 // Sees destruction on its own thread only, which is where callbacks run. Watches live on the stack.
+// All is inline, so that a function with several watches finds its thread's innermost once.
 class LifeWatch {
   public:
-    explicit LifeWatch(const void* object);
-    ~LifeWatch();
+    explicit LifeWatch(const void* object) : mObject(object), mOuter(tInnermost) {
+        tInnermost = this;
+    }
+    ~LifeWatch() { tInnermost = mOuter; }
     LifeWatch(const LifeWatch&) = delete;
     LifeWatch& operator=(const LifeWatch&) = delete;
 
     bool ended() const { return mEnded; }
 
     // Called by the destructor of an object that may be watched.
-    static void end(const void* object);
+    static void end(const void* object) {
+        for (LifeWatch* watch = tInnermost; watch != nullptr; watch = watch->mOuter) {
+            if (watch->mObject == object) watch->mEnded = true;
+        }
+    }
 
   private:
+    // The innermost watch of this thread; the others follow through mOuter.
+    static inline thread_local LifeWatch* tInnermost = nullptr;
+
     const void* mObject;
     bool mEnded = false;
     LifeWatch* mOuter;

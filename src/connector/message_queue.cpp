@@ -1,53 +1,93 @@
 #include "connector/message_queue.h"
 
+#include <algorithm>
+
 #include "common/tick.h"
 
 namespace vyn {
 
+namespace {
+
+// Room for this many messages is kept for the next ones, that of a larger burst is given back.
+constexpr size_t kMostKept = 1024;
+
+}  // namespace
+
 void MessageQueue::post(Connector::Executor* target, const Message& message, long delayMs) {
+    Entry entry{{tick::after(delayMs), 0}, message};
+    entry.message.target = target;
+
     AutoLock lock(mLock);
-    // The clock is read under the lock: what is posted later is due later.
-    const Key key{tick::after(delayMs), mNextSequence++};
-    Message copy = message;
-    copy.target = target;
-    copy.when = tick::toTick(key.due);
-    if (delayMs == 0) {
-        mImmediate.push_back({key, copy});
-    } else {
-        mDelayed.emplace(key, copy);
-    }
-    publishNextDue();
-    mWakePipe.wake();
+    entry.key.sequence = mNextSequence++;
+    delayMs == 0 ? addImmediate(entry) : addDelayed(entry);
 }
 
 bool MessageQueue::takeDue(Message& out) {
-    const int64_t now = tick::now();
-    if (nextDue() > now) return false;
+    const Entry* const immediate = firstImmediate();
+    const int64_t delayedDue = nextDelayed();
+    if (immediate != nullptr && immediate->key.due < delayedDue) {
+        takeImmediate(out);
+        return true;
+    }
+    if (!tick::isReached(delayedDue)) return false;
 
     AutoLock lock(mLock);
-    if (immediateIsFirst()) {
-        out = mImmediate.front().message;
-        mImmediate.pop_front();
-    } else {
-        out = mDelayed.begin()->second;
-        mDelayed.erase(mDelayed.begin());
+    const auto delayed = mDelayed.begin();
+    if (immediate != nullptr && immediate->key < delayed->first) {
+        takeImmediate(out);
+        return true;
     }
-    publishNextDue();
+    out = delayed->second;
+    mDelayed.erase(delayed);
+    publishNextDelayed();
     return true;
 }
 
-bool MessageQueue::immediateIsFirst() const {
-    if (mDelayed.empty()) return true;
-    return !mImmediate.empty() && mImmediate.front().key < mDelayed.begin()->first;
+bool MessageQueue::hasImmediate() const {
+    return mNextTaken < mTaken.size() || mHasPosted.load(std::memory_order_acquire);
 }
 
-void MessageQueue::publishNextDue() {
-    int64_t next = INT64_MAX;
-    if (!mImmediate.empty()) next = mImmediate.front().key.due;
-    if (!mDelayed.empty() && mDelayed.begin()->first.due < next) {
-        next = mDelayed.begin()->first.due;
-    }
-    mNextDue.store(next, std::memory_order_release);
+void MessageQueue::addImmediate(Entry& entry) {
+    // Another thread may have looked at the clock later and come here first.
+    mLastImmediate = entry.key.due = std::max(mLastImmediate, entry.key.due);
+    entry.message.when = tick::toTick(entry.key.due);
+    mPosted.push_back(entry);
+    // The first one has woken the loop, which has not come for them yet.
+    if (mPosted.size() > 1) return;
+    mHasPosted.store(true, std::memory_order_release);
+    mWakePipe.wake();
+}
+
+void MessageQueue::addDelayed(Entry& entry) {
+    entry.message.when = tick::toTick(entry.key.due);
+    mDelayed.emplace(entry.key, entry.message);
+    publishNextDelayed();
+    mWakePipe.wake();
+}
+
+const MessageQueue::Entry* MessageQueue::firstImmediate() {
+    if (mNextTaken == mTaken.size() && mHasPosted.load(std::memory_order_acquire)) takeOver();
+    return mNextTaken < mTaken.size() ? &mTaken[mNextTaken] : nullptr;
+}
+
+void MessageQueue::takeOver() {
+    mTaken.clear();
+    mNextTaken = 0;
+    AutoLock lock(mLock);
+    mTaken.swap(mPosted);
+    mHasPosted.store(false, std::memory_order_relaxed);
+}
+
+void MessageQueue::takeImmediate(Message& out) {
+    out = mTaken[mNextTaken++].message;
+    if (mNextTaken < mTaken.size() || mTaken.capacity() <= kMostKept) return;
+    mTaken = {};
+    mNextTaken = 0;
+}
+
+void MessageQueue::publishNextDelayed() {
+    const int64_t next = mDelayed.empty() ? INT64_MAX : mDelayed.begin()->first.due;
+    mNextDelayed.store(next, std::memory_order_release);
 }
 
 }  // namespace vyn

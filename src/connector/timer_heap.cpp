@@ -1,70 +1,82 @@
 #include "connector/timer_heap.h"
 
+#include <algorithm>
+
 namespace vyn {
 
 void TimerHeap::push(TimerWrapper* timer) {
-    mTimers.push_back(timer);
-    siftUp(timer, mTimers.size() - 1);
+    mTimers.emplace_back();
+    siftUp({timer->expire(), timer}, mTimers.size() - 1);
 }
 
 void TimerHeap::erase(TimerWrapper* timer) {
     const size_t index = timer->mHeapIndex;
-    TimerWrapper* last = mTimers.back();
+    const Entry last = mTimers.back();
     mTimers.pop_back();
-    if (last == timer) return;
+    if (last.timer == timer) return;
     place(last, index);
-    update(last);
+    update(last.timer);
 }
 
 void TimerHeap::update(TimerWrapper* timer) {
     const size_t index = timer->mHeapIndex;
-    siftUp(timer, index);
-    if (timer->mHeapIndex == index) siftDown(timer, index);
+    const Entry entry{timer->expire(), timer};
+    siftUp(entry, index);
+    if (timer->mHeapIndex == index) siftDown(entry, index);
 }
 
 void TimerHeap::collectDue(int64_t now, std::vector<TimerWrapper*>& due) const {
-    auto addIfDue = [&](size_t index) {
-        if (index < mTimers.size() && mTimers[index]->getLeftTime(now) < 1) {
-            due.push_back(mTimers[index]);
-        }
+    const auto addIfDue = [&](size_t index) {
+        if (mTimers[index].expire <= now) due.push_back(mTimers[index].timer);
     };
     // A timer is due only if the one above it is.
     size_t next = due.size();
-    addIfDue(0);
+    if (!mTimers.empty()) addIfDue(0);
     for (; next < due.size(); ++next) {
-        const size_t index = due[next]->mHeapIndex;
-        addIfDue(2 * index + 1);
-        addIfDue(2 * index + 2);
+        const size_t first = size_t{due[next]->mHeapIndex} * kWidth + 1;
+        const size_t end = std::min(first + kWidth, mTimers.size());
+        for (size_t below = first; below < end; ++below) addIfDue(below);
     }
 }
 
-void TimerHeap::place(TimerWrapper* timer, size_t index) {
-    mTimers[index] = timer;
-    timer->mHeapIndex = index;
+void TimerHeap::collectAll(std::vector<TimerWrapper*>& out) const {
+    for (const Entry& entry : mTimers) out.push_back(entry.timer);
 }
 
-void TimerHeap::siftUp(TimerWrapper* timer, size_t index) {
+void TimerHeap::place(Entry entry, size_t index) {
+    mTimers[index] = entry;
+    entry.timer->mHeapIndex = static_cast<uint32_t>(index);
+}
+
+void TimerHeap::siftUp(Entry entry, size_t index) {
     while (index > 0) {
-        const size_t parent = (index - 1) / 2;
-        if (mTimers[parent]->expire() <= timer->expire()) break;
-        place(mTimers[parent], index);
-        index = parent;
+        const size_t above = (index - 1) / kWidth;
+        if (mTimers[above].expire <= entry.expire) break;
+        place(mTimers[above], index);
+        index = above;
     }
-    place(timer, index);
+    place(entry, index);
 }
 
-void TimerHeap::siftDown(TimerWrapper* timer, size_t index) {
-    for (;;) {
-        size_t child = 2 * index + 1;
-        if (child >= mTimers.size()) break;
-        if (child + 1 < mTimers.size() && mTimers[child + 1]->expire() < mTimers[child]->expire()) {
-            ++child;
-        }
-        if (timer->expire() <= mTimers[child]->expire()) break;
-        place(mTimers[child], index);
-        index = child;
+void TimerHeap::siftDown(Entry entry, size_t index) {
+    while (index * kWidth + 1 < mTimers.size()) {
+        const size_t below = firstBelow(index);
+        if (entry.expire <= mTimers[below].expire) break;
+        place(mTimers[below], index);
+        index = below;
     }
-    place(timer, index);
+    place(entry, index);
+}
+
+// Of the timers right below `index`, of which there are some, the one that is due first.
+size_t TimerHeap::firstBelow(size_t index) const {
+    const size_t begin = index * kWidth + 1;
+    const size_t end = std::min(begin + kWidth, mTimers.size());
+    size_t first = begin;
+    for (size_t below = begin + 1; below < end; ++below) {
+        if (mTimers[below].expire < mTimers[first].expire) first = below;
+    }
+    return first;
 }
 
 }  // namespace vyn

@@ -1,17 +1,23 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "connector/timer_wrapper.h"
 
 namespace vyn {
 
-// A binary heap of timers, the one due first on top. Each timer knows its place, so that it can be
-// moved and taken out in logarithmic time. Not locked; owns nothing.
+// A heap of timers, the one due first on top. Each timer knows its place, so that it can be moved
+// and taken out in logarithmic time. Not locked; owns nothing.
+//
+// Every timer has up to four below it, and their times stand in the heap itself: moving one looks
+// at half as many levels as with two, and at no timer that stays where it is.
 class TimerHeap {
   public:
     bool empty() const { return mTimers.empty(); }
-    TimerWrapper* top() const { return mTimers.front(); }
+    // The time at which the first timer is due. Not for an empty heap.
+    int64_t nextExpire() const { return mTimers.front().expire; }
 
     void push(TimerWrapper* timer);
     void erase(TimerWrapper* timer);
@@ -20,15 +26,22 @@ class TimerHeap {
     // Appends all timers that are due at `now` to `due`, in no order, in time proportional to
     // their number.
     void collectDue(int64_t now, std::vector<TimerWrapper*>& due) const;
-    // In no order.
-    const std::vector<TimerWrapper*>& all() const { return mTimers; }
+    // Appends all timers to `out`, in no order.
+    void collectAll(std::vector<TimerWrapper*>& out) const;
 
   private:
-    void place(TimerWrapper* timer, size_t index);
-    void siftUp(TimerWrapper* timer, size_t index);
-    void siftDown(TimerWrapper* timer, size_t index);
+    struct Entry {
+        int64_t expire;
+        TimerWrapper* timer;
+    };
+    static constexpr size_t kWidth = 4;
 
-    std::vector<TimerWrapper*> mTimers;
+    void place(Entry entry, size_t index);
+    void siftUp(Entry entry, size_t index);
+    void siftDown(Entry entry, size_t index);
+    size_t firstBelow(size_t index) const;
+
+    std::vector<Entry> mTimers;
 };
 
 }  // namespace vyn

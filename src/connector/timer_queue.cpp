@@ -24,7 +24,7 @@ int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
     wrapper->setArg(arg);
     wrapper->mSequence = mNextSequence++;
     mHeap.push(wrapper);
-    mById.emplace(wrapper->getId(), wrapper);
+    mById.insert(wrapper);
     publishNextExpire();
     mWakePipe.wake();
     return wrapper->getId();
@@ -34,20 +34,13 @@ void TimerQueue::remove(int id) {
     AutoRecursiveLock lock(mLock);
     // An id that came round may belong to several timers. The callback may use this queue, so each
     // is looked up anew.
-    for (auto found = mById.find(id); found != mById.end(); found = mById.find(id)) {
-        drop(found->second);
-    }
+    while (TimerWrapper* timer = mById.oldest(id)) drop(timer);
     publishNextExpire();
 }
 
 void TimerQueue::reset(int id) {
     AutoRecursiveLock lock(mLock);
-    TimerWrapper* oldest = nullptr;
-    const auto range = mById.equal_range(id);
-    for (auto position = range.first; position != range.second; ++position) {
-        TimerWrapper* timer = position->second;
-        if (oldest == nullptr || timer->mSequence < oldest->mSequence) oldest = timer;
-    }
+    TimerWrapper* oldest = mById.oldest(id);
     if (oldest == nullptr) return;
     oldest->schedule();
     mHeap.update(oldest);
@@ -56,7 +49,8 @@ void TimerQueue::reset(int id) {
 
 int TimerQueue::clear() {
     AutoRecursiveLock lock(mLock);
-    std::vector<TimerWrapper*> timers = mHeap.all();
+    std::vector<TimerWrapper*> timers;
+    mHeap.collectAll(timers);
     std::sort(timers.begin(), timers.end(), TimerWrapper::olderFirst);
     mWalking = true;
     for (TimerWrapper* timer : timers) {
@@ -67,8 +61,8 @@ int TimerQueue::clear() {
 }
 
 void TimerQueue::fireDue() {
+    if (!tick::isReached(nextExpire())) return;
     const int64_t now = tick::now();
-    if (nextExpire() > now) return;
 
     AutoRecursiveLock lock(mLock);
     mWalking = true;
@@ -96,9 +90,7 @@ void TimerQueue::fire(TimerWrapper* timer) {
 }
 
 void TimerQueue::drop(TimerWrapper* timer) {
-    const auto range = mById.equal_range(timer->getId());
-    mById.erase(std::find_if(range.first, range.second,
-                             [timer](const auto& entry) { return entry.second == timer; }));
+    mById.erase(timer);
     mHeap.erase(timer);
     timer->mRemoved = true;
     timer->onRemove();
@@ -118,7 +110,7 @@ void TimerQueue::endWalk() {
 }
 
 void TimerQueue::publishNextExpire() {
-    mNextExpire.store(mHeap.empty() ? INT64_MAX : mHeap.top()->expire(), std::memory_order_release);
+    mNextExpire.store(mHeap.empty() ? INT64_MAX : mHeap.nextExpire(), std::memory_order_release);
 }
 
 }  // namespace vyn

@@ -4,11 +4,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 #include "common/recursive_lock.h"
 #include "connector/timer_heap.h"
+#include "connector/timer_index.h"
 #include "connector/wake_pipe.h"
 
 namespace vyn {
@@ -51,7 +51,7 @@ class TimerQueue {
     int mNextId VYN_GUARDED_BY(mLock);
     uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;
     TimerHeap mHeap VYN_GUARDED_BY(mLock);
-    std::unordered_multimap<int, TimerWrapper*> mById VYN_GUARDED_BY(mLock);
+    TimerIndex mById VYN_GUARDED_BY(mLock);
     // While timers are walked over: those removed meanwhile, which are deleted at its end.
     bool mWalking VYN_GUARDED_BY(mLock) = false;
     std::vector<TimerWrapper*> mRemoved VYN_GUARDED_BY(mLock);

@@ -2,7 +2,6 @@
 
 #include <vyn/timer.h>
 
-#include <cstddef>
 #include <cstdint>
 
 namespace vyn {
@@ -38,6 +37,7 @@ class TimerWrapper {
 
   private:
     friend class TimerHeap;
+    friend class TimerIndex;
     friend class TimerQueue;
 
     Timer* mTimer;
@@ -48,8 +48,9 @@ class TimerWrapper {
     int mId = 0;
 
     // Kept by the queue.
+    uint32_t mHeapIndex = 0;
     uint64_t mSequence = 0;
-    size_t mHeapIndex = 0;
+    TimerWrapper* mNextInBucket = nullptr;
     bool mRemoved = false;
 };
 

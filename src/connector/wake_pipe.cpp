@@ -1,6 +1,7 @@
 #include "connector/wake_pipe.h"
 
 #include <unistd.h>
+#include <vyn/logging.h>
 
 namespace vyn {
 
@@ -15,7 +16,9 @@ const void* threadMark() {
 }  // namespace
 
 WakePipe::WakePipe() {
-    if (pipe(mEnds) != 0) mEnds[0] = mEnds[1] = -1;
+    if (pipe(mEnds) == 0) return;
+    VYN_LOG_ERRNO_ERROR << "pipe fail. a connector can not be woken.";
+    mEnds[0] = mEnds[1] = -1;
 }
 
 WakePipe::~WakePipe() {

@@ -149,9 +149,11 @@ void Worker::onAuthenticationFailed() {
     getExecutor()->onAuthenticationFailed(this);
 }
 
-bool Worker::checkValid() const {
+bool Worker::checkValid(const char* operation) const {
     if (isValid()) return true;
-    VYN_LOG_WARNING << "not valid";
+    logging::LogMessage(logging::kTag, __FILE__, operation, __LINE__, logging::kLevelWarning, false,
+                        true)
+        << "not valid";
     return false;
 }
 

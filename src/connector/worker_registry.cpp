@@ -105,9 +105,15 @@ void WorkerRegistry::armRequestedWrites(std::vector<Worker*>& direct) {
         found->second.writeRequested = false;
         // One that is not valid would keep the loop awake without ever writing.
         if (!worker->isValid() || !worker->hasWrittingData()) continue;
-        if (!armWrite(found->second)) direct.push_back(worker);
+        if (canWriteNow(found->second) || !armWrite(found->second)) direct.push_back(worker);
     }
     mWriteRequests.clear();
+}
+
+void WorkerRegistry::awaitWritable(Worker* worker) {
+    AutoLock lock(mLock);
+    const auto found = mEntries.find(worker);
+    if (found != mEntries.end() && !armWrite(found->second)) pushWriteRequest(found->second);
 }
 
 void WorkerRegistry::disarmWrite(EpollToken token) {
@@ -209,6 +215,15 @@ void WorkerRegistry::pushWriteRequest(Entry& entry) {
     entry.writeRequested = true;
     mWriteRequests.push_back(entry.worker);
     mHasWriteRequests.store(true, std::memory_order_release);
+}
+
+// Whether a write finds out by itself, without waiting, what the descriptor takes. Asked each time,
+// as the application may have changed the descriptor's mode.
+bool WorkerRegistry::canWriteNow(const Entry& entry) {
+    const int fd = entry.worker->getFd();
+    if (fd < 0 || !owns(entry, fd)) return false;
+    const Slot& slot = slotOf(fd);
+    return slot.watched && !slot.writeArmed && (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0;
 }
 
 // False when no descriptor of the worker's would ever be reported as writable.

@@ -65,11 +65,14 @@ class WorkerRegistry {
     // --- Writing.
     // Any thread. Has armRequestedWrites() look at the worker; unknown ones are ignored.
     void requestWrite(Worker* worker);
-    // Adds the interest in writing for the requested workers that have something to write. Those
-    // whose device has no descriptor that tells when it takes more go to `direct`, which is emptied
-    // first: they are to write at once.
+    // Sees to the requested workers that have something to write. Those that can find out without
+    // waiting what is taken go to `direct`, which is emptied first: they are to write at once. The
+    // others get an interest in writing.
     void armRequestedWrites(std::vector<Worker*>& direct);
-    // Drops it again.
+    // For one of those that was left with something to write: gives it the interest, or has the
+    // next turn look at it again when its device has no descriptor that tells when it takes more.
+    void awaitWritable(Worker* worker);
+    // Drops the interest again.
     void disarmWrite(EpollToken token);
 
     // --- Write queues that overflowed.
@@ -106,6 +109,7 @@ class WorkerRegistry {
     uint32_t nextGeneration() VYN_REQUIRES(mLock);
     void unchain(int fd) VYN_REQUIRES(mLock);
     void pushWriteRequest(Entry& entry) VYN_REQUIRES(mLock);
+    bool canWriteNow(const Entry& entry) VYN_REQUIRES(mLock);
     bool armWrite(Entry& entry) VYN_REQUIRES(mLock);
     Slot& slotOf(int fd) VYN_REQUIRES(mLock);
     Slot* watchedSlot(EpollToken token) VYN_REQUIRES(mLock);

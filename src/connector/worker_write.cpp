@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "connector/parser_call.h"
 
@@ -17,19 +18,17 @@ namespace {
 // A peer with more writes waiting than this does not read.
 constexpr int kMostPendingWrites = 100;
 
-// Null when there is no memory.
+// In one block with its bytes. Null when there is no memory.
 WriteNode* newNode(const void* data, int len) {
     const size_t size = len > 0 ? static_cast<size_t>(len) : 0;
-    void* copy = std::malloc(size);
-    if (copy == nullptr && size > 0) return nullptr;
-    if (size > 0) std::memcpy(copy, data, size);
-    return new WriteNode{copy, 0, static_cast<int>(size)};
+    void* const block = std::malloc(sizeof(WriteNode) + size);
+    if (block == nullptr) return nullptr;
+    char* const bytes = static_cast<char*>(block) + sizeof(WriteNode);
+    if (size > 0) std::memcpy(bytes, data, size);
+    return new (block) WriteNode{bytes, 0, static_cast<int>(size)};
 }
 
-void deleteNode(WriteNode* node) {
-    std::free(node->data);
-    delete node;
-}
+void deleteNode(WriteNode* node) { std::free(node); }
 
 }  // namespace
 
@@ -112,7 +111,10 @@ bool Worker::hasWrittingData() {
 // Returns how many writes are waiting now.
 int Worker::enqueue(const void* data, int len) {
     WriteNode* node = newNode(data, len);
-    if (node == nullptr) VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written.";
+    if (node == nullptr) {
+        VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written by worker "
+                      << static_cast<const void*>(this);
+    }
     AutoLock lock(mWriteLock);
     if (node != nullptr) mWriteQueue.push_back(node);
     return static_cast<int>(mWriteQueue.size());

@@ -46,15 +46,17 @@ bool shedConnection(int listener) {
 }
 
 // A flood of connections must not become a flood of lines.
-void report(bool shed) {
+void report(int listener, bool shed) {
     constexpr int64_t kIntervalNs = 1000000000;
     static std::atomic<int64_t> nextReport{0};
     const int64_t now = tick::nanoseconds();
     int64_t due = nextReport.load(std::memory_order_relaxed);
     if (now < due || !nextReport.compare_exchange_strong(due, now + kIntervalNs)) return;
-    VYN_LOG_ERRNO_ERROR << "accept. "
-                        << (shed ? "hung up on a waiting connection."
-                                 : "a connection waits for a descriptor to become free.");
+    if (shed) {
+        VYN_LOG_ERRNO_ERROR << "accept. hung up on a connection that waited at fd " << listener;
+    } else {
+        VYN_LOG_ERRNO_ERROR << "accept. a connection waits for a descriptor at fd " << listener;
+    }
 }
 
 }  // namespace
@@ -72,7 +74,7 @@ int acceptConnection(int listener, sockaddr* address, socklen_t* length) {
     if (error == EMFILE || error == ENFILE) {
         const bool shed = shedConnection(listener);
         errno = error;
-        report(shed);
+        report(listener, shed);
     }
     errno = error;
     return -1;

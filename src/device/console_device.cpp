@@ -62,7 +62,8 @@ int ConsoleDevice::write(const void* data, int len) {
         char* end = escaped;
         for (int i = 0; i < std::min(left, kChunk); ++i) end = escape(*bytes++, end);
         if (printAll(escaped, static_cast<size_t>(end - escaped), deadline)) continue;
-        VYN_LOG_ERRNO_ERROR << "write to the console fail.";
+        VYN_LOG_ERRNO_ERROR << "write to the console fail. the rest of " << len
+                            << " bytes is dropped.";
         break;
     }
     return len;

@@ -30,7 +30,7 @@ std::vector<int> namedChanges(const void* data, size_t length) {
         length -= kHeaderSize;
         if (event.len > length) {
             VYN_LOG_ERROR << "inotify record with a name of " << event.len << " bytes, but only "
-                          << length << " were read.";
+                          << length << " were read. the changes from there on are lost.";
             break;
         }
         if (event.len != 0) changes.push_back(changeOf(event.mask));

@@ -68,7 +68,8 @@ bool readMessages(Block block, Names& names) {
 std::vector<std::string> interfaceNames(const void* data, size_t length) {
     Names names;
     if (!readMessages({static_cast<const char*>(data), length}, names)) {
-        VYN_LOG_ERROR << "damaged netlink message among the " << length << " bytes read.";
+        VYN_LOG_ERROR << "damaged netlink message among the " << length
+                      << " bytes read, its interface names are skipped.";
     }
     return names;
 }

@@ -34,19 +34,27 @@ NetworkDevice& deviceOf(const ifaddrs& entry, std::vector<NetworkDevice>& device
     return device;
 }
 
-int countBits(const void* mask, size_t size) {
-    const auto* bytes = static_cast<const unsigned char*>(mask);
+template <typename Mask>
+int countBits(const Mask& mask) {
+    unsigned char bytes[sizeof mask];
+    std::memcpy(bytes, &mask, sizeof mask);
     size_t bits = 0;
-    for (size_t i = 0; i < size; ++i) bits += std::bitset<8>(bytes[i]).count();
+    for (unsigned char byte : bytes) bits += std::bitset<8>(byte).count();
     return static_cast<int>(bits);
+}
+
+// A copy, because a sockaddr need not lie where one of its special forms may.
+template <typename Address>
+Address copyAs(const sockaddr* address) {
+    Address copy{};
+    std::memcpy(&copy, address, sizeof copy);
+    return copy;
 }
 
 int prefixLength(const sockaddr* mask, int family) {
     if (mask == nullptr) return 0;
-    if (family == AF_INET) {
-        return countBits(&reinterpret_cast<const sockaddr_in*>(mask)->sin_addr, sizeof(in_addr));
-    }
-    return countBits(&reinterpret_cast<const sockaddr_in6*>(mask)->sin6_addr, sizeof(in6_addr));
+    if (family == AF_INET) return countBits(copyAs<sockaddr_in>(mask).sin_addr);
+    return countBits(copyAs<sockaddr_in6>(mask).sin6_addr);
 }
 
 InterfaceAddress addressOf(const ifaddrs& entry) {
@@ -58,9 +66,9 @@ InterfaceAddress addressOf(const ifaddrs& entry) {
 }
 
 std::string macOf(const sockaddr* address) {
-    const auto* link = reinterpret_cast<const sockaddr_ll*>(address);
-    const unsigned char* byte = link->sll_addr;
-    if (link->sll_halen != 6) return "";
+    const auto link = copyAs<sockaddr_ll>(address);
+    const unsigned char* byte = link.sll_addr;
+    if (link.sll_halen != 6) return "";
     char text[sizeof "00:00:00:00:00:00"];
     std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", byte[0], byte[1], byte[2],
                   byte[3], byte[4], byte[5]);
@@ -99,7 +107,7 @@ std::vector<NetworkDevice> getNetworkDevices() {
     std::vector<NetworkDevice> devices;
     ifaddrs* first = nullptr;
     if (getifaddrs(&first) != 0) {
-        VYN_LOG_ERRNO_INFO << "getifaddrs fail.";
+        VYN_LOG_ERRNO_INFO << "getifaddrs fail. no network interface is known.";
         return devices;
     }
     for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {

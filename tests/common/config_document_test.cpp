@@ -2,12 +2,12 @@
 #include <vyn/config.h>
 #include <vyn/helper.h>
 
-#include <fstream>
 #include <functional>
 #include <map>
 #include <vector>
 
 #include "support/log_capture.h"
+#include "support/page.h"
 #include "support/property_file.h"
 
 // docs/configuration.md says what the getters do.
@@ -59,18 +59,15 @@ struct Row {
     }
 };
 
-// The rows of the table of properties, which are the lines of six columns that begin with a key.
+// The rows of the table of properties.
 std::vector<Row> documentedRows() {
     std::vector<Row> rows;
-    std::ifstream document(VYN_DOCS "/configuration.md");
-    for (std::string line; std::getline(document, line);) {
-        std::vector<std::string> cells = helper::split(line, '|');
-        if (cells.size() != 8 || !helper::startsWith(cells[1], " `")) continue;
-        for (std::string& cell : cells) cell = helper::trim(cell, " `");
-        const auto getter = kGetters.find(cells[2]);
-        EXPECT_NE(getter, kGetters.end()) << cells[2];
+    for (testing::Cells cells : testing::Page(VYN_DOCS "/configuration.md").rows("Key")) {
+        for (std::string& cell : cells) cell = helper::trim(cell, "`");
+        const auto getter = kGetters.find(cells[1]);
+        EXPECT_NE(getter, kGetters.end()) << cells[1];
         if (getter != kGetters.end()) {
-            rows.push_back({cells[1], getter->second, cells[4], cells[5]});
+            rows.push_back({cells[0], getter->second, cells[3], cells[4]});
         }
     }
     return rows;

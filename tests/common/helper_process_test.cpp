@@ -6,6 +6,7 @@
 #include <fstream>
 #include <thread>
 
+#include "support/emulator.h"
 #include "support/log_capture.h"
 
 namespace vyn::helper {
@@ -51,8 +52,7 @@ void setDescriptorLimit(rlim_t limit) {
 }
 
 TEST(ProcessNameDeathTest, IsAskedForAgainAfterAFailure) {
-    // A process of its own, in which nobody has asked yet.
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    testing::startDeathTestsAnew();
     EXPECT_EXIT(askForNameTwice(), ::testing::ExitedWithCode(0), "");
 }
 

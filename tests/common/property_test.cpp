@@ -4,6 +4,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/emulator.h"
 #include "support/log_capture.h"
 #include "support/property_file.h"
 
@@ -33,7 +34,7 @@ bool readsAtTheFirstUse() {
 }
 
 TEST(PropertyDeathTest, ReadsTheFileAtTheFirstUse) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a new process, which has used none so far
+    testing::startDeathTestsAnew();
     EXPECT_EXIT(std::_Exit(readsAtTheFirstUse() ? 7 : 1), ::testing::ExitedWithCode(7), "");
 }
 

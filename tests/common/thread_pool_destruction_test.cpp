@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "common/thread_pool_support.h"
+#include "support/emulator.h"
 #include "support/fatal_capture.h"
 #include "support/log_capture.h"
 
@@ -19,8 +20,11 @@ using vyn::ThreadPool;
 using vyn::testing::FatalCapture;
 using vyn::testing::FunctionTask;
 using vyn::testing::Gate;
+using vyn::testing::kNoMemoryLimit;
+using vyn::testing::kRunsUnderEmulator;
 using vyn::testing::LogCapture;
 using vyn::testing::ManualTiming;
+using vyn::testing::startDeathTestsAnew;
 
 TEST(ThreadPoolDestruction, RunsAndDeletesWhatIsQueuedAndRunning) {
     logging::setLogLevel(logging::kLevelWarning);
@@ -127,14 +131,16 @@ void runEightTasksWith(size_t threads, int expectedRuns) {
 }
 
 TEST(ThreadPoolDeathTest, WorksWithTheThreadsThatTheSystemGrants) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    if (kRunsUnderEmulator) GTEST_SKIP() << kNoMemoryLimit;
+    startDeathTestsAnew();
     EXPECT_EXIT(runEightTasksWith(2, 8), testing::ExitedWithCode(0),
                 "\\[11\\] Resource temporarily unavailable. pthread_create fail. "
                 "[34] of 5 worker threads not started.");
 }
 
 TEST(ThreadPoolDeathTest, EndsWithoutAnyThread) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    if (kRunsUnderEmulator) GTEST_SKIP() << kNoMemoryLimit;
+    startDeathTestsAnew();
     EXPECT_EXIT(runEightTasksWith(0, 0), testing::ExitedWithCode(0),
                 "5 of 5 worker threads not started.");
 }

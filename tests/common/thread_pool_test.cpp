@@ -11,6 +11,7 @@
 
 #include "common/task_ids.h"
 #include "common/thread_pool_support.h"
+#include "support/emulator.h"
 #include "support/fatal_capture.h"
 #include "support/log_capture.h"
 
@@ -22,6 +23,7 @@ using vyn::testing::FatalCapture;
 using vyn::testing::FunctionTask;
 using vyn::testing::Gate;
 using vyn::testing::LogCapture;
+using vyn::testing::startDeathTestsAnew;
 
 constexpr int kMax = std::numeric_limits<int>::max();
 constexpr int kMin = std::numeric_limits<int>::min();
@@ -160,7 +162,7 @@ TEST(ThreadPool, IsNotMadeWithoutThreads) {
 }
 
 TEST(ThreadPoolDeathTest, ZeroThreadsAbort) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    startDeathTestsAnew();
     EXPECT_DEATH(ThreadPool(0), "Check failed. \\(tasks > 0\\)");
 }
 

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/descriptors.h"
 #include "support/fatal_capture.h"
 #include "support/log_capture.h"
 #include "support/loop_thread.h"
@@ -315,6 +316,20 @@ TEST(ConnectorLifetime, TellsItsTimersWhenItIsDestroyed) {
     EXPECT_EQ(log.count("2 timers cleared."), 1);
     EXPECT_EQ(log.count("addFdToFdSet, fd:"), 1);
     EXPECT_EQ(log.count(", tickpipe"), 1);
+}
+
+TEST(ConnectorLifetime, TellsWhatItCouldNotOpen) {
+    // The undefined-behaviour sanitizer opens descriptors for classes that it has not met.
+    { const Connector known; }
+    LogCapture log;
+    FatalCapture fatal;
+    {
+        const testing::ExhaustedDescriptors exhausted;
+        const Connector connector;
+    }
+    EXPECT_EQ(log.count("[24] Too many open files. epoll_create1 fail."), 1);
+    EXPECT_EQ(log.count("[24] Too many open files. pipe fail."), 1);
+    EXPECT_EQ(fatal.count("mEpollFd < 0 !!!!"), 1);
 }
 
 TEST_F(ConnectorTest, DumpsItsStateInOneLine) {

@@ -87,12 +87,12 @@ TEST(MessageQueue, DeliversByTickAndThenByPosting) {
     EXPECT_EQ(takeAllDue(queue), (std::vector<int>{5, 4}));
     clock.advance(9);
     EXPECT_EQ(takeAllDue(queue), std::vector<int>{});
-    EXPECT_EQ(queue.nextDue(), 1010);
+    EXPECT_EQ(queue.nextDelayed(), 1010);
     clock.advance(11);
     post(queue, 6, 0);
     post(queue, 7, -10);
     EXPECT_EQ(takeAllDue(queue), (std::vector<int>{2, 7, 1, 3, 6}));
-    EXPECT_EQ(queue.nextDue(), INT64_MAX);
+    EXPECT_EQ(queue.nextDelayed(), INT64_MAX);
 }
 
 TEST(MessageQueue, StampsTickAndTargetWhateverWasThere) {

@@ -92,7 +92,8 @@ TEST(ConsoleDevice, SurvivesAReaderThatIsGone) {
     testing::LogCapture capture;
     EXPECT_EQ(ConsoleDevice().write("text", 4), 4);
     EXPECT_EQ(capture.texts(),
-              std::vector<std::string>{"[32] Broken pipe. write to the console fail."});
+              std::vector<std::string>{"[32] Broken pipe. write to the console fail. "
+                                       "the rest of 4 bytes is dropped."});
     sigset_t pending;
     sigpending(&pending);
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "support/emulator.h"
 #include "support/fatal_capture.h"
 #include "support/log_capture.h"
 
@@ -13,6 +14,7 @@ namespace {
 
 using vyn::testing::FatalCapture;
 using vyn::testing::LogCapture;
+using vyn::testing::startDeathTestsAnew;
 
 void logFrom(const char* file, const char* function, const char* text) {
     LogMessage("Tag", file, function, 7, kLevelInfo, false, true) << text;
@@ -200,7 +202,7 @@ TEST(Fatal, CheckedFunctionsReturnTheirValueWhenTheProcessLives) {
 }
 
 TEST(FatalDeathTest, EndsTheProcessByDefault) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    startDeathTestsAnew();
     EXPECT_DEATH(VYN_CHECK(1 + 1 == 3), "Check failed. \\(1 \\+ 1 == 3\\)");
 }
 
