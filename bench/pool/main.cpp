@@ -50,7 +50,8 @@ Contest contest(const char* contestant, void (*runTasks)()) {
                 const int64_t start = now();
                 const int64_t cpuStart = processCpuTime();
                 runTasks();
-                report("cpu_per_task", static_cast<double>(processCpuTime() - cpuStart) / kTasks, "ns");
+                report("cpu_per_task", static_cast<double>(processCpuTime() - cpuStart) / kTasks,
+                       "ns");
                 report("tasks_per_s", kTasks * 1e9 / static_cast<double>(now() - start), "1/s");
             }};
 }

@@ -179,6 +179,7 @@ class VYN_API Line {
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 
+    // Takes the line's text.
     std::ostream& stream();
 
   private:
