@@ -6,6 +6,7 @@
 #include <fstream>
 #include <thread>
 
+#include "support/descriptors.h"
 #include "support/emulator.h"
 #include "support/log_capture.h"
 
@@ -39,8 +40,7 @@ void setDescriptorLimit(rlim_t limit) {
 // question is logged and the second answered.
 [[noreturn]] void askForNameTwice() {
     testing::LogCapture capture;
-    // The sanitizers need descriptors of their own at the first line of a process.
-    VYN_LOG_ERRNO_INFO << "first line";
+    testing::showClassesOfLines();
     capture.clear();
     setDescriptorLimit(0);
     const bool wasUnknown = getCurrentProcessName().empty();

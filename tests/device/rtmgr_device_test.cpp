@@ -178,9 +178,9 @@ TEST(RtmgrDevice, DoesNothingWithoutASocket) {
         watcher = std::make_unique<RouteWatcher>();
     }
     const std::vector<std::string> texts = capture.texts();
-    ASSERT_EQ(texts.size(), 3u);  // the first tells of the descriptors
-    EXPECT_EQ(texts[1], "Check failed. (mSocket >= 0)");
-    EXPECT_EQ(texts[2],
+    ASSERT_EQ(texts.size(), 4u);  // the first two tell of the descriptors
+    EXPECT_EQ(texts[2], "Check failed. (mSocket >= 0)");
+    EXPECT_EQ(texts[3],
               "[24] Too many open files. create socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE) "
               "failed.");
     EXPECT_EQ(watcher->device.getFd(), -1);

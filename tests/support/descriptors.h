@@ -37,14 +37,20 @@ inline void allowDescriptors(rlim_t count) {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+// The undefined-behaviour sanitizer opens descriptors when it meets a class for the first time, so
+// the classes that log lines are made of had better meet it while there are some. Writes two lines.
+inline void showClassesOfLines() {
+    errno = EMFILE;
+    for (int i = 0; i < 2; ++i) VYN_LOG_ERRNO_ERROR << "about to run out of descriptors";
+    logging::LogMessage(logging::kTag, "", "", 0, logging::kLevelError, false, false)
+        << "not " << errno << " written";
+}
+
 // While it lives, the process cannot open another descriptor.
 class ExhaustedDescriptors {
   public:
     ExhaustedDescriptors() {
-        // The undefined-behaviour sanitizer opens descriptors when it meets a class for the first
-        // time, so the classes of a log line had better meet it now.
-        errno = EMFILE;
-        VYN_LOG_ERRNO_ERROR << "about to run out of descriptors";
+        showClassesOfLines();
         getrlimit(RLIMIT_NOFILE, &mLimit);
         rlimit lowered = mLimit;
         lowered.rlim_cur = 1024;
