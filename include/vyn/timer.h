@@ -4,7 +4,7 @@
 
 namespace vyn {
 
-// What Connector::addTimer() calls periodically. Both callbacks run on the loop's thread, while the
+// What Connector::addTimer() calls periodically, on the loop's thread. Both callbacks run while the
 // connector's timers are locked to other threads (a call of theirs to addTimer() and its like waits
 // until the callback is over). So a callback never waits for such a thread, and timers of two
 // connectors do not both use the timers of the other: they would wait for each other for ever.

@@ -16,7 +16,7 @@ class Authenticator;
 class Command;
 class Device;
 
-// One write that waits for its descriptor to become writable.
+// One write that waits in a worker's queue.
 struct WriteNode {
     void* data;  // in one block with the node
     int offset;  // how much of it is written

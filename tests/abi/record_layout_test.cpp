@@ -2,7 +2,9 @@
 #include <vyn/archive.h>
 #include <vyn/authenticator.h>
 #include <vyn/buffer.h>
+#include <vyn/command.h>
 #include <vyn/condition.h>
+#include <vyn/console_device.h>
 #include <vyn/diagnoser.h>
 #include <vyn/function_device.h>
 #include <vyn/ini_config.h>
@@ -11,6 +13,7 @@
 #include <vyn/logging.h>
 #include <vyn/message.h>
 #include <vyn/net_device.h>
+#include <vyn/network.h>
 #include <vyn/parser.h>
 #include <vyn/pipe_waiter.h>
 #include <vyn/rtmgr_device.h>
@@ -23,12 +26,14 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
+#include <sstream>
 
 #include "connector/timer_wrapper.h"
 #include "support/record_layout.h"
 
-// Programs reach into the records of the library, and derive from its classes: where a field lies
-// is part of the interface. New fields may only come behind the last.
+// Programs reach into the records of the library, derive from its classes and hold its objects:
+// where a field lies and how big a class is are part of the interface.
 
 namespace vyn::testing {
 
@@ -56,6 +61,15 @@ VYN_EXPOSE_FIELDS(ThreadPoolFields, &ThreadPool::mCond, &ThreadPool::mTimeCond,
                   &ThreadPool::mRunningSince);
 VYN_EXPOSE_FIELDS(DiagnoserFields, &Diagnoser::mRecords, &Diagnoser::mCapacity, &Diagnoser::mStart,
                   &Diagnoser::mCount);
+VYN_EXPOSE_FIELDS(DiagnoserRecordFields, &Diagnoser::Record::time, &Diagnoser::Record::awake);
+VYN_EXPOSE_FIELDS(AddressFields, &helper::InterfaceAddress::ip,
+                  &helper::InterfaceAddress::prefixLength);
+VYN_EXPOSE_FIELDS(NetworkFields, &helper::NetworkDevice::name, &helper::NetworkDevice::index,
+                  &helper::NetworkDevice::up, &helper::NetworkDevice::loopback,
+                  &helper::NetworkDevice::mac, &helper::NetworkDevice::ipv4,
+                  &helper::NetworkDevice::ipv6);
+VYN_EXPOSE_FIELDS(CredentialsFields, &UnixSocket::Credentials::pid, &UnixSocket::Credentials::uid,
+                  &UnixSocket::Credentials::gid);
 VYN_EXPOSE_FIELDS(AutoLockFields, &AutoLock::mHeld, &AutoLock::mLock);
 VYN_EXPOSE_FIELDS(XmlCodecFields, &XmlCodec::mDocument, &XmlCodec::mSource, &XmlCodec::mCursor);
 VYN_EXPOSE_FIELDS(IniConfigFields, &IniConfig::path, &IniConfig::entries);
@@ -87,6 +101,9 @@ constexpr bool hasWords(size_t count) {
 }
 
 constexpr int kString = sizeof(std::string);
+constexpr size_t kStringWords = sizeof(std::string) / 4;
+constexpr size_t kMapWords = sizeof(std::map<int, int>) / 4;
+constexpr size_t kLockWords = sizeof(pthread_mutex_t) / 4;
 
 TEST(RecordLayout, OfTheLoop) {
     static_assert(hasWords<Message>(8));
@@ -94,15 +111,21 @@ TEST(RecordLayout, OfTheLoop) {
     static_assert(hasWords<Connector>(1));
     static_assert(hasWords<Connector::Executor>(2));
     expectLayout(offsetsOf(ExecutorFields()), {4});
+    static_assert(hasWords<Message::Callback>(1));
     static_assert(hasWords<Timer>(1));
     EXPECT_TRUE(isInOrder(offsetsOf(TimerWrapperFields())));
+    static_assert(hasWords<Diagnoser>(4));
     expectLayout(offsetsOf(DiagnoserFields()), {0, 4, 8, 12});
+    expectLayout(offsetsOf(DiagnoserRecordFields()), {0, 8});
 }
 
 TEST(RecordLayout, OfWorkersAndWhatAnApplicationPlugsIntoThem) {
     static_assert(hasWords<WriteNode>(3));
     expectLayout(offsetsOf(WriteNodeFields()), {0, 4, 8});
+    static_assert(hasWords<Worker>(14 + kLockWords));
     expectLayout(offsetsOf(WorkerFields()), {4, 8, 12, 16, 20, 24, 28, 32, 36, 40, 44, 56});
+    static_assert(hasWords<Command>(1));
+    static_assert(hasWords<Parser::PostListener>(1));
     static_assert(hasWords<Parser>(2));
     expectLayout(offsetsOf(ParserFields()), {4});
     static_assert(hasWords<Authenticator>(2));
@@ -113,23 +136,46 @@ TEST(RecordLayout, OfDevices) {
     static_assert(hasWords<Device>(2));
     static_assert(hasWords<BaseDevice>(2));
     expectLayout(offsetsOf(DeviceFields()), {4});
+    static_assert(hasWords<ConsoleDevice>(2));
+    static_assert(hasWords<NetDevice>(19));
     expectLayout(offsetsOf(NetDeviceFields()), {8});
     static_assert(sizeof(ListenerDevice) == sizeof(NetDevice));
+    static_assert(hasWords<UnixDevice>(4));
     expectLayout(offsetsOf(UnixDeviceFields()), {8});
     static_assert(sizeof(UnixListenerDevice) == sizeof(UnixDevice));
     // Behind the device lies its second base, the callback.
+    static_assert(hasWords<FunctionDevice>(14 + kLockWords));
     expectLayout(offsetsOf(FunctionDeviceFields()), {12, 16, 20});
+    static_assert(hasWords<InotifyDevice>(3 + kStringWords));
     expectLayout(offsetsOf(InotifyDeviceFields()), {8, 12});
+    static_assert(hasWords<RtmgrDevice>(3));
     expectLayout(offsetsOf(RtmgrDeviceFields()), {8});
 }
 
+TEST(RecordLayout, OfSocketsAndTheNetwork) {
+    static_assert(hasWords<SocketBase>(1));
+    static_assert(hasWords<SocketAddress>(7));
+    static_assert(hasWords<Socket>(17));
+    static_assert(hasWords<UnixSocket>(2));
+    static_assert(hasWords<UnixSocket::Credentials>(3));
+    expectLayout(offsetsOf(CredentialsFields()), {0, 4, 8});
+    static_assert(hasWords<helper::InterfaceAddress>(kStringWords + 1));
+    expectLayout(offsetsOf(AddressFields()), {0, kString});
+    static_assert(hasWords<helper::NetworkDevice>(2 * kStringWords + 8));
+    expectLayout(offsetsOf(NetworkFields()), {0, kString, kString + 4, kString + 5, kString + 8,
+                                              2 * kString + 8, 2 * kString + 20});
+}
+
 TEST(RecordLayout, OfLocksAndThreads) {
+    static_assert(hasWords<Lock>(kLockWords));
+    static_assert(hasWords<AutoLock>(2));
     expectLayout(offsetsOf(AutoLockFields()), {0, 4});
     static_assert(hasWords<Condition>(1));
     static_assert(hasWords<PipeWaiter>(2));
     static_assert(hasWords<Tls>(1));
     static_assert(hasWords<ThreadPool::Task>(2));
     expectLayout(offsetsOf(TaskFields()), {4});
+    static_assert(hasWords<ThreadPool>(9 + kMapWords));
     expectLayout(offsetsOf(ThreadPoolFields()), {0, 4, 8, 12, 16, 28});
 }
 
@@ -138,8 +184,10 @@ TEST(RecordLayout, OfData) {
     expectLayout(offsetsOf(BufferFields()), {0, 12, 16});
     static_assert(hasWords<Archive>(1));
     static_assert(hasWords<Serializer>(1));
+    static_assert(hasWords<XmlCodec>(7));
     expectLayout(offsetsOf(XmlCodecFields()), {0, 4, 24});
     static_assert(hasWords<XmlDocument>(1));
+    static_assert(hasWords<IniConfig>(kStringWords + kMapWords));
     expectLayout(offsetsOf(IniConfigFields()), {0, kString});
 }
 
@@ -149,7 +197,11 @@ TEST(RecordLayout, OfLogMessages) {
     for (std::ptrdiff_t& offset : offsets) offset -= behindStream;
     const int line = 3 * kString;
     EXPECT_EQ(offsets, (Offsets{0, kString, 2 * kString, line, line + 4, line + 5, line + 8}));
+    static_assert(
+        hasWords<logging::LogMessage>(sizeof(std::ostringstream) / 4 + 3 * kStringWords + 3));
     static_assert(hasWords<logging::LogPrinter>(1));
+    static_assert(hasWords<logging::ScopeTracer>(8));
+    static_assert(hasWords<logging::TimerScopeTracer>(8));
 }
 
 }  // namespace
