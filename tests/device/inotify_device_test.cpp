@@ -143,9 +143,9 @@ TEST(InotifyDevice, LogsThatItHasNoDescriptor) {
     }
     EXPECT_EQ(failed->device.getFd(), -1);
     const std::vector<std::string> texts = capture.texts();
-    ASSERT_EQ(texts.size(), 3u);  // the first tells of the descriptors
-    EXPECT_EQ(texts[1], "\033[1;33;40mRun here! mFd: -1");
-    EXPECT_EQ(texts[2], "[24] Too many open files. mFd == -1. inotify init fail.");
+    ASSERT_EQ(texts.size(), 4u);  // the first two tell of the descriptors
+    EXPECT_EQ(texts[2], "\033[1;33;40mRun here! mFd: -1");
+    EXPECT_EQ(texts[3], "[24] Too many open files. mFd == -1. inotify init fail.");
 }
 
 TEST(InotifyDevice, PassesOverRecordsWithoutANameAndStopsAtOnesThatReachTooFar) {
