@@ -5,7 +5,10 @@ namespace vyn {
 namespace {
 
 constexpr size_t kFirstBuckets = 16;
-constexpr int kFirstHashShift = 28;
+// Ids that follow each other are neighbours in groups of this size, so that timers that are added
+// or gone through in a row find their buckets in the processor's cache.
+constexpr int kGroupBits = 3;
+constexpr int kFirstHashShift = 28 + kGroupBits;
 
 }  // namespace
 
@@ -32,10 +35,11 @@ TimerWrapper* TimerIndex::oldest(int id) const {
     return found;
 }
 
-// Multiplicative hashing (Knuth, The Art of Computer Programming 3, 6.4): spreads ids that follow
-// each other evenly.
+// Multiplicative hashing (Knuth, The Art of Computer Programming 3, 6.4) spreads the groups evenly.
 size_t TimerIndex::bucketOf(int id) const {
-    return static_cast<uint32_t>(id) * 2654435769U >> mHashShift;
+    const uint32_t number = static_cast<uint32_t>(id);
+    const size_t group = (number >> kGroupBits) * 2654435769U >> mHashShift;
+    return group << kGroupBits | (number & ((1U << kGroupBits) - 1));
 }
 
 void TimerIndex::link(TimerWrapper* timer) {
