@@ -23,10 +23,13 @@ def put(path, name, text):
 
 def circumstances(name, rounds, spread):
     """Where, at which commit and how to repeat it."""
-    commit = output("git", "describe", "--always", "--dirty", "--abbrev=10")
+    commit = output("git", "rev-parse", "--short=10", "HEAD")
+    # What this report writes itself changes nothing that is measured.
+    if output("git", "status", "--porcelain", "--", ".", ":!docs"):
+        commit += " and changes"
     compiler = output("c++", "--version").splitlines()[0]
     return (f"{datetime.date.today()}, commit {commit}, medians of {rounds} rounds, on {cpu()} "
-            f"({len(os.sched_getaffinity(0))} cores), Linux {os.uname().release}, {compiler}. "
+            f"({len(os.sched_getaffinity(0))} cores), Linux {os.uname().release.split('-')[0]}, {compiler}. "
             f"Between its rounds a figure varied by {spread:.0%}. "
             f"Again: `scripts/bench {name} --rounds {rounds}`.")
 
