@@ -14,7 +14,7 @@ class Goal:
     reference: str  # a contestant, "@case", or the unit of an absolute goal
 
     def __str__(self):
-        return f"{self.relation} {self.factor:g} {self.reference}"
+        return f"{self.relation} {self.factor:g} {self.reference.replace('@', 'of ')}"
 
     def judge(self, case, results):
         """What the figure is in terms of the goal, and whether that is enough; or None."""
