@@ -16,12 +16,13 @@ class Goal:
     def __str__(self):
         return f"{self.relation} {self.factor:g} {self.reference.replace('@', 'of ')}"
 
+    def cases(self, results):
+        return [case for case in results.cases() if fnmatchcase(case, self.pattern)]
+
     def judge(self, case, results):
         """What the figure is in terms of the goal, and whether that is enough; or None."""
         figure = results.median(case, self.contestant, self.metric)
-        if figure is None or not fnmatchcase(case, self.pattern):
-            return None
-        base = self.base(case, results)
+        base = self.base(case, results) if figure is not None else None
         if not base:
             return None
         reached = figure / base

@@ -40,12 +40,12 @@ def cell(value, limit):
 def goal_table(group, results):
     rows = [["case", "figure", "goal", "reached", "met"]]
     for goal in group.goals:
-        for case in results.cases(goal.metric):
-            judged = goal.judge(case, results)
-            if judged:
-                reached, met = judged
-                figure = f"{goal.contestant} {goal.metric.replace('_', ' ')}"
-                rows.append([case, figure, str(goal), f"{reached:.2f}", "yes" if met else "NO"])
+        figure = f"{goal.contestant} {goal.metric.replace('_', ' ')}"
+        # One that can not be judged, since a measurement failed, is not met.
+        for case in goal.cases(results) or [goal.pattern]:
+            reached, met = goal.judge(case, results) or (None, False)
+            reached = "-" if reached is None else f"{reached:.2f}"
+            rows.append([case, figure, str(goal), reached, "yes" if met else "NO"])
     return table(rows) if len(rows) > 1 else ""
 
 
