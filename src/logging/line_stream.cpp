@@ -1,5 +1,7 @@
 #include "logging/line_stream.h"
 
+#include <locale>
+
 namespace logging::detail {
 
 namespace {
@@ -77,17 +79,14 @@ void LineStream::release(LineStream* stream) {
 void LineStream::restart() {
     mBuffer.restart();
     exceptions(goodbit);
-    clear();
+    rdbuf(&mBuffer);  // also forgets failures
     flags(skipws | dec);
     precision(6);
     width(0);
     fill(' ');
     tie(nullptr);
-    // The program may have chosen another since.
-    if (const std::locale global; mLocale != global) {
-        imbue(global);
-        mLocale = global;
-    }
+    // An operand may have brought its own, or the program have chosen another since.
+    if (const std::locale global; getloc() != global) imbue(global);
 }
 
 bool LineStream::isWorthKeeping() const { return mLine.capacity() <= kKeptCapacity; }

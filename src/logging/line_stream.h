@@ -1,6 +1,5 @@
 #pragma once
 
-#include <locale>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -50,8 +49,6 @@ class LineStream : public std::ostream {
 
     TextBuffer mBuffer;
     std::string mLine;
-    // What getloc() gives, but that it makes a copy.
-    std::locale mLocale;
 };
 
 }  // namespace logging::detail

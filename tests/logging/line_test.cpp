@@ -67,11 +67,12 @@ TEST(Line, IsNotCutHoweverLongItIs) {
     EXPECT_EQ(capture.texts(), (Texts{longText, "short"}));
 }
 
+struct Grouping : std::numpunct<char> {
+    char do_thousands_sep() const override { return '\''; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
 TEST(Line, UsesTheLocaleOfTheProgram) {
-    struct Grouping : std::numpunct<char> {
-        char do_thousands_sep() const override { return '\''; }
-        std::string do_grouping() const override { return "\3"; }
-    };
     LogCapture capture;
     VYN_LOG_INFO << 1000000;
     const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
@@ -79,6 +80,22 @@ TEST(Line, UsesTheLocaleOfTheProgram) {
     std::locale::global(before);
     VYN_LOG_INFO << 1000000;
     EXPECT_EQ(capture.texts(), (Texts{"1000000", "1'000'000", "1000000"}));
+}
+
+// Leaves its own locale behind, and the stream without a buffer.
+struct Careless {};
+std::ostream& operator<<(std::ostream& stream, Careless) {
+    stream.imbue(std::locale(std::locale(), new Grouping));
+    stream << 1000000;
+    stream.rdbuf(nullptr);
+    return stream;
+}
+
+TEST(Line, DoesNotSufferFromACarelessOperandOfTheOneBefore) {
+    LogCapture capture;
+    VYN_LOG_INFO << Careless();
+    VYN_LOG_INFO << 1000000;
+    EXPECT_EQ(capture.texts(), (Texts{"1'000'000", "1000000"}));
 }
 
 TEST(Line, IsFilteredOnceMoreWhenItIsComplete) {
