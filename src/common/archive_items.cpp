@@ -5,7 +5,7 @@
 namespace vyn {
 
 void ArchiveItems::clear() {
-    mRecords = {};
+    std::vector<char>().swap(mRecords);
     mTaken = 0;
 }
 

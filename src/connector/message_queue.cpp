@@ -81,7 +81,7 @@ void MessageQueue::takeOver() {
 void MessageQueue::takeImmediate(Message& out) {
     out = mTaken[mNextTaken++].message;
     if (mNextTaken < mTaken.size() || mTaken.capacity() <= kMostKept) return;
-    mTaken = {};
+    std::vector<Entry>().swap(mTaken);
     mNextTaken = 0;
 }
 
