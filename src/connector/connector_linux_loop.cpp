@@ -31,8 +31,11 @@ void LinuxConnector::run() {
 }
 
 void LinuxConnector::runTurn(epoll_event* events) {
+    // Behind these the loop may wait, though their callbacks may ask for more of the same.
+    mTickFd.countOwnWakes(true);
     disconnectOverflowed();
     flushRequestedWrites();
+    mTickFd.countOwnWakes(false);
     const int count = waitForEvents(events);
     checkAndWriteData(count, events);
     mTimers.fireDue();

@@ -36,7 +36,7 @@ bool WakePipe::isOnLoopThread() const {
 }
 
 void WakePipe::wake() {
-    if (mEnds[1] < 0 || isOnLoopThread()) return;
+    if (mEnds[1] < 0 || (isOnLoopThread() && !mOwnWakesCount)) return;
     if (mByteWaits.exchange(true, std::memory_order_acq_rel)) return;
     const char byte = 0;
     [[maybe_unused]] const auto written = write(mEnds[1], &byte, 1);

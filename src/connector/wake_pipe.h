@@ -27,8 +27,12 @@ class WakePipe {
     bool hasLoop() const { return mLoopThread.load(std::memory_order_relaxed) != nullptr; }
     bool isOnLoopThread() const;
 
-    // Any thread. Does nothing on the loop's own thread, which is not waiting.
+    // Any thread. Does nothing on the loop's own thread, which is not waiting, unless its own
+    // wake-ups count.
     void wake();
+    // Loop thread. While they count, the loop wakes itself: for what its next turn is to see to
+    // without waiting first.
+    void countOwnWakes(bool count) { mOwnWakesCount = count; }
     // Takes the byte of a wake-up. Loop thread, when readEnd() is readable.
     void drain();
 
@@ -37,6 +41,7 @@ class WakePipe {
     std::atomic<bool> mByteWaits{false};
     // Marks the loop's thread; null while there is none.
     std::atomic<const void*> mLoopThread{nullptr};
+    bool mOwnWakesCount = false;  // the loop thread's
 };
 
 }  // namespace vyn

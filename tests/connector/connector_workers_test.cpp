@@ -5,6 +5,7 @@
 #include <vyn/worker.h>
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -488,6 +489,30 @@ TEST_F(ConnectorWorkersTest, AnOverflowOnAnotherThreadDisconnectsOnTheLoopsThrea
     std::thread::id loopThread;
     loop.call([&] { loopThread = std::this_thread::get_id(); });
     EXPECT_EQ(handledOn, loopThread);
+}
+
+TEST_F(ConnectorWorkersTest, AnOverflowThatAnotherOneCausesIsSeenToWithoutWaiting) {
+    std::vector<Connection> connections(80);
+    std::atomic<size_t> handled{0};
+    const auto overflow = [](Connection& connection) {
+        for (int i = 0; i < 101; ++i) connection.worker.queueWritting("x", 1);
+    };
+    executor.disconnected = [&](Worker* worker) {
+        loop.connector().removeWorkerLocked(worker);
+        const size_t next = handled + 1;
+        if (next < connections.size()) overflow(connections[next]);
+        handled = next;
+    };
+    const std::string filler(1 << 20, 'f');
+    for (Connection& connection : connections) {
+        connection.device.write(filler.data(), static_cast<int>(filler.size()));
+        add(connection.worker);
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    overflow(connections[0]);
+    EXPECT_TRUE(waitUntil([&] { return handled == connections.size(); }));
+    // A loop that waited would be woken by its own timer, five times a second.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
 }
 
 TEST_F(ConnectorWorkersTest, WorkersComeAndGoFromManyThreadsWhileTheLoopServes) {
