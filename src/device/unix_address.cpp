@@ -41,8 +41,9 @@ bool UnixAddress::parse(const std::string& text, UnixAddress* address) {
 bool UnixAddress::isAbstract(const std::string& text) { return !text.empty() && text[0] == '@'; }
 
 std::string UnixAddress::text() const {
-    if (mLength <= kPathOffset) return "";
-    const size_t size = std::min(mLength - kPathOffset, sizeof mStorage.sun_path);
+    const auto length = static_cast<size_t>(mLength);  // a device's socklen_t has a sign
+    if (length <= kPathOffset) return "";
+    const size_t size = std::min(length - kPathOffset, sizeof mStorage.sun_path);
     if (mStorage.sun_path[0] != '\0') return {path(), strnlen(path(), size)};
     std::string name(path(), size);
     std::replace(name.begin(), name.end(), '\0', '@');

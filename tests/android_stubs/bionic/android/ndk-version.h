@@ -1,0 +1,3 @@
+#pragma once
+
+#define __NDK_MAJOR__ 25
