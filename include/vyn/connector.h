@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <ostream>
 #include <string>
 
@@ -79,7 +80,8 @@ class VYN_API Connector {
       private:
         friend class LinuxConnector;
 
-        // Set by attach(), and kept after detach().
+        // Set by attach(), and kept after detach(). Other threads post through it meanwhile, so it
+        // is read and written atomically; plain, so that executors can be copied.
         Connector* mConnector = nullptr;
     };
 
@@ -151,8 +153,12 @@ class VYN_API Connector {
     // A worker has queued a write. Any thread.
     void queueWrite(Worker* worker);
     // A worker's write queue has overflowed: has the loop call its onWriteQueueOverflow(). Returns
-    // false while there is no loop. Any thread.
+    // false when it will not: no loop runs, or the worker is not here. Any thread.
     bool queueOverflow(Worker* worker);
+    // A worker's device has other descriptors than before.
+    void updateDescriptorsOf(Worker* worker);
+    // Numbers the additions of workers: 0 while this one is not here. Any thread.
+    uint64_t ticketOf(Worker* worker);
 
     static Impl* createImplement(Connector* connector);
     static void destroyImplement(Impl* impl);

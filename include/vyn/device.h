@@ -62,6 +62,10 @@ class VYN_API Device {
     void onFileChanged(const std::string& path, int mask);
 
   protected:
+    // For a subclass whose getFd() or getFds() has another answer than before: the loop that serves
+    // the worker, if there is one, watches what they name now.
+    void descriptorsChanged();
+
     // Who is reported to, or null.
     Worker* mWorker = nullptr;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <list>
 #include <ostream>
 #include <string>
@@ -141,6 +142,9 @@ class VYN_API Worker : public Parser::PostListener {
     void onNetworkChanged();
     void onFileChanged(const std::string& path, int mask);
 
+    // The connector that has this worker watches the device's present descriptors.
+    void onDescriptorsChanged();
+
     // --- Authentication.
     // Asks an attached authenticator to start.
     void requireAuth();
@@ -153,6 +157,8 @@ class VYN_API Worker : public Parser::PostListener {
   private:
     friend class LinuxConnector;
 
+    // As checkHeartbit() for the connector's worker with this ticket; 0 for one of no connector.
+    void checkHeartbit(uint64_t ticket);
     int enqueue(const void* data, int len);
     bool writeOnce(WriteNode& node);
     void onWriteQueueOverflow();

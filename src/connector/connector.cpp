@@ -22,7 +22,8 @@ Connector::Executor::~Executor() = default;
 void Connector::Executor::sendMessage(const Message& message) { sendMessageDelayed(message, 0); }
 
 void Connector::Executor::sendMessageDelayed(const Message& message, long delayMs) {
-    if (mConnector != nullptr) mConnector->sendMessageDelayed(this, message, delayMs);
+    Connector* const connector = __atomic_load_n(&mConnector, __ATOMIC_ACQUIRE);
+    if (connector != nullptr) connector->sendMessageDelayed(this, message, delayMs);
 }
 
 Connector::Connector() : mImpl(createImplement(this)) {}
@@ -107,6 +108,16 @@ void Connector::queueWrite(Worker* worker) {
 bool Connector::queueOverflow(Worker* worker) {
     VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, false);
     return mImpl->queueOverflow(worker);
+}
+
+void Connector::updateDescriptorsOf(Worker* worker) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->updateDescriptorsOf(worker);
+}
+
+uint64_t Connector::ticketOf(Worker* worker) {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, 0);
+    return mImpl->ticketOf(worker);
 }
 
 int Connector::getLoading() {

@@ -2,6 +2,8 @@
 
 #include <vyn/connector.h>
 
+#include <cstdint>
+
 namespace vyn {
 
 // What stands behind a Connector; see there for what each operation does.
@@ -23,6 +25,8 @@ class Connector::Impl {
     virtual void queueWrite() = 0;
     virtual void queueWriteOf(Worker* worker) = 0;
     virtual bool queueOverflow(Worker* worker) = 0;
+    virtual void updateDescriptorsOf(Worker* worker) = 0;
+    virtual uint64_t ticketOf(Worker* worker) = 0;
     virtual int getLoading() = 0;
     virtual void setLoadingRange(int empty, int full) = 0;
 };

@@ -29,7 +29,7 @@ void LinuxConnector::attach(Connector::Executor* executor) {
         VYN_LOG_FATAL << "An executor should not be attached twice! " << executor;
         return;
     }
-    executor->mConnector = mConnector;
+    __atomic_store_n(&executor->mConnector, mConnector, __ATOMIC_RELEASE);
 }
 
 void LinuxConnector::detach(Connector::Executor* executor) {
@@ -38,14 +38,12 @@ void LinuxConnector::detach(Connector::Executor* executor) {
 
 void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* executor) {
     const WorkerRegistry::Added added = mWorkers.add(worker, mConnector, executor);
-    // Closed descriptors are refused as a matter of course; others had better be known.
-    if (added.refusedFd >= 0 && added.error != EBADF) {
-        VYN_LOG_WARNING << logging::ErrnoText{added.error} << "can not watch fd " << added.refusedFd
-                        << ", nothing will be read from it. " << worker;
-    }
+    report(added.refusal, worker);
     if (added.ticket == 0) return;
     worker->onReady();
-    mWorkers.setReady(worker, added.ticket);
+    const WorkerRegistry::Readied readied = mWorkers.setReady({worker, added.ticket});
+    if (readied.refusal.fd != added.refusal.fd) report(readied.refusal, worker);
+    if (readied.hasOverflowed) worker->onWriteQueueOverflow();
 }
 
 void LinuxConnector::removeWorkerLocked(Worker* worker) { mWorkers.remove(worker); }
@@ -55,12 +53,12 @@ void LinuxConnector::removeWorkerLocked(Worker* worker) { mWorkers.remove(worker
 void LinuxConnector::stop() { mRunning.store(false, std::memory_order_release); }
 
 void LinuxConnector::dump(std::ostream& os) {
-    std::vector<Worker*> workers;
-    mWorkers.snapshot(workers);
+    std::vector<Registration> workers;
+    mWorkers.listAll(workers);
     os << "LinuxConnector: {Pointer: " << static_cast<const void*>(this)
        << ", Executors: " << mExecutors.size() << ", Loading: " << getLoading() << ", Workers: [";
     const char* separator = "";
-    for (Worker* worker : workers) {
+    for (const auto& [worker, ticket] : workers) {
         os << separator << worker->getClassName() << "(" << static_cast<const void*>(worker) << ")";
         separator = ", ";
     }
@@ -84,11 +82,13 @@ void LinuxConnector::queueWrite() { mTickFd.wake(); }
 
 void LinuxConnector::queueWriteOf(Worker* worker) { mWorkers.requestWrite(worker); }
 
-bool LinuxConnector::queueOverflow(Worker* worker) {
-    if (!mTickFd.hasLoop()) return false;
-    mWorkers.requestOverflow(worker);
-    return true;
+bool LinuxConnector::queueOverflow(Worker* worker) { return mWorkers.requestOverflow(worker); }
+
+void LinuxConnector::updateDescriptorsOf(Worker* worker) {
+    report(mWorkers.update(worker), worker);
 }
+
+uint64_t LinuxConnector::ticketOf(Worker* worker) { return mWorkers.ticketOf(worker); }
 
 int LinuxConnector::getLoading() {
     const int64_t busy = mDiagnoser.busyPercent();
@@ -104,16 +104,19 @@ void LinuxConnector::setLoadingRange(int empty, int full) {
 
 void LinuxConnector::checkHeartbit() {
     const uint32_t removals = mWorkers.removals();
-    mWorkers.snapshot(mHeartbitSnapshot);
-    for (Worker* worker : mHeartbitSnapshot) {
-        if (mWorkers.removals() != removals && !mWorkers.contains(worker)) continue;
-        if (worker->isValid()) worker->checkHeartbit();
+    mWorkers.listReady(mHeartbitSnapshot);
+    for (const Registration& registration : mHeartbitSnapshot) {
+        if (mWorkers.removals() != removals && !mWorkers.holds(registration)) continue;
+        Worker* const worker = registration.worker;
+        if (worker->isValid()) worker->checkHeartbit(registration.ticket);
     }
 }
 
 void LinuxConnector::init() {
     addTimer(&mHeartbitTimer, HeartbitTimer::kIntervalMs, this);
     if (!mEpoll.isOpen()) {
+        VYN_LOG_ERROR << logging::ErrnoText{mEpoll.error()}
+                      << "epoll_create1 fail. a connector can not work.";
         VYN_LOG_FATAL << "mEpollFd < 0 !!!!";
         return;
     }
@@ -122,7 +125,16 @@ void LinuxConnector::init() {
         return;
     }
     VYN_LOG_DEBUG << "addFdToFdSet, fd:" << mTickFd.readEnd() << ", tickpipe";
-    mEpoll.add({mTickFd.readEnd(), 0});
+    mEpoll.add({mTickFd.readEnd(), 0}, EPOLLIN);
+}
+
+// Closed descriptors are refused as a matter of course; others had better be known. The worker may
+// have been served, and deleted, meanwhile.
+void LinuxConnector::report(const WorkerRegistry::Refusal& refusal, const Worker* worker) {
+    if (refusal.fd < 0 || refusal.error == EBADF) return;
+    VYN_LOG_WARNING << logging::ErrnoText{refusal.error} << "can not watch fd " << refusal.fd
+                    << ", nothing will be read from it. worker "
+                    << static_cast<const void*>(worker);
 }
 
 std::ostream& operator<<(std::ostream& os, LinuxConnector* connector) {

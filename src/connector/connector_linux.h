@@ -10,6 +10,7 @@
 #include "connector/epoll.h"
 #include "connector/heartbit_timer.h"
 #include "connector/message_queue.h"
+#include "connector/stale_events.h"
 #include "connector/timer_queue.h"
 #include "connector/wake_pipe.h"
 #include "connector/worker_registry.h"
@@ -39,6 +40,8 @@ class LinuxConnector : public Connector::Impl {
     void queueWrite() override;
     void queueWriteOf(Worker* worker) override;
     bool queueOverflow(Worker* worker) override;
+    void updateDescriptorsOf(Worker* worker) override;
+    uint64_t ticketOf(Worker* worker) override;
     int getLoading() override;
     void setLoadingRange(int empty, int full) override;
 
@@ -56,9 +59,11 @@ class LinuxConnector : public Connector::Impl {
     void flushRequestedWrites();
     void dispatch(int count, const epoll_event* events);
     void dispatch(const epoll_event& event);
+    void note(WorkerRegistry::Owner owner, EpollToken token);
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);
     void onReadable(EpollToken token, Worker* worker);
     void dropClosedRegistrations();
+    static void report(const WorkerRegistry::Refusal& refusal, const Worker* worker);
 
     Connector* mConnector;
     std::unordered_set<Connector::Executor*> mExecutors;
@@ -67,10 +72,10 @@ class LinuxConnector : public Connector::Impl {
     Epoll mEpoll;
     WakePipe mTickFd;
     WorkerRegistry mWorkers{mEpoll, mTickFd};
+    HeartbitTimer mHeartbitTimer{*this};  // one of those of mTimers, which drops it at its end
     TimerQueue mTimers{mTickFd};
     MessageQueue mMessages{mTickFd};
     Diagnoser mDiagnoser;
-    HeartbitTimer mHeartbitTimer{*this};
     // One value, so that a reader never sees half of a new range. Aligned, so that Clang reads it
     // in one instruction instead of calling a library for it.
     struct alignas(8) LoadingRange {
@@ -80,14 +85,12 @@ class LinuxConnector : public Connector::Impl {
     std::atomic<LoadingRange> mLoadingRange{{0, 100}};
 
     // Kept for their memory only.
-    std::vector<Worker*> mHeartbitSnapshot;
-    std::vector<Worker*> mOverflowed;
-    std::vector<Worker*> mDirectWriters;
+    std::vector<Registration> mHeartbitSnapshot;
+    std::vector<Registration> mOverflowed;
+    std::vector<Registration> mDirectWriters;
 
     bool mHadSeveralEvents = false;  // in the last turn that looked for some
-    // Batches with events of registrations that had ended before the batch.
-    int mStaleBatches = 0;
-    bool mStaleEvent = false;
+    StaleEvents mStaleEvents;
 };
 
 std::ostream& operator<<(std::ostream& os, LinuxConnector* connector);

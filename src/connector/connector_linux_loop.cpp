@@ -15,18 +15,20 @@ namespace {
 
 constexpr int kEventsPerWait = 20;
 constexpr int64_t kLongestWaitMs = 1000;
-// This many batches in a row with events that belong to nobody mean that they will not end.
-constexpr int kStaleBatchesToReopen = 3;
 
 }  // namespace
 
 void LinuxConnector::run() {
     epoll_event events[kEventsPerWait] = {};
     mTickFd.enterLoop();
+    mWorkers.beginServing();
     mRunning.store(true, std::memory_order_relaxed);
     do {
         runTurn(events);
     } while (mRunning.load(std::memory_order_acquire));
+    do {
+        disconnectOverflowed();  // in the last turn, or by these callbacks
+    } while (!mWorkers.endServing());
     mTickFd.leaveLoop();
 }
 
@@ -44,18 +46,18 @@ void LinuxConnector::runTurn(epoll_event* events) {
 }
 
 void LinuxConnector::disconnectOverflowed() {
-    const uint32_t removals = mWorkers.removals();
     mWorkers.takeOverflows(mOverflowed);
-    for (Worker* worker : mOverflowed) {
-        if (mWorkers.removals() != removals && !mWorkers.contains(worker)) continue;
-        worker->onWriteQueueOverflow();
+    for (const Registration& overflowed : mOverflowed) {
+        if (mWorkers.holds(overflowed)) overflowed.worker->onWriteQueueOverflow();
     }
 }
 
 void LinuxConnector::flushRequestedWrites() {
     mWorkers.armRequestedWrites(mDirectWriters);
-    for (Worker* worker : mDirectWriters) {
-        if (!worker->performWrite()) mWorkers.awaitWritable(worker);
+    const uint32_t removals = mWorkers.removals();
+    for (const Registration& writer : mDirectWriters) {
+        if (mWorkers.removals() != removals && !mWorkers.holds(writer)) continue;
+        if (!writer.worker->performWrite()) mWorkers.awaitWritable(writer);
     }
 }
 
@@ -82,6 +84,7 @@ int LinuxConnector::nextTimerAndMessageTimeout(int64_t now) const {
 }
 
 void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
+    if (count > 0) mStaleEvents.beginBatch();
     for (int i = 0; i < count; ++i) {
         if ((events[i].events & EPOLLOUT) == 0 || (events[i].events & EPOLLERR) != 0) continue;
         const EpollToken token = EpollToken::of(events[i]);
@@ -90,6 +93,8 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
         const bool done = owner == WorkerRegistry::Owner::kValid && worker->performWrite();
         // One that is not valid will not write, and its interest would keep the loop awake.
         if (done || owner == WorkerRegistry::Owner::kNotValid) mWorkers.disarmWrite(token);
+        if (events[i].events != EPOLLOUT) continue;  // dispatch() sees to the rest
+        note(owner, token);
     }
 }
 
@@ -107,14 +112,8 @@ void LinuxConnector::checkAndHandleMessage() {
 
 void LinuxConnector::dispatch(int count, const epoll_event* events) {
     if (count <= 0) return;
-    const uint32_t removals = mWorkers.removals();
-    mStaleEvent = false;
     for (int i = 0; i < count; ++i) dispatch(events[i]);
-    if (!mStaleEvent) {
-        mStaleBatches = 0;
-    } else if (mWorkers.removals() == removals && ++mStaleBatches >= kStaleBatchesToReopen) {
-        dropClosedRegistrations();
-    }
+    if (mStaleEvents.last()) dropClosedRegistrations();
 }
 
 void LinuxConnector::dispatch(const epoll_event& event) {
@@ -125,14 +124,25 @@ void LinuxConnector::dispatch(const epoll_event& event) {
     const EpollToken token = EpollToken::of(event);
     if (token.fd == mTickFd.readEnd()) {
         mTickFd.drain();
+        mStaleEvents.addOther();
         return;
     }
     Worker* worker = nullptr;
     const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
-    if (owner == WorkerRegistry::Owner::kGone) {
-        mStaleEvent = true;
-    } else if (owner != WorkerRegistry::Owner::kNotReady) {
+    note(owner, token);
+    if (owner == WorkerRegistry::Owner::kGone) return;
+    if (owner == WorkerRegistry::Owner::kNotReady) {
+        mWorkers.stopWatching(token);  // until it is ready
+    } else {
         hungUp ? onHangUp(event.events, token, worker) : onReadable(token, worker);
+    }
+}
+
+void LinuxConnector::note(WorkerRegistry::Owner owner, EpollToken token) {
+    if (owner == WorkerRegistry::Owner::kGone) {
+        mStaleEvents.add(token);
+    } else {
+        mStaleEvents.addOther();
     }
 }
 
@@ -161,10 +171,10 @@ void LinuxConnector::onReadable(EpollToken token, Worker* worker) {
 // A descriptor that was closed before its worker was removed stays in the epoll set for as long as
 // a duplicate of it is open, and no call can take it out any more: only a new set is rid of it.
 void LinuxConnector::dropClosedRegistrations() {
-    VYN_LOG_WARNING << "a closed descriptor is still open elsewhere, epoll set is made anew.";
-    mStaleBatches = 0;
-    mWorkers.reopenEpoll();
-    mEpoll.add({mTickFd.readEnd(), 0});
+    const int error = mWorkers.reopenEpoll(false);
+    if (error == 0) {
+        VYN_LOG_WARNING << "a closed descriptor is still open elsewhere, epoll set is made anew.";
+    }
 }
 
 }  // namespace vyn

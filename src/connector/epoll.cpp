@@ -1,56 +1,42 @@
 #include "connector/epoll.h"
 
 #include <unistd.h>
-#include <vyn/logging.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace vyn {
 
-namespace {
-
-epoll_event makeEvent(EpollToken token, bool write) {
-    epoll_event event{};
-    event.events = EPOLLIN | (write ? EPOLLOUT : 0u);
-    event.data.u64 = token.pack();
-    return event;
-}
-
-}  // namespace
-
-Epoll::Epoll() : mFd(epoll_create1(EPOLL_CLOEXEC)) {
-    if (mFd < 0) VYN_LOG_ERRNO_ERROR << "epoll_create1 fail. a connector can not work.";
-}
+Epoll::Epoll() : mFd(epoll_create1(EPOLL_CLOEXEC)), mError(mFd < 0 ? errno : 0) {}
 
 Epoll::~Epoll() {
     if (mFd >= 0) close(mFd);
 }
 
-int Epoll::add(EpollToken token) {
-    epoll_event event = makeEvent(token, false);
-    return epoll_ctl(mFd, EPOLL_CTL_ADD, token.fd, &event) == 0 ? 0 : errno;
+int Epoll::add(EpollToken token, uint32_t interest) {
+    return control(EPOLL_CTL_ADD, token, interest);
 }
 
-void Epoll::modify(EpollToken token, bool write) {
-    epoll_event event = makeEvent(token, write);
-    epoll_ctl(mFd, EPOLL_CTL_MOD, token.fd, &event);
+int Epoll::modify(EpollToken token, uint32_t interest) {
+    return control(EPOLL_CTL_MOD, token, interest);
 }
 
-void Epoll::remove(int fd) {
-    epoll_event unused{};
-    epoll_ctl(mFd, EPOLL_CTL_DEL, fd, &unused);
-}
+void Epoll::remove(int fd) { control(EPOLL_CTL_DEL, {fd, 0}, 0); }
 
 int Epoll::wait(epoll_event* events, int most, int timeoutMs) {
     return epoll_wait(mFd, events, most, timeoutMs);
 }
 
-bool Epoll::reopen() {
-    const int fresh = epoll_create1(EPOLL_CLOEXEC);
-    if (fresh < 0) return false;
-    close(mFd);
-    mFd = fresh;
-    return true;
+void Epoll::replaceBy(Epoll& other, bool isLost) {
+    if (!isLost) close(mFd);
+    mFd = std::exchange(other.mFd, -1);
+}
+
+int Epoll::control(int operation, EpollToken token, uint32_t interest) {
+    epoll_event event{};
+    event.events = interest;
+    event.data.u64 = token.pack();
+    return epoll_ctl(mFd, operation, token.fd, &event) == 0 ? 0 : errno;
 }
 
 }  // namespace vyn

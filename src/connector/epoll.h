@@ -27,24 +27,30 @@ class Epoll {
     Epoll(const Epoll&) = delete;
     Epoll& operator=(const Epoll&) = delete;
 
-    // False when the process is out of descriptors.
+    // False when the process is out of descriptors; error() is the errno of that.
     bool isOpen() const { return mFd >= 0; }
+    int error() const { return mError; }
 
-    // Watches a descriptor for reading. Returns 0, or the errno of a refusal: EEXIST when it is
-    // watched already.
-    int add(EpollToken token);
-    // Sets the token, and the interest in writing beside that in reading.
-    void modify(EpollToken token, bool write);
+    // Watches a descriptor for `interest`, such as EPOLLIN. Returns 0, or the errno of a refusal:
+    // EEXIST when it is watched already.
+    int add(EpollToken token, uint32_t interest);
+    // Sets the token and the interest. Returns 0, or the errno of a refusal: ENOENT when what is
+    // open under this number is not what was added.
+    int modify(EpollToken token, uint32_t interest);
     void remove(int fd);
 
-    // epoll_wait: the number of events, or a negative value when interrupted.
+    // epoll_wait: the number of events, or a negative value with errno.
     int wait(epoll_event* events, int most, int timeoutMs);
 
-    // Starts over with an empty set. Returns false, with the old set, when there is no new one.
-    bool reopen();
+    // Takes over the other's set and closes the own, unless that `isLost`: somebody closed it, and
+    // its number may be another's by now.
+    void replaceBy(Epoll& other, bool isLost);
 
   private:
+    int control(int operation, EpollToken token, uint32_t interest);
+
     int mFd;
+    int mError;
 };
 
 }  // namespace vyn

@@ -23,8 +23,7 @@ class WakePipe {
     // The calling thread is the loop's from here on, or is not any more.
     void enterLoop();
     void leaveLoop();
-    // Any thread. Whether there is a loop, and whether the caller is on its thread.
-    bool hasLoop() const { return mLoopThread.load(std::memory_order_relaxed) != nullptr; }
+    // Any thread. Whether the caller is on the loop's thread.
     bool isOnLoopThread() const;
 
     // Any thread. Does nothing on the loop's own thread, which is not waiting, unless its own

@@ -81,13 +81,19 @@ void Worker::onDataArrival(int fd) {
 }
 
 void Worker::checkHeartbit() {
+    Connector* const connector = getConnector();
+    checkHeartbit(connector == nullptr ? 0 : connector->ticketOf(this));
+}
+
+void Worker::checkHeartbit(uint64_t ticket) {
     if (!checkValid()) return;
     const long sinceLastRead =
         helper::tickDifference(helper::mtick(), mLastReadTick.load(std::memory_order_relaxed));
     LifeWatch life(static_cast<PostListener*>(this));
     sendHeartbit(
         helper::tickDifference(helper::mtick(), mLastWriteTick.load(std::memory_order_relaxed)));
-    if (life.ended()) return;  // the keep-alive found the peer gone, and the executor acted on it
+    // The keep-alive may have found the peer gone, and the executor acted on it.
+    if (life.ended() || (ticket != 0 && getConnector()->ticketOf(this) != ticket)) return;
     if (!hasRemoteTimedout(sinceLastRead)) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onHeartbitTimeout(this);
@@ -129,6 +135,11 @@ void Worker::onFileChanged(const std::string& path, int mask) {
     if (!checkValid()) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onFileChanged(this, path, mask);
+}
+
+void Worker::onDescriptorsChanged() {
+    Connector* const connector = getConnector();
+    if (connector != nullptr) connector->updateDescriptorsOf(this);
 }
 
 void Worker::requireAuth() {

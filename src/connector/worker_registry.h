@@ -10,122 +10,127 @@
 
 #include "connector/epoll.h"
 #include "connector/wake_pipe.h"
+#include "connector/watched_descriptors.h"
+#include "connector/worker_entry.h"
 
 namespace vyn {
 
-// A connector's workers and the descriptors registered for them.
+// A connector's workers, and what is asked for them.
 //
 // Any thread may add, remove and request; the rest belongs to the loop. The lock is held for
-// look-ups only, never while a worker calls the application. No operation but snapshot() and
+// look-ups only, never while a worker calls the application. No operation but the lists and
 // reopenEpoll() takes time that grows with the number of workers.
 class WorkerRegistry {
   public:
     // Neither is owned. `wakePipe` is woken for requests.
-    WorkerRegistry(Epoll& epoll, WakePipe& wakePipe) : mEpoll(epoll), mWakePipe(wakePipe) {}
+    WorkerRegistry(Epoll& epoll, WakePipe& wakePipe)
+        : mEpoll(epoll), mWakePipe(wakePipe), mDescriptors(epoll) {}
     WorkerRegistry(const WorkerRegistry&) = delete;
     WorkerRegistry& operator=(const WorkerRegistry&) = delete;
 
-    // What add() did.
+    using Refusal = WatchedDescriptors::Refusal;
     struct Added {
         // Not 0 for a worker that is new here. The caller calls its onReady() and then
         // setReady(); until then the loop leaves the worker alone, as an event might end it.
         uint64_t ticket = 0;
-        // A descriptor that the kernel refused to watch, with its errno; -1 when there is none.
-        int refusedFd = -1;
-        int error = 0;
+        Refusal refusal;
     };
-    // Attaches the worker and registers those of its descriptors that are not registered yet.
+    // Attaches the worker and watches the descriptors that its device names.
     Added add(Worker* worker, Connector* connector, Connector::Executor* executor);
-    // The worker may have been removed, and even deleted, in its onReady().
-    void setReady(Worker* worker, uint64_t ticket);
-    // Forgets the worker and all descriptors registered for it, also those closed meanwhile.
-    // Unknown workers are ignored.
+    struct Readied {
+        // No loop runs to see to it: the caller calls its onWriteQueueOverflow().
+        bool hasOverflowed = false;
+        Refusal refusal;
+    };
+    // Watches the descriptors that the device names by now. The worker may have been removed, and
+    // even deleted, in its onReady().
+    Readied setReady(const Registration& registration);
+    // Watches the descriptors that the worker's device names now, in the place of those that it
+    // named before. Unknown workers are ignored.
+    Refusal update(Worker* worker);
+    // Forgets the worker, all descriptors registered for it, also those closed meanwhile, and what
+    // was requested for it. Unknown workers are ignored.
     void remove(Worker* worker);
-    bool contains(Worker* worker);
+
+    // The ticket of the worker's registration; 0 for an unknown one.
+    uint64_t ticketOf(Worker* worker);
+    // Whether the registration has not ended, in which case the worker exists.
+    bool holds(const Registration& registration);
     // Counts the removals, so that somebody who walks over workers notices one.
     uint32_t removals() const { return mRemovals.load(std::memory_order_acquire); }
-    // The workers in the order in which they were added, without those that are not ready. `out` is
+    // The workers in the order in which they were added: all, or those that are ready. `out` is
     // emptied first.
-    void snapshot(std::vector<Worker*>& out);
+    void listAll(std::vector<Registration>& out);
+    void listReady(std::vector<Registration>& out);
 
     // --- Events.
     enum class Owner {
         kValid,
         kNotValid,
-        kNotReady,  // the event comes again when it is
-        kGone,      // the registration ended: the number may be another's by now
+        kNotReady,
+        kGone,  // the registration ended: the number may be another's by now
     };
     // Whose event this is; sets `worker` when that is kValid.
     Owner find(EpollToken token, Worker*& worker);
-    // Lets epoll forget a descriptor whose worker is not valid any more.
+    // Lets epoll forget the descriptor, until its worker is ready or is added again.
     void stopWatching(EpollToken token);
-    // Puts a new epoll set in the place of the old one, and every watched descriptor into it.
-    void reopenEpoll();
+    // Puts a new epoll set in the place of the old one, which may be lost (see Epoll::replaceBy()),
+    // and every watched descriptor into it. Returns 0, or an errno and the old set is kept.
+    int reopenEpoll(bool isLost);
 
     // --- Writing.
-    // Any thread. Has armRequestedWrites() look at the worker; unknown ones are ignored.
+    // Any thread. Has armRequestedWrites() look at the worker; unknown ones are ignored, and such
+    // as are not ready are looked at when they are.
     void requestWrite(Worker* worker);
     // Sees to the requested workers that have something to write. Those that can find out without
     // waiting what is taken go to `direct`, which is emptied first: they are to write at once. The
-    // others get an interest in writing.
-    void armRequestedWrites(std::vector<Worker*>& direct);
+    // others get an interest in writing. Returns 0, or the errno with which the kernel refused that
+    // to one of them, which is tried again.
+    int armRequestedWrites(std::vector<Registration>& direct);
     // For one of those that was left with something to write: gives it the interest, or has the
     // next turn look at it again when its device has no descriptor that tells when it takes more.
-    void awaitWritable(Worker* worker);
-    // Drops the interest again.
-    void disarmWrite(EpollToken token);
+    // Returns as armRequestedWrites() does.
+    int awaitWritable(const Registration& registration);
+    // Has armRequestedWrites() look at the worker again 10 ms from now.
+    void retryWrite(const Registration& registration);
+    // The tick::now() at which there is something to try again; INT64_MAX without.
+    int64_t nextRetry() const { return mNextRetry; }
+    // Drops the interest again. False, with errno, when the kernel refused.
+    bool disarmWrite(EpollToken token);
 
     // --- Write queues that overflowed.
-    // Any thread. Unknown workers are ignored.
-    void requestOverflow(Worker* worker);
-    // Takes the workers that were requested and are still here. `out` is emptied first.
-    void takeOverflows(std::vector<Worker*>& out);
+    // A loop sees to the requests from here on.
+    void beginServing();
+    // Ends that, unless there are requests that it has to see to first; then false.
+    bool endServing();
+    // Any thread. Has the loop's next turn take the worker, or the caller of its setReady() when it
+    // is not ready. False when nobody will: it is unknown, or no loop runs.
+    bool requestOverflow(Worker* worker);
+    // Takes the workers that were requested. `out` is emptied first.
+    void takeOverflows(std::vector<Registration>& out);
 
   private:
-    struct Entry {
-        Worker* worker = nullptr;
-        uint64_t ticket = 0;
-        int firstFd = -1;  // its descriptors are chained through their slots
-        bool ready = false;
-        bool writeRequested = false;
-        Entry* previous = nullptr;  // in the order of addition
-        Entry* next = nullptr;
-    };
-    // What is known of a descriptor, by its number.
-    struct Slot {
-        Entry* owner = nullptr;
-        uint32_t generation = 0;
-        int nextFd = -1;
-        bool watched = false;
-        bool writeArmed = false;
-        bool readOnly = false;  // never becomes writable, as standard input that is a pipe
-    };
-
-    Entry& enlist(Worker* worker) VYN_REQUIRES(mLock);
-    void delist(Entry& entry) VYN_REQUIRES(mLock);
-    void registerDescriptors(Entry& entry, Added& added) VYN_REQUIRES(mLock);
-    void registerDescriptor(Entry& entry, int fd, Added& added) VYN_REQUIRES(mLock);
-    bool owns(const Entry& entry, int fd) const VYN_REQUIRES(mLock);
-    uint32_t nextGeneration() VYN_REQUIRES(mLock);
-    void unchain(int fd) VYN_REQUIRES(mLock);
-    void pushWriteRequest(Entry& entry) VYN_REQUIRES(mLock);
-    bool canWriteNow(const Entry& entry) VYN_REQUIRES(mLock);
-    bool armWrite(Entry& entry) VYN_REQUIRES(mLock);
-    Slot& slotOf(int fd) VYN_REQUIRES(mLock);
-    Slot* watchedSlot(EpollToken token) VYN_REQUIRES(mLock);
+    WorkerEntry* entryOf(Worker* worker) VYN_REQUIRES(mLock);
+    WorkerEntry* entryOf(const Registration& registration) VYN_REQUIRES(mLock);
+    WorkerEntry& enlist(Worker* worker) VYN_REQUIRES(mLock);
+    void pushWriteRequest(WorkerEntry& entry) VYN_REQUIRES(mLock);
+    void pushRetry(WorkerEntry& entry) VYN_REQUIRES(mLock);
+    void takeDueRetries() VYN_REQUIRES(mLock);
+    bool canWriteNow(const WorkerEntry& entry) VYN_REQUIRES(mLock);
+    WorkerEntry* firstOverflow() VYN_REQUIRES(mLock);
 
     Epoll& mEpoll;
     WakePipe& mWakePipe;
     Lock mLock;
-    std::unordered_map<Worker*, Entry> mEntries VYN_GUARDED_BY(mLock);
-    Entry* mFirst VYN_GUARDED_BY(mLock) = nullptr;
-    Entry* mLast VYN_GUARDED_BY(mLock) = nullptr;
+    std::unordered_map<Worker*, WorkerEntry> mEntries VYN_GUARDED_BY(mLock);
+    WatchedDescriptors mDescriptors VYN_GUARDED_BY(mLock);
     uint64_t mLastTicket VYN_GUARDED_BY(mLock) = 0;
-    std::vector<Slot> mSlots VYN_GUARDED_BY(mLock);
-    uint32_t mLastGeneration VYN_GUARDED_BY(mLock) = 0;
-    // By address only: a worker may be gone by the time it is looked up.
-    std::vector<Worker*> mWriteRequests VYN_GUARDED_BY(mLock);
-    std::vector<Worker*> mOverflowRequests VYN_GUARDED_BY(mLock);
+    bool mServing VYN_GUARDED_BY(mLock) = false;
+    WorkerList<&WorkerEntry::inOrder> mOrder VYN_GUARDED_BY(mLock);
+    WorkerList<&WorkerEntry::inWrites> mWrites VYN_GUARDED_BY(mLock);
+    WorkerList<&WorkerEntry::inRetries> mRetries VYN_GUARDED_BY(mLock);
+    WorkerList<&WorkerEntry::inOverflows> mOverflows VYN_GUARDED_BY(mLock);
+    int64_t mNextRetry = INT64_MAX;  // the loop's
     // Spare the loop the lock when there is nothing to look at.
     std::atomic<bool> mHasWriteRequests{false};
     std::atomic<bool> mHasOverflowRequests{false};

@@ -46,6 +46,10 @@ void Device::onFileChanged(const std::string& path, int mask) {
     if (mWorker != nullptr) mWorker->onFileChanged(path, mask);
 }
 
+void Device::descriptorsChanged() {
+    if (mWorker != nullptr) mWorker->onDescriptorsChanged();
+}
+
 const char* BaseDevice::getClassName() { return "BaseDevice"; }
 
 void BaseDevice::onDataArrival(int) {

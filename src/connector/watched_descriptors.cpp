@@ -1,0 +1,173 @@
+#include "connector/watched_descriptors.h"
+
+#include <fcntl.h>
+#include <vyn/worker.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace vyn {
+
+namespace {
+
+std::vector<int> namedBy(Worker& worker) {
+    const int fd = worker.getFd();
+    return fd >= 0 ? std::vector<int>{fd} : worker.getFds();
+}
+
+bool contains(const std::vector<int>& fds, int fd) {
+    return std::find(fds.begin(), fds.end(), fd) != fds.end();
+}
+
+// The errno of a number that names nothing any more, or not what was registered under it.
+bool tellsOfAnEnd(int error) { return error == ENOENT || error == EBADF; }
+
+}  // namespace
+
+WatchedDescriptors::Refusal WatchedDescriptors::update(WorkerEntry& entry) {
+    Refusal refusal;
+    if (!entry.worker->isValid()) return refusal;
+    const std::vector<int> named = namedBy(*entry.worker);
+    forgetUnnamed(entry, named);
+    for (const int fd : named) {
+        const int error = fd >= 0 ? watch(entry, fd) : 0;
+        if (error != 0) refusal = {fd, error};
+    }
+    return refusal;
+}
+
+void WatchedDescriptors::forget(WorkerEntry& entry) { forgetUnnamed(entry, {}); }
+
+WorkerEntry* WatchedDescriptors::ownerOf(EpollToken token) {
+    const Slot* slot = watchedSlot(token);
+    return slot == nullptr ? nullptr : slot->owner;
+}
+
+void WatchedDescriptors::suspend(EpollToken token) {
+    Slot* slot = watchedSlot(token);
+    if (slot == nullptr) return;
+    mEpoll.remove(token.fd);
+    slot->watched = false;
+}
+
+bool WatchedDescriptors::canArmWrite(const WorkerEntry& entry) const {
+    const int fd = entry.worker->getFd();
+    if (fd < 0 || !owns(entry, fd)) return false;
+    const Slot& slot = mSlots[static_cast<size_t>(fd)];
+    return slot.watched && (slot.interest & EPOLLOUT) == 0;
+}
+
+WatchedDescriptors::Armed WatchedDescriptors::armWrite(WorkerEntry& entry) {
+    const int fd = entry.worker->getFd();
+    if (fd < 0) return entry.worker->getFds().empty() ? Armed::kNever : Armed::kYes;
+    if (!owns(entry, fd)) return Armed::kYes;
+    if (slotOf(fd).readOnly) return Armed::kNever;
+    int error = setInterest(fd, slotOf(fd).interest | EPOLLOUT);
+    // Another descriptor has taken the number: the device's next one, since it names it.
+    if (error == ENOENT && watch(entry, fd) == 0) error = setInterest(fd, EPOLLIN | EPOLLOUT);
+    if (error == 0 || tellsOfAnEnd(error)) return Armed::kYes;
+    errno = error;
+    return Armed::kLater;
+}
+
+bool WatchedDescriptors::disarmWrite(EpollToken token) {
+    const Slot* slot = watchedSlot(token);
+    const int error = slot == nullptr ? 0 : setInterest(token.fd, slot->interest & ~EPOLLOUT);
+    errno = error;
+    return error == 0 || tellsOfAnEnd(error);
+}
+
+int WatchedDescriptors::copyTo(Epoll& other, bool isLost) {
+    for (size_t i = 0; i < mSlots.size(); ++i) {
+        Slot& slot = mSlots[i];
+        if (!slot.watched) continue;
+        const int fd = static_cast<int>(i);
+        slot.watched = isStillThere(fd, slot, isLost);
+        if (!slot.watched) continue;
+        const int error = other.add({fd, slot.generation}, slot.interest);
+        if (error != 0) return error;
+    }
+    return 0;
+}
+
+// Returns 0, or the errno of a refusal.
+int WatchedDescriptors::watch(WorkerEntry& entry, int fd) {
+    Slot& slot = slotOf(fd);  // here, so that there is memory for it before the kernel knows
+    const bool known = slot.owner == &entry && slot.watched;
+    const EpollToken token{fd, nextGeneration()};
+    int error = mEpoll.add(token, EPOLLIN);
+    if (error == EEXIST && known) return 0;  // as it is, with its interest in writing
+    if (error == EEXIST || (error != 0 && known)) error = mEpoll.modify(token, EPOLLIN);
+    if (error != 0) {
+        if (slot.owner == &entry) unchain(fd);
+        return error;
+    }
+    // The number may still be on the account of a worker whose device has closed it.
+    if (slot.owner != nullptr) unchain(fd);
+    const bool readOnly = (fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDONLY;
+    slot = {&entry, token.generation, entry.firstFd, EPOLLIN, true, readOnly};
+    entry.firstFd = fd;
+    return 0;
+}
+
+void WatchedDescriptors::forgetUnnamed(WorkerEntry& entry, const std::vector<int>& named) {
+    for (int fd = entry.firstFd; fd >= 0;) {
+        const int next = slotOf(fd).nextFd;
+        if (!contains(named, fd)) {
+            mEpoll.remove(fd);
+            unchain(fd);
+        }
+        fd = next;
+    }
+}
+
+// Takes a descriptor out of its owner's chain and forgets it.
+void WatchedDescriptors::unchain(int fd) {
+    Slot& slot = slotOf(fd);
+    int* link = &slot.owner->firstFd;
+    while (*link != fd) link = &slotOf(*link).nextFd;
+    *link = slot.nextFd;
+    slot = Slot();
+}
+
+// Epoll knows what is open under a number from what was when it was added.
+bool WatchedDescriptors::isStillThere(int fd, const Slot& slot, bool isLost) {
+    if (isLost) return contains(namedBy(*slot.owner->worker), fd);
+    return !tellsOfAnEnd(mEpoll.modify({fd, slot.generation}, slot.interest));
+}
+
+// Returns 0, or the errno of a refusal.
+int WatchedDescriptors::setInterest(int fd, uint32_t interest) {
+    Slot& slot = slotOf(fd);
+    if (!slot.watched || slot.interest == interest) return 0;
+    const int error = mEpoll.modify({fd, slot.generation}, interest);
+    if (error == 0) slot.interest = interest;
+    if (tellsOfAnEnd(error)) slot.watched = false;
+    return error;
+}
+
+bool WatchedDescriptors::owns(const WorkerEntry& entry, int fd) const {
+    const auto index = static_cast<size_t>(fd);
+    return index < mSlots.size() && mSlots[index].owner == &entry;
+}
+
+uint32_t WatchedDescriptors::nextGeneration() {
+    if (++mLastGeneration == 0) ++mLastGeneration;  // 0 is the wake pipe's
+    return mLastGeneration;
+}
+
+WatchedDescriptors::Slot& WatchedDescriptors::slotOf(int fd) {
+    const auto index = static_cast<size_t>(fd);
+    if (index >= mSlots.size()) mSlots.resize(index + 1);
+    return mSlots[index];
+}
+
+// The descriptor's slot, if the token is of its present registration and epoll watches it.
+WatchedDescriptors::Slot* WatchedDescriptors::watchedSlot(EpollToken token) {
+    const auto index = static_cast<size_t>(token.fd);
+    if (index >= mSlots.size()) return nullptr;
+    Slot& slot = mSlots[index];
+    return slot.watched && slot.generation == token.generation ? &slot : nullptr;
+}
+
+}  // namespace vyn

@@ -1,0 +1,138 @@
+#include <fcntl.h>
+#include <vyn/worker.h>
+
+#include <cerrno>
+
+#include "common/tick.h"
+#include "connector/worker_registry.h"
+
+// Writing, and write queues that overflowed.
+
+namespace vyn {
+
+namespace {
+
+constexpr long kRetryMs = 10;
+
+}  // namespace
+
+void WorkerRegistry::requestWrite(Worker* worker) {
+    AutoLock lock(mLock);
+    WorkerEntry* const entry = entryOf(worker);
+    if (entry == nullptr || !entry->ready) return;
+    pushWriteRequest(*entry);
+    mWakePipe.wake();
+}
+
+int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct) {
+    direct.clear();
+    const bool retry = mNextRetry != INT64_MAX && tick::isReached(mNextRetry);
+    if (!retry && !mHasWriteRequests.load(std::memory_order_acquire)) return 0;
+    AutoLock lock(mLock);
+    if (retry) takeDueRetries();
+    mHasWriteRequests.store(false, std::memory_order_relaxed);
+    int error = 0;
+    while (WorkerEntry* const entry = mWrites.first()) {
+        mWrites.erase(*entry);
+        // One that is not valid would keep the loop awake without ever writing.
+        if (!entry->worker->isValid() || !entry->worker->hasWrittingData()) continue;
+        const auto armed =
+            canWriteNow(*entry) ? WatchedDescriptors::Armed::kNever : mDescriptors.armWrite(*entry);
+        if (armed == WatchedDescriptors::Armed::kNever) direct.push_back(entry->registration());
+        if (armed != WatchedDescriptors::Armed::kLater) continue;
+        error = errno;
+        pushRetry(*entry);
+    }
+    return error;
+}
+
+int WorkerRegistry::awaitWritable(const Registration& registration) {
+    AutoLock lock(mLock);
+    WorkerEntry* const entry = entryOf(registration);
+    if (entry == nullptr) return 0;
+    const WatchedDescriptors::Armed armed = mDescriptors.armWrite(*entry);
+    const int error = errno;
+    if (armed == WatchedDescriptors::Armed::kNever) pushWriteRequest(*entry);
+    if (armed != WatchedDescriptors::Armed::kLater) return 0;
+    pushRetry(*entry);
+    return error;
+}
+
+void WorkerRegistry::retryWrite(const Registration& registration) {
+    AutoLock lock(mLock);
+    WorkerEntry* const entry = entryOf(registration);
+    if (entry != nullptr) pushRetry(*entry);
+}
+
+bool WorkerRegistry::disarmWrite(EpollToken token) {
+    AutoLock lock(mLock);
+    return mDescriptors.disarmWrite(token);
+}
+
+void WorkerRegistry::beginServing() {
+    AutoLock lock(mLock);
+    mServing = true;
+}
+
+bool WorkerRegistry::endServing() {
+    AutoLock lock(mLock);
+    mServing = firstOverflow() != nullptr;
+    return !mServing;
+}
+
+bool WorkerRegistry::requestOverflow(Worker* worker) {
+    AutoLock lock(mLock);
+    WorkerEntry* const entry = entryOf(worker);
+    if (entry == nullptr || (entry->ready && !mServing)) return false;
+    mOverflows.append(*entry);
+    mHasOverflowRequests.store(true, std::memory_order_release);
+    mWakePipe.wake();
+    return true;
+}
+
+void WorkerRegistry::takeOverflows(std::vector<Registration>& out) {
+    out.clear();
+    if (!mHasOverflowRequests.load(std::memory_order_acquire)) return;
+    AutoLock lock(mLock);
+    mHasOverflowRequests.store(false, std::memory_order_relaxed);
+    while (WorkerEntry* const entry = firstOverflow()) {
+        out.push_back(entry->registration());
+        mOverflows.erase(*entry);
+    }
+}
+
+void WorkerRegistry::pushWriteRequest(WorkerEntry& entry) {
+    if (!entry.ready || mRetries.contains(entry)) return;
+    mWrites.append(entry);
+    mHasWriteRequests.store(true, std::memory_order_release);
+}
+
+void WorkerRegistry::pushRetry(WorkerEntry& entry) {
+    if (mRetries.empty()) mNextRetry = tick::after(kRetryMs);
+    mRetries.append(entry);
+}
+
+// All of them: those that were added later come a little early.
+void WorkerRegistry::takeDueRetries() {
+    mNextRetry = INT64_MAX;
+    while (WorkerEntry* const entry = mRetries.first()) {
+        mRetries.erase(*entry);
+        mWrites.append(*entry);
+    }
+}
+
+// Whether a write finds out by itself, without waiting, what the descriptor takes. Asked each time,
+// as the application may have changed the descriptor's mode.
+bool WorkerRegistry::canWriteNow(const WorkerEntry& entry) {
+    return mDescriptors.canArmWrite(entry) &&
+           (fcntl(entry.worker->getFd(), F_GETFL) & O_NONBLOCK) != 0;
+}
+
+// Of those that are ready.
+WorkerEntry* WorkerRegistry::firstOverflow() {
+    WorkerEntry* entry = mOverflows.first();
+    while (entry != nullptr && !entry->ready) entry = mOverflows.next(*entry);
+    return entry;
+}
+
+}  // namespace vyn
