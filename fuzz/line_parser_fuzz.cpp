@@ -5,14 +5,13 @@
 
 #include <algorithm>
 #include <string>
-#include <vector>
 
 #include "gateway/line_parser.h"
 
 namespace {
 
 struct Collector : vyn::Parser::PostListener {
-    std::vector<std::string> lines;
+    std::string lines;
     bool malformed = false;
 
     void onCommandParsed(vyn::Command* command) override {
@@ -22,30 +21,25 @@ struct Collector : vyn::Parser::PostListener {
         if (malformed) return;
         VYN_CHECK(line->text.size() <= kLongestLine);
         VYN_CHECK(line->text.find('\n') == std::string::npos);
-        lines.push_back(line->text);
+        lines += line->text + '\n';
     }
     void onPacketCreated(const void*, int) override {}
 };
 
 // Offers the bytes in pieces of `step`.
-Collector parse(const uint8_t* data, size_t size, size_t step) {
+std::string parse(const uint8_t* data, size_t size, size_t step) {
     LineParser parser;
     Collector collector;
     for (size_t start = 0; start < size; start += step) {
         parser.setListener(&collector);
         parser.doParse(data + start, static_cast<int>(std::min(step, size - start)));
     }
-    return collector;
+    return collector.lines + (collector.malformed ? "malformed" : "");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1) return 0;
-    const size_t step = 1 + data[0];
-    const Collector whole = parse(data, size, size);
-    const Collector pieces = parse(data, size, step);
-    VYN_CHECK(whole.lines == pieces.lines);
-    VYN_CHECK(whole.malformed == pieces.malformed);
+    if (size > 0) VYN_CHECK(parse(data, size, size) == parse(data, size, 1 + data[0]));
     return 0;
 }
