@@ -1,23 +1,21 @@
 #include <gtest/gtest.h>
 #include <vyn/archive.h>
 #include <vyn/authenticator.h>
-#include <vyn/command.h>
 #include <vyn/console_device.h>
 #include <vyn/function_device.h>
 #include <vyn/inotify_device.h>
-#include <vyn/logging.h>
 #include <vyn/net_device.h>
-#include <vyn/parser.h>
 #include <vyn/rtmgr_device.h>
 #include <vyn/thread_pool.h>
 #include <vyn/timer.h>
 #include <vyn/unix_device.h>
-#include <vyn/worker.h>
 #include <vyn/xml_codec.h>
 
 #include <sstream>
 
 #include "support/fake_device.h"
+#include "support/line_protocol.h"
+#include "support/log_capture.h"
 #include "support/recording_executor.h"
 #include "support/temporary_folder.h"
 
@@ -25,12 +23,8 @@
 // from one of the library's needs its vtable and, with run-time type information, that of the base:
 // what is not exported fails at linking.
 
-namespace vyn {
+namespace vyn::testing {
 namespace {
-
-using testing::FakeDevice;
-using testing::RecordingExecutor;
-using testing::TemporaryFolder;
 
 template <typename Base>
 struct Own : Base {
@@ -38,123 +32,48 @@ struct Own : Base {
     const char* getClassName() override { return "Own"; }
 };
 
-template <typename Object>
-std::string printed(Object* object) {
-    std::ostringstream os;
-    os << object;
-    return os.str().substr(0, 4);
-}
-
-template <typename Base, typename... Arguments>
+template <typename Shown, typename Base = Shown, typename... Arguments>
 void expectOverridden(const Arguments&... arguments) {
     Own<Base> own(arguments...);
-    Base* base = &own;
-    EXPECT_EQ(printed<Device>(base), "Own(");
+    std::ostringstream os;
+    os << static_cast<Shown*>(&own);
+    EXPECT_EQ(os.str().substr(0, 3), "Own");
 }
 
-TEST(DerivedClasses, OfDevicesAndWorkersAreCalledByTheSharedLibrary) {
+TEST(DerivedClasses, OfDevicesWorkersAndCommandsAreCalledByTheSharedLibrary) {
     RecordingExecutor executor;
     const TemporaryFolder folder;
-    expectOverridden<FakeDevice>();
-    expectOverridden<NetDevice>();
-    expectOverridden<ListenerDevice>();
-    expectOverridden<UnixDevice>();
-    expectOverridden<UnixListenerDevice>(folder / "socket");
-    expectOverridden<FunctionDevice>(&executor);
-    expectOverridden<InotifyDevice>();
-    expectOverridden<RtmgrDevice>();
-    expectOverridden<ConsoleDevice>();
-    Own<Worker> worker;
-    EXPECT_EQ(printed<Worker>(&worker), "Own(");
+    expectOverridden<Device, FakeDevice>();
+    expectOverridden<Device, NetDevice>();
+    expectOverridden<Device, ListenerDevice>();
+    expectOverridden<Device, UnixDevice>();
+    expectOverridden<Device, UnixListenerDevice>(folder / "socket");
+    expectOverridden<Device, FunctionDevice>(&executor);
+    expectOverridden<Device, InotifyDevice>();
+    expectOverridden<Device, RtmgrDevice>();
+    expectOverridden<Device, ConsoleDevice>();
+    expectOverridden<Worker>();
+    expectOverridden<Command, Line>("text");
 }
 
-struct OwnPing : Command {
-    const char* getClassName() override { return "Ping"; }
-    void dump(std::ostream&) override {}
-};
-
-struct OwnParser : Parser {
-    void createPacket(Command*) override { onPacketCreated("p", 1); }
-    int parse(const void*, int, bool) override { return -1; }
+struct Listener : Parser::PostListener {
+    void onCommandParsed(Command*) override {}
+    void onPacketCreated(const void* data, int len) override {
+        packet.assign(static_cast<const char*>(data), static_cast<size_t>(len));
+    }
+    std::string packet;
 };
 
 struct OwnAuthenticator : Authenticator {
     bool pass() override { return false; }
 };
 
-struct OwnListener : Parser::PostListener {
-    void onCommandParsed(Command*) override {}
-    void onPacketCreated(const void*, int len) override { packetLength = len; }
-    int packetLength = 0;
-};
-
-TEST(DerivedClasses, OfWhatIsPluggedIntoAWorkerAreCalledByTheSharedLibrary) {
-    OwnPing ping;
-    EXPECT_EQ(printed<Command>(&ping), "Ping");
-    OwnParser parser;
-    OwnListener listener;
-    parser.setListener(&listener);
-    parser.createPacket(&ping);
-    EXPECT_EQ(listener.packetLength, 1);
-    Worker worker;
-    OwnAuthenticator authenticator;
-    worker.attach(&authenticator);
-    EXPECT_FALSE(worker.hasAuthenticated());
-}
-
-struct Service : RecordingExecutor, Timer, Message::Callback {
-    explicit Service(Connector& connector) : loop(connector) {}
-    bool onTimer(void*, int) override {
-        Message stop = Message::obtain(this, 1, 0, 0, nullptr);
-        loop.sendMessageDelayed(this, stop, 0);
-        return false;
-    }
-    void onMessage(Message posted) override {
-        received = posted.what;
-        loop.stop();
-    }
-    Connector& loop;
-    int received = 0;
-};
-
-TEST(DerivedClasses, OfTheLoopAreCalledByTheSharedLibrary) {
-    Connector loop;
-    Service service(loop);
-    loop.attach(&service);
-    loop.addTimer(&service, 1, nullptr);
-    loop.run();
-    EXPECT_EQ(service.received, 1);
-}
-
 struct Field : Serializer, XmlDocument {
     void serialize(Archive& archive) override { archive << value; }
     void deserialize(Archive& archive) override { archive >> value; }
-    void writeXml(XmlCodec* codec) override {
-        codec->enter("field", true);
-        codec->put("value", value);
-        codec->leave();
-    }
-    void readXml(XmlCodec* codec) override {
-        codec->enter("field", false);
-        codec->get("value", value);
-    }
+    void writeXml(XmlCodec* codec) override { codec->put("field", value); }
+    void readXml(XmlCodec* codec) override { codec->get("field", value); }
     std::string value;
-};
-
-TEST(DerivedClasses, OfCodecsAreCalledByTheSharedLibrary) {
-    Field written, archived, encoded;
-    written.value = "7";
-    Buffer block;
-    written.saveTo(block);
-    archived.loadFrom(block);
-    EXPECT_EQ(archived.value, "7");
-    encoded.decode(written.encode());
-    EXPECT_EQ(encoded.value, "7");
-}
-
-struct Printer : logging::LogPrinter {
-    void print(const std::string& line) override { text += line; }
-    std::string text;
 };
 
 struct OwnMessage : logging::LogMessage {
@@ -165,16 +84,45 @@ struct Say : ThreadPool::Task {
     void run() override { OwnMessage("tag", logging::kLevelInfo) << "said"; }
 };
 
-TEST(DerivedClasses, OfTasksAndLogLinesAreCalledByTheSharedLibrary) {
-    Printer printer;
-    logging::setLoggingPrinter(&printer);
-    {
-        ThreadPool pool(1);
-        pool.addTask(new Say);
+struct Service : RecordingExecutor, Timer, Message::Callback {
+    bool onTimer(void* loop, int) override {
+        static_cast<Connector*>(loop)->sendMessageDelayed(this,
+                                                          Message::obtain(this, 1, 0, 0, loop), 0);
+        return false;
     }
-    logging::setLoggingPrinter(nullptr);
-    EXPECT_NE(printer.text.find("said"), std::string::npos);
+    void onMessage(Message posted) override { static_cast<Connector*>(posted.obj)->stop(); }
+};
+
+TEST(DerivedClasses, OfWhatAnApplicationPlugsInAreCalledByTheSharedLibrary) {
+    LineParser parser;
+    Listener listener;
+    parser.setListener(&listener);
+    Line line("text");
+    parser.createPacket(&line);
+    EXPECT_EQ(listener.packet, "text\n");
+    Worker worker;
+    OwnAuthenticator authenticator;
+    worker.attach(&authenticator);
+    EXPECT_FALSE(worker.hasAuthenticated());
+
+    Connector loop;
+    Service service;
+    loop.attach(&service);
+    loop.addTimer(&service, 1, &loop);
+    loop.run();
+
+    Field written, archived;
+    written.value = "7";
+    Buffer block;
+    written.saveTo(block);
+    archived.loadFrom(block);
+    EXPECT_EQ(archived.value, "7");
+    EXPECT_EQ(written.encode(), "\n");
+
+    LogCapture log;
+    { ThreadPool(1).addTask(new Say); }
+    EXPECT_EQ(log.count("said"), 1);
 }
 
 }  // namespace
-}  // namespace vyn
+}  // namespace vyn::testing
