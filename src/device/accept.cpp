@@ -46,26 +46,16 @@ bool shedConnection(int listener) {
 }
 
 // A flood of connections must not become a flood of lines.
-bool isLineDue() {
+void report(int listener, bool shed) {
     constexpr int64_t kIntervalNs = 1000000000;
-    static std::atomic<int64_t> nextLine{0};
+    static std::atomic<int64_t> nextReport{0};
     const int64_t now = tick::nanoseconds();
-    int64_t due = nextLine.load(std::memory_order_relaxed);
-    return now >= due && nextLine.compare_exchange_strong(due, now + kIntervalNs);
-}
-
-// `error` is why no connection could be accepted.
-void onFailure(int listener, int error) {
-    const bool isOutOfDescriptors = error == EMFILE || error == ENFILE;
-    const bool shed = isOutOfDescriptors && shedConnection(listener);
-    errno = error;
-    if (wouldBlock() || !isLineDue()) return;
+    int64_t due = nextReport.load(std::memory_order_relaxed);
+    if (now < due || !nextReport.compare_exchange_strong(due, now + kIntervalNs)) return;
     if (shed) {
         VYN_LOG_ERRNO_ERROR << "accept. hung up on a connection that waited at fd " << listener;
-    } else if (isOutOfDescriptors) {
-        VYN_LOG_ERRNO_ERROR << "accept. a connection waits for a descriptor at fd " << listener;
     } else {
-        VYN_LOG_ERRNO_ERROR << "accept. no connection could be taken at fd " << listener;
+        VYN_LOG_ERRNO_ERROR << "accept. a connection waits for a descriptor at fd " << listener;
     }
 }
 
@@ -81,7 +71,11 @@ int acceptConnection(int listener, sockaddr* address, socklen_t* length) {
         if (gSpareIsLost.load(std::memory_order_relaxed)) reserveSpareDescriptor();
         return accepted;
     }
-    onFailure(listener, error);
+    if (error == EMFILE || error == ENFILE) {
+        const bool shed = shedConnection(listener);
+        errno = error;
+        report(listener, shed);
+    }
     errno = error;
     return -1;
 }

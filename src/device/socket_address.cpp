@@ -39,8 +39,11 @@ bool SocketAddress::parse(const std::string& ip, int port, SocketAddress* addres
     const bool isAddress =
         !hasNul && port >= 0 && port <= 65535 &&
         (isV6 ? parseV6(ip, port, &parsed.mStorage.v6) : parseV4(ip, port, &parsed.mStorage.v4));
-    if (!isAddress) errno = EINVAL;
-    if (isAddress && address != nullptr) *address = parsed;
+    if (isAddress) {
+        *address = parsed;
+    } else {
+        errno = EINVAL;
+    }
     return isAddress;
 }
 

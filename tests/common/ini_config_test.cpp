@@ -1,16 +1,23 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vyn/ini_config.h>
 
+#include <csignal>
+#include <filesystem>
 #include <sstream>
 
-#include "support/log_capture.h"
+#include "support/plain_user.h"
 #include "support/temporary_folder.h"
 
-namespace vyn {
+namespace vyn::testing {
 namespace {
 
-using testing::LogCapture;
-using testing::TemporaryFolder;
+namespace fs = std::filesystem;
 
 std::string dumpOf(const IniConfig& config) {
     std::ostringstream text;
@@ -18,75 +25,170 @@ std::string dumpOf(const IniConfig& config) {
     return text.str();
 }
 
-// The entries that a file of this content gives.
-std::string parsed(const std::string& content) {
+TEST(IniConfig, ReadsTheEntriesOfItsLines) {
     TemporaryFolder folder;
-    return dumpOf(IniConfig(folder.write("settings", content)));
+    const struct {
+        const char *content, *entries;
+    } files[] = {
+        {"key = value\n#x=1\n \t # y=2\nplain text\n\n", "key=value\n"},
+        {"\t a b \v=\f c  d \r\n", "a b=c  d\n"},
+        {"a=1 # no comment\na==b\n = \n", "=\na==b\n"},
+        {"b=0\na=1\nB=3\nb=2\n", "B=3\na=1\nb=2\n"},
+        {"a=1\rb=2\nc=3", "a=1\rb=2\n"},
+    };
+    for (const auto& [content, entries] : files) {
+        EXPECT_EQ(dumpOf(IniConfig(folder.write("settings", content))), entries);
+    }
 }
 
-TEST(IniConfig, ReadsEntriesAndSkipsCommentsAndOtherLines) {
-    EXPECT_EQ(parsed("key = value\n#x=1\n \t # y=2\nplain text\n[section]\n\n"), "key=value\n");
-}
-
-TEST(IniConfig, DropsBlanksAroundKeysAndValuesOnly) {
-    EXPECT_EQ(parsed("\t a b \v=\f c  d \r\n"), "a b=c  d\n");
-    EXPECT_EQ(parsed("a=1 # no comment\n"), "a=1 # no comment\n");
-}
-
-TEST(IniConfig, SplitsAtTheFirstEqualsSign) {
-    EXPECT_EQ(parsed("a==b\n"), "a==b\n");
-    EXPECT_EQ(parsed("=x\n"), "=x\n");
-    EXPECT_EQ(parsed("a=\n = \n"), "=\na=\n");
-    EXPECT_EQ(parsed("a=b=c#d\n"), "a=b=c#d\n");
-}
-
-TEST(IniConfig, KeepsTheLastOfSeveralValues) { EXPECT_EQ(parsed("a=1\nb=0\na=2\n"), "a=2\nb=0\n"); }
-
-TEST(IniConfig, IgnoresTextBehindTheLastLineFeed) {
-    EXPECT_EQ(parsed("a=1\nb=2"), "a=1\n");
-    EXPECT_EQ(parsed("a=1"), "");
-    EXPECT_EQ(parsed("a=1\rb=2\n"), "a=1\rb=2\n");
-}
-
-TEST(IniConfig, TellsWhatItHolds) {
+TEST(IniConfig, LoadsOverTheEntriesItHasAndSavesToThePathLastLoaded) {
+    TemporaryFolder folder;
     IniConfig config;
-    config.set("", "empty key", false);
+    EXPECT_FALSE(config.save()) << "nowhere";
     config.set("a", "", false);
-    EXPECT_EQ(config.get("a", "default"), "");
-    EXPECT_EQ(config.get("", "default"), "empty key");
-    EXPECT_EQ(config.get("b", "default"), "default");
-    EXPECT_TRUE(config.exist("a"));
-    EXPECT_FALSE(config.exist("b")) << "asking for a value does not make one";
-}
-
-TEST(IniConfig, DumpsInTheOrderOfTheKeysBytes) {
-    IniConfig config;
-    for (const std::string key : {"b", "a", "\xc3\xa4", "B", "a1"}) config.set(key, "1", false);
-    EXPECT_EQ(dumpOf(config), "B=1\na=1\na1=1\nb=1\n\xc3\xa4=1\n");
-}
-
-TEST(IniConfig, LoadsOverTheEntriesItHas) {
-    TemporaryFolder folder;
-    IniConfig config;
-    config.set("a", "old", false);
     config.set("b", "old", false);
-    config.load(folder.write("settings", "b=new\nc=new\n"));
-    EXPECT_EQ(dumpOf(config), "a=old\nb=new\nc=new\n");
+    config.load(folder.write("settings", "# comment\nb=new\n"));
+    config.load(folder / "missing");
+    EXPECT_EQ(config.get("a", "default"), "");
+    EXPECT_EQ(config.get("b", "default"), "new");
+    EXPECT_EQ(config.get("c", "default"), "default");
+    EXPECT_TRUE(config.exist("a"));
+    EXPECT_FALSE(config.exist("c") || fs::exists(folder / "missing"));
+    config.set("c", "1", true);
+    EXPECT_EQ(folder.read("missing"), "a=\nb=new\nc=1\n");
+    EXPECT_EQ(folder.entries(), 2) << "no temporary file stays";
+    EXPECT_FALSE(IniConfig(folder / "missing/settings").save());
+    EXPECT_FALSE(IniConfig(folder.path()).save());
 }
 
-TEST(IniConfig, KeepsItsEntriesWhenTheFileIsEmptyOrMissing) {
-    LogCapture capture;
+struct stat statusOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return status;
+}
+
+TEST(IniConfigSave, KeepsModeAndOwnerAndGivesANewFileThoseOfTheProcess) {
     TemporaryFolder folder;
-    IniConfig config;
-    config.set("a", "1", false);
-    config.load(folder.write("empty", ""));
-    EXPECT_TRUE(capture.lines().empty());
-    config.load(folder / "missing");
-    EXPECT_EQ(capture.count("stat fail."), 1);
-    EXPECT_EQ(dumpOf(config), "a=1\n");
-    EXPECT_TRUE(config.save());
-    EXPECT_EQ(folder.read("missing"), "a=1\n") << "written to the path last loaded";
+    const std::string path = folder.write("settings", "a=1\n");
+    const uid_t owner = geteuid() == 0 ? 65534 : geteuid();
+    ASSERT_EQ(chmod(path.c_str(), 0604) | chown(path.c_str(), owner, getegid()), 0);
+    const mode_t saved = umask(027);
+    IniConfig(path).set("b", "2", true);
+    EXPECT_TRUE(IniConfig(folder / "new").save());
+    umask(saved);
+    EXPECT_EQ(folder.read("settings"), "a=1\nb=2\n");
+    EXPECT_EQ(statusOf(path).st_mode & 07777, 0604u);
+    EXPECT_EQ(statusOf(path).st_uid, owner);
+    EXPECT_EQ(statusOf(folder / "new").st_mode & 07777, 0640u);
+}
+
+TEST(IniConfigSave, FollowsSymbolicLinks) {
+    TemporaryFolder folder;
+    fs::create_directory(folder / "real");
+    fs::create_symlink("real/settings", folder / "relative");
+    fs::create_symlink(folder / "relative", folder / "absolute");
+    for (const std::string value : {"created", "replaced"}) {
+        IniConfig(folder / "absolute").set("a", value, true);
+        EXPECT_EQ(folder.read("real/settings"), "a=" + value + "\n");
+        EXPECT_TRUE(fs::is_symlink(folder / "absolute") && fs::is_symlink(folder / "relative"));
+    }
+    fs::create_symlink("circle", folder / "circle");
+    EXPECT_FALSE(IniConfig(folder / "circle").save());
+}
+
+TEST(IniConfigSave, RewritesInPlaceWhatMayBeWrittenInAFolderThatMayNot) {
+    TemporaryFolder folder;
+    const std::string path = folder.write("settings", "a=1\nlonger=than the new content\n# x\n");
+    const std::string locked = folder.write("locked", "");
+    const ino_t before = statusOf(path).st_ino;
+    chmod(path.c_str(), 0666);
+    chmod(locked.c_str(), 0444);
+    chmod(folder.path().c_str(), 0555);
+    {
+        PlainUser user;
+        EXPECT_TRUE(IniConfig(path).save());
+        EXPECT_FALSE(IniConfig(folder / "new").save());
+    }
+    chmod(folder.path().c_str(), 0777);
+    EXPECT_EQ(folder.read("settings"), "a=1\nlonger=than the new content\n");
+    EXPECT_EQ(statusOf(path).st_ino, before);
+    PlainUser user;
+    EXPECT_FALSE(IniConfig(locked).save()) << "what may not be written is not replaced";
+}
+
+TEST(IniConfigSave, WritesIntoAFileThatIsNoRegularOne) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "pipe";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    IniConfig(path).set("a", "1", true);
+    char content[16] = {};
+    EXPECT_EQ(read(reader, content, sizeof content), 4);
+    EXPECT_STREQ(content, "a=1\n");
+    close(reader);
+}
+
+// Also where the folder does not allow a file beside the old one.
+TEST(IniConfigSave, LeavesTheOldFileWholeWhenFilesMayNotGrowSoLarge) {
+    TemporaryFolder folder;
+    IniConfig config(folder.write("settings", "a=old\n"));
+    config.set("b", std::string(300000, 'x'), false);
+    chmod((folder / "settings").c_str(), 0666);
+    rlimit saved{};
+    getrlimit(RLIMIT_FSIZE, &saved);
+    const rlimit small{65536, saved.rlim_max};
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    for (const mode_t mode : {0777, 0555}) {
+        chmod(folder.path().c_str(), mode);
+        const PlainUser user;
+        EXPECT_FALSE(config.save());
+        EXPECT_EQ(folder.read("settings"), "a=old\n");
+        EXPECT_EQ(folder.entries(), 1) << "no temporary file stays";
+    }
+    setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, handler);
+}
+
+// Saves settings that are whole only when all entries have the same value; they differ in length.
+void saveVersion(const std::string& path, size_t version) {
+    IniConfig config(path);
+    const std::string value(1 + version % 50, static_cast<char>('a' + version % 26));
+    for (int i = 0; i < 300; ++i) config.set(std::to_string(i), value, false);
+    config.save();
+}
+
+bool isWhole(const std::string& path) {
+    const IniConfig config(path);
+    int equal = 0;
+    for (int i = 0; i < 300; ++i)
+        equal += config.get(std::to_string(i), "-") == config.get("0", "");
+    return equal == 300;
+}
+
+// A process that saves one version after another until it is killed, here or with its parent.
+pid_t startSaving(const std::string& path, size_t version) {
+    const pid_t child = fork();
+    if (child == 0) prctl(PR_SET_PDEATHSIG, SIGKILL);
+    while (child == 0) saveVersion(path, version++);
+    return child;
+}
+
+TEST(IniConfigSave, LeavesAWholeFileWheneverAProcessIsKilledAndWhileTwoSave) {
+    TemporaryFolder folder;
+    const std::string path = folder / "settings";
+    saveVersion(path, 0);
+    for (size_t round = 0; round < 100; ++round) {
+        const pid_t savers[] = {startSaving(path, round), startSaving(path, round + 13)};
+        usleep(static_cast<useconds_t>(5000 + round * 37 % 5000));
+        EXPECT_TRUE(isWhole(path)) << "round " << round;
+        for (const pid_t saver : savers) {
+            kill(saver, SIGKILL);
+            waitpid(saver, nullptr, 0);
+        }
+        ASSERT_TRUE(isWhole(path)) << "round " << round;
+    }
 }
 
 }  // namespace
-}  // namespace vyn
+}  // namespace vyn::testing

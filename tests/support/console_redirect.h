@@ -24,8 +24,6 @@ class ConsoleRedirect {
             close(mFormer[fd]);
         }
     }
-    ConsoleRedirect(const ConsoleRedirect&) = delete;
-    ConsoleRedirect& operator=(const ConsoleRedirect&) = delete;
 
   private:
     int mFormer[2];
@@ -41,8 +39,6 @@ class Pipe {
         closeReadEnd();
         closeWriteEnd();
     }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
 
     int readEnd() const { return mEnds[0]; }
     int writeEnd() const { return mEnds[1]; }

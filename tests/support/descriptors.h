@@ -1,6 +1,5 @@
 #pragma once
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -9,17 +8,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <vector>
 
 namespace vyn::testing {
 
 // How many descriptors the process has open.
 inline int openDescriptors() {
-    DIR* directory = opendir("/proc/self/fd");
-    int count = -1;  // the directory's own
-    while (const dirent* entry = readdir(directory)) count += entry->d_name[0] != '.';
-    closedir(directory);
-    return count;
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<int>(std::distance(begin(all), end(all))) - 1;  // the directory's own
 }
 
 // Waits, for longer than any test should take, until `fd` is ready for `events`.
@@ -55,17 +52,12 @@ class ExhaustedDescriptors {
         rlimit lowered = mLimit;
         lowered.rlim_cur = 1024;
         setrlimit(RLIMIT_NOFILE, &lowered);
-        for (int fd = 0; fd >= 0;) {
-            fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-            if (fd >= 0) mFillers.push_back(fd);
-        }
+        for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) mFillers.push_back(fd);
     }
     ~ExhaustedDescriptors() {
         for (int fd : mFillers) close(fd);
         setrlimit(RLIMIT_NOFILE, &mLimit);
     }
-    ExhaustedDescriptors(const ExhaustedDescriptors&) = delete;
-    ExhaustedDescriptors& operator=(const ExhaustedDescriptors&) = delete;
 
   private:
     rlimit mLimit{};

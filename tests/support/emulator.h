@@ -10,10 +10,7 @@
 //
 // - Death tests are forked from the running program instead of starting it anew.
 // - Tests that go through random inputs, each as good as the other, take fewer of them.
-// - Tests that need what the emulator does not have are skipped, for the reasons given here.
 namespace vyn::testing {
-
-inline constexpr char kNoMemoryLimit[] = "the emulator does not hold a process to RLIMIT_AS";
 
 // Asked before main(), since a test may rename the thread.
 inline const bool kRunsUnderEmulator = [] {

@@ -8,23 +8,9 @@
 
 namespace vyn::testing {
 
-// Collects every line written while it lives, from any thread, and then restores the printer and
-// the default levels.
-class LogCapture : public logging::LogPrinter {
+// Lines as they are written, with prefix and colour reset, from any thread.
+class CapturedLines {
   public:
-    LogCapture() { logging::setLoggingPrinter(this); }
-    ~LogCapture() override {
-        logging::setLoggingPrinter(nullptr);
-        logging::setLogLevel(logging::kLevelVerbose);
-        logging::setLogPrintLevel(logging::kLevelError);
-    }
-
-    void print(const std::string& line) override {
-        AutoLock lock(mLock);
-        mLines.push_back(line);
-    }
-
-    // The lines written so far, as the printer got them.
     std::vector<std::string> lines() {
         AutoLock lock(mLock);
         return mLines;
@@ -32,10 +18,10 @@ class LogCapture : public logging::LogPrinter {
 
     // The texts of the lines: what stands between the prefix and the colour reset.
     std::vector<std::string> texts() {
-        std::vector<std::string> result;
-        for (const std::string& line : lines()) {
+        std::vector<std::string> result = lines();
+        for (std::string& line : result) {
             const size_t start = line.find(")]  ") + 4;
-            result.push_back(line.substr(start, line.rfind("\033[m") - start));
+            line = line.substr(start, line.rfind("\033[m") - start);
         }
         return result;
     }
@@ -47,6 +33,11 @@ class LogCapture : public logging::LogPrinter {
         return found;
     }
 
+    void add(const std::string& line) {
+        AutoLock lock(mLock);
+        mLines.push_back(line);
+    }
+
     void clear() {
         AutoLock lock(mLock);
         mLines.clear();
@@ -55,6 +46,31 @@ class LogCapture : public logging::LogPrinter {
   private:
     Lock mLock;
     std::vector<std::string> mLines VYN_GUARDED_BY(mLock);
+};
+
+// Collects every line written while it lives, and then restores the printer and the default levels.
+class LogCapture : public CapturedLines, public logging::LogPrinter {
+  public:
+    LogCapture() { logging::setLoggingPrinter(this); }
+    ~LogCapture() override {
+        logging::setLoggingPrinter(nullptr);
+        logging::setLogLevel(logging::kLevelVerbose);
+        logging::setLogPrintLevel(logging::kLevelError);
+    }
+    void print(const std::string& line) override { add(line); }
+};
+
+// While it lives, fatal messages are collected and the code behind them goes on.
+class FatalCapture : public CapturedLines {
+  public:
+    FatalCapture() {
+        sCurrent = this;
+        logging::setAborter([](const char* line) { sCurrent->add(line); });
+    }
+    ~FatalCapture() { logging::setAborter(nullptr); }
+
+  private:
+    inline static FatalCapture* sCurrent;
 };
 
 }  // namespace vyn::testing

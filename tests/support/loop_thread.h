@@ -29,8 +29,6 @@ class LoopThread {
         call([this] { mConnector->stop(); });
         mThread.join();
     }
-    LoopThread(const LoopThread&) = delete;
-    LoopThread& operator=(const LoopThread&) = delete;
 
     Connector& connector() { return *mConnector; }
 

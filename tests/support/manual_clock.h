@@ -18,8 +18,6 @@ class ManualClock {
         tick::setSource([] { return sNow.load(); });
     }
     ~ManualClock() { tick::setSource(nullptr); }
-    ManualClock(const ManualClock&) = delete;
-    ManualClock& operator=(const ManualClock&) = delete;
 
     void advance(int64_t milliseconds) { sNow += milliseconds; }
 
@@ -35,8 +33,6 @@ class ShiftedClock {
         tick::setSource([] { return tick::nanoseconds() / 1000000 + sShift.load(); });
     }
     ~ShiftedClock() { tick::setSource(nullptr); }
-    ShiftedClock(const ShiftedClock&) = delete;
-    ShiftedClock& operator=(const ShiftedClock&) = delete;
 
   private:
     inline static std::atomic<int64_t> sShift{0};

@@ -14,8 +14,6 @@ class PlainUser {
     ~PlainUser() {
         if (mWasRoot && setresuid(0, 0, 0) != 0) _exit(1);
     }
-    PlainUser(const PlainUser&) = delete;
-    PlainUser& operator=(const PlainUser&) = delete;
 
   private:
     static constexpr uid_t kNobody = 65534;

@@ -22,8 +22,6 @@ class RecordFeed {
         mFeed = ends[1];
     }
     ~RecordFeed() { end(); }
-    RecordFeed(const RecordFeed&) = delete;
-    RecordFeed& operator=(const RecordFeed&) = delete;
 
     bool send(const std::string& block) {
         return ::send(mFeed, block.data(), block.size(), MSG_NOSIGNAL) ==

@@ -20,8 +20,6 @@ class TemporaryFolder {
         mPath = name;
     }
     ~TemporaryFolder() { std::filesystem::remove_all(mPath); }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::string& path() const { return mPath; }
     std::string operator/(const std::string& name) const { return mPath + "/" + name; }
