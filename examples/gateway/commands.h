@@ -87,6 +87,7 @@ class Commands : public vyn::Message::Callback {
         Save(Commands& itsCommands, PeerId itsPeer) : commands(itsCommands), peer(itsPeer) {}
         void run() override {
             const int isSaved = commands.mSnapshot.save() ? 1 : 0;
+            if (isSaved == 0) VYN_LOG_ERROR << "the snapshot is not saved";
             const auto result = vyn::Message::obtain(&commands, 0, peer, isSaved, nullptr);
             commands.mPeers.sendMessage(result);
         }

@@ -19,7 +19,7 @@
 // What comes from the machine and its operator: signals, network changes and the console.
 
 // Stops the loop on SIGTERM and SIGINT, for which a thread waits. Made before other threads are, so
-// that these signals interrupt none of them; ends after one has come.
+// that these signals interrupt none of them.
 class StopSignals : public Handler {
   public:
     explicit StopSignals(vyn::Connector& loop) : Handler(loop) {
@@ -32,7 +32,10 @@ class StopSignals : public Handler {
             sendMessage(vyn::Message::obtain());  // waits for a loop that does not run yet
         });
     }
-    ~StopSignals() override { mThread.join(); }
+    ~StopSignals() override {
+        pthread_kill(mThread.native_handle(), SIGTERM);  // where none has come
+        mThread.join();
+    }
     void onMessage(vyn::Message) override { mLoop.stop(); }
 
   private:

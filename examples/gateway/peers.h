@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vyn/helper.h>
 #include <vyn/net_device.h>
 #include <vyn/unix_device.h>
 
@@ -26,11 +27,14 @@ struct Connection : vyn::Worker {
     }
     const char* getClassName() override { return "Connection"; }
     bool hasRemoteTimedout(long silenceMs) override {
+        const long connectedMs = vyn::helper::tickDifference(vyn::helper::mtick(), connectedTick);
+        if (!hasAuthenticated()) return settings.loginMs > 0 && connectedMs > settings.loginMs;
         return settings.silenceMs > 0 && silenceMs > settings.silenceMs;
     }
 
     const PeerId id;
     const Settings& settings;
+    const long connectedTick = vyn::helper::mtick();
     LineParser parser;
     const std::unique_ptr<vyn::Device> device;
     const std::unique_ptr<vyn::Authenticator> authenticator;
@@ -38,7 +42,7 @@ struct Connection : vyn::Worker {
 };
 
 // Everybody who talks to the gateway. Accepts and authenticates peers; drops those that are denied,
-// send what is no line, or are silent for too long.
+// take too long to authenticate, send what is no line, or are silent for too long.
 class Peers : public Handler {
   public:
     // A port or a socket that is not to be had ends the process.
@@ -98,7 +102,9 @@ class Peers : public Handler {
         if (line->isMalformed) return drop(peer, "too long or no text");
         onLine(static_cast<Connection*>(peer)->id, line->text);
     }
-    void onHeartbitTimeout(vyn::Worker* peer) override { drop(peer, "silent for too long"); }
+    void onHeartbitTimeout(vyn::Worker* peer) override {
+        drop(peer, peer->hasAuthenticated() ? "silent for too long" : "not authenticated in time");
+    }
     void onDisconnected(vyn::Worker* peer) override {  // never a listener
         const PeerId id = static_cast<Connection*>(peer)->id;
         mLoop.removeWorkerLocked(peer);

@@ -26,8 +26,7 @@ struct RecorderEnd {
 class RecorderService : public Handler {
   public:
     RecorderService(vyn::Connector& loop, const std::string& path)
-        : Handler(loop), mFile(path, std::ios::app) {
-        if (!mFile) VYN_LOG_ERROR << "can not record to " << path;
+        : Handler(loop), mPath(path), mFile(path, std::ios::app) {
         mLoop.addWorkerLocked(&mListener.worker, this);
         mListener.device.listen("recorder");
     }
@@ -37,11 +36,20 @@ class RecorderService : public Handler {
         mLoop.addWorkerLocked(&mSource.worker, this);
     }
     void onCommand(vyn::Worker*, vyn::Command* line) override {
+        if (!mFile) openAgain();
         mFile << static_cast<Line*>(line)->text << std::endl;
+        if (!mFile) VYN_LOG_ERRNO_ERROR << "can not record to " << mPath;
     }
     void onMessage(vyn::Message) override { mLoop.stop(); }
 
   private:
+    void openAgain() {
+        mFile.clear();
+        mFile.close();
+        mFile.open(mPath, std::ios::app);
+    }
+
+    const std::string mPath;
     std::ofstream mFile;
     RecorderEnd mListener{this};
     RecorderEnd mSource{this};

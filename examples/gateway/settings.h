@@ -8,22 +8,25 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "handler.h"
 
 struct Settings {
     std::string token;  // what TCP peers must know; without one, nobody gets in over TCP
     long silenceMs = vyn::config::getNetHeartbitTimeout();  // of a peer; 0 for ever
+    long loginMs = 10000;  // until a peer must have been authenticated; 0 for ever
 };
 
-// The settings file, with its entries "token" and "silence_ms", which is read anew when it changes.
+// The settings file, with its entries "token", "silence_ms" and "login_ms", which is read anew when
+// it changes. What can not be read leaves the settings as they are.
 class SettingsFile : public Handler {
   public:
     SettingsFile(vyn::Connector& loop, const std::string& path) : Handler(loop), mPath(path) {
         // The folder, since a file that is replaced is another one than that which was watched.
         mDevice.watch(std::filesystem::absolute(path).parent_path());
         mLoop.addWorkerLocked(&mWorker, this);
-        load();
+        onMessage(vyn::Message::obtain(kLook, 0, 0, nullptr));
     }
     ~SettingsFile() override { mLoop.removeWorkerLocked(&mWorker); }
 
@@ -34,29 +37,55 @@ class SettingsFile : public Handler {
     void onFileChanged(vyn::Worker*, const std::string&, int) override {
         sendMessageDelayed(vyn::Message::obtain(), 50);
     }
-    void onMessage(vyn::Message) override { load(); }
+    void onMessage(vyn::Message message) override {
+        load();
+        if (message.what == kLook) sendMessageDelayed(message, kLookAgainMs);
+    }
+    void onDisconnected(vyn::Worker* worker) override {
+        VYN_LOG_ERROR << "changes of " << mPath << " are not reported any more";
+        mLoop.removeWorkerLocked(worker);
+    }
 
   private:
+    // Reports can be lost, and so can the means of getting any: the file is looked at now and then
+    // all the same.
+    static constexpr int kLook = 1;
+    static constexpr long kLookAgainMs = 5000;
+
     // Opening the file is a change in the folder too: without a look at the time it was written, it
     // would be read again and again.
     void load() {
         std::error_code error;
         const auto written = std::filesystem::last_write_time(mPath, error);
-        if (error) VYN_LOG_WARNING << "no settings in " << mPath << ", they stay as they are";
-        if (error || written == mWritten) return;
+        if (!error && written == mWritten) return;
+        vyn::IniConfig file;
+        if (error || !file.load(mPath)) {
+            if (std::exchange(mIsMissed, true)) return;
+            VYN_LOG_WARNING << "no settings in " << mPath << ", they stay as they are";
+            return;
+        }
         mWritten = written;
-        const vyn::IniConfig file(mPath);
+        mIsMissed = false;
+        take(file);
+    }
+    void take(const vyn::IniConfig& file) {
         mCurrent = Settings();
         mCurrent.token = file.get("token", "");
-        const std::string silence = file.get("silence_ms", "");
-        if (!silence.empty()) mCurrent.silenceMs = std::strtol(silence.c_str(), nullptr, 10);
+        takeNumber(file, "silence_ms", mCurrent.silenceMs);
+        takeNumber(file, "login_ms", mCurrent.loginMs);
         VYN_LOG_INFO << "settings read: silence_ms=" << mCurrent.silenceMs
                      << (mCurrent.token.empty() ? ", no token" : ", a token");
+    }
+
+    static void takeNumber(const vyn::IniConfig& file, const char* key, long& number) {
+        const std::string text = file.get(key, "");
+        if (!text.empty()) number = std::strtol(text.c_str(), nullptr, 10);
     }
 
     const std::string mPath;
     Settings mCurrent;
     std::filesystem::file_time_type mWritten{};
+    bool mIsMissed = false;
     vyn::InotifyDevice mDevice;
     vyn::Worker mWorker{&mDevice, nullptr};
 };

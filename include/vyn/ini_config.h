@@ -24,9 +24,9 @@ class VYN_API IniConfig {
     explicit IniConfig(const std::string& filePath);
 
     // Takes the entries of the file over those that are here; keys the file does not name stay. A
-    // file that is empty or cannot be read changes nothing (the latter is logged). save() writes to
-    // `filePath` from now on.
-    void load(const std::string& filePath);
+    // file that is empty or cannot be read changes nothing; the latter is logged, and false comes
+    // back. save() writes to `filePath` from now on.
+    bool load(const std::string& filePath);
 
     // Writes all entries, and nothing else, to the file last loaded. The file is replaced as a
     // whole: whoever reads it, also after a crash or a power loss, finds either the old or the new

@@ -21,15 +21,17 @@ IniConfig::IniConfig() = default;
 
 IniConfig::IniConfig(const std::string& filePath) { load(filePath); }
 
-void IniConfig::load(const std::string& filePath) {
+bool IniConfig::load(const std::string& filePath) {
     path = filePath;
     Buffer content;
-    if (readFile(path, content) < 1) return;
+    const int size = readFile(path, content);
+    if (size < 1) return size == 0;
     const char* line = content.data;
     const char* const end = line + content.size;
     for (const char* lineEnd; (lineEnd = std::find(line, end, '\n')) != end; line = lineEnd + 1) {
         parseLine(std::string(line, lineEnd));
     }
+    return true;
 }
 
 void IniConfig::parseLine(const std::string& line) {

@@ -4,6 +4,8 @@
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
+#include <cerrno>
+
 #include "connector/life_watch.h"
 #include "device/inotify_records.h"
 #include "device/socket_io.h"
@@ -30,7 +32,9 @@ const char* InotifyDevice::getClassName() { return "InotifyDevice"; }
 void InotifyDevice::onDataArrival(int) {
     alignas(inotify_event) char buffer[2048] = {};
     const ssize_t count = io::uninterrupted([&] { return ::read(mFd, buffer, sizeof buffer); });
+    if (count < 0 && errno == EAGAIN) return;
     if (count < static_cast<ssize_t>(sizeof(inotify_event))) {
+        VYN_LOG_ERRNO_ERROR << "inotify read fail. no changes are reported any more: " << mPath;
         onDisconnected();
         return;
     }
