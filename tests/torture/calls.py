@@ -1,0 +1,155 @@
+"""What the shim can make fail, and how: each function with the errors that its manual page names."""
+
+import errno
+import signal
+
+DESCRIPTORS = ["EMFILE", "ENFILE"]
+NO_MEMORY = ["ENOMEM"]
+FILES = ["EIO", "EACCES", "ENOSPC", "EROFS"]
+BROKEN = ["ECONNRESET", "EPIPE", "ETIMEDOUT"]
+
+ERRORS = {
+    "accept4": DESCRIPTORS + ["ECONNABORTED", "ENOBUFS", "EPERM", "EINTR", "EAGAIN"],
+    "access": FILES,
+    "bind": ["EADDRINUSE", "EACCES", "ENOMEM"],
+    "calloc": NO_MEMORY,
+    "chmod": ["EPERM", "EROFS"],
+    "close": ["EIO", "EINTR"],
+    "closedir": ["EBADF"],
+    "connect": ["ECONNREFUSED", "EINTR", "EAGAIN"],
+    "dup3": ["EBADF", "EINTR"],
+    "epoll_create1": DESCRIPTORS + NO_MEMORY,
+    "epoll_ctl": ["ENOMEM", "ENOSPC", "EPERM"],
+    "epoll_wait": ["EINTR", "EBADF", "EINVAL"],
+    "fallocate64": ["ENOSPC", "EOPNOTSUPP", "EINTR"],
+    "fchmod": ["EPERM", "EIO"],
+    "fchown": ["EPERM", "EIO"],
+    "fclose": ["EIO", "ENOSPC"],
+    "fcntl64": ["EMFILE", "EBADF", "ENOLCK"],
+    "fgetxattr": ["ERANGE", "ENOTSUP"],
+    "flistxattr": ["ERANGE", "ENOTSUP"],
+    "flock": ["EWOULDBLOCK", "EINTR", "ENOLCK"],
+    "fopen64": DESCRIPTORS + FILES,
+    "fsetxattr": ["ENOSPC", "EPERM"],
+    "fstat64": ["ENOMEM", "EIO"],
+    "fsync": ["EIO", "ENOSPC"],
+    "ftruncate64": ["EIO", "EINTR"],
+    "getcwd": ["ENOENT", "ENOMEM"],
+    "getifaddrs": ["EMFILE", "ENOBUFS"],
+    "getpeername": ["ENOTCONN", "ENOBUFS"],
+    "getsockname": ["ENOBUFS"],
+    "getsockopt": ["ENOBUFS", "ENOPROTOOPT"],
+    "if_indextoname": ["ENXIO", "EMFILE"],
+    "if_nametoindex": ["ENODEV", "EMFILE"],
+    "inotify_add_watch": ["ENOSPC", "EACCES", "ENOMEM"],
+    "inotify_init1": DESCRIPTORS + NO_MEMORY,
+    "listen": ["EADDRINUSE"],
+    "lseek64": ["EINVAL"],
+    "lstat64": FILES,
+    "malloc": NO_MEMORY,
+    "open64": DESCRIPTORS + FILES + ["EINTR"],
+    "opendir": DESCRIPTORS + ["EACCES"],
+    "pipe": DESCRIPTORS,
+    "pipe2": DESCRIPTORS,
+    "poll": ["EINTR", "ENOMEM"],
+    "prctl": ["EFAULT"],
+    "pthread_cond_init": ["EAGAIN", "ENOMEM"],
+    "pthread_create": ["EAGAIN"],
+    "pthread_detach": ["EINVAL"],
+    "pthread_key_create": ["EAGAIN", "ENOMEM"],
+    "pthread_mutex_init": ["EAGAIN", "ENOMEM"],
+    "pthread_setspecific": ["ENOMEM"],
+    "read": ["short", "EIO", "EINTR", "EAGAIN"],
+    "readdir64": ["EIO"],
+    "readlink": ["EIO", "EACCES", "ENOMEM"],
+    "realloc": NO_MEMORY,
+    "recv": ["short", "EINTR", "EAGAIN", "ENOMEM"] + BROKEN,
+    "recvfrom": ["short", "EINTR", "EAGAIN", "ENOMEM"] + BROKEN,
+    "recvmsg": ["EINTR", "EAGAIN", "ENOBUFS", "ENOMEM"],
+    "rename": FILES + ["EXDEV", "EBUSY"],
+    "send": ["short", "EINTR", "EAGAIN", "ENOBUFS", "ENOMEM"] + BROKEN,
+    "sendmsg": ["EINTR", "EAGAIN", "ENOBUFS", "ENOMEM"] + BROKEN,
+    "sendto": ["short", "EINTR", "EAGAIN", "ENOBUFS", "ENOMEM"] + BROKEN,
+    "setsockopt": ["ENOMEM", "ENOPROTOOPT", "EPERM"],
+    "shutdown": ["ENOTCONN"],
+    "socket": DESCRIPTORS + ["ENOBUFS", "EACCES"],
+    "stat": FILES,
+    "stat64": FILES + NO_MEMORY,
+    "unlink": FILES,
+    "write": ["short", "EIO", "ENOSPC", "EINTR", "EAGAIN"],
+    "writev": ["EIO", "ENOSPC", "EINTR"],
+    "_Znam": NO_MEMORY,
+    "_Znwm": NO_MEMORY,
+}
+
+ALLOCATIONS = {"calloc", "malloc", "realloc", "_Znam", "_Znwm"}
+
+# Of what belongs to one connection. Where it fails once, one connection may end; where it goes on
+# failing, all may. Everything else is to cost nobody the connection.
+OF_CONNECTIONS = {
+    "accept4", "dup3", "epoll_ctl", "fcntl64", "getpeername", "getsockname", "getsockopt", "recv",
+    "recvfrom", "send", "sendmsg", "sendto", "setsockopt", "shutdown",
+} | ALLOCATIONS
+
+# Failures that need no line: of a function, wherever or in one of the project's functions.
+WITHOUT_LINE = {
+    ("_Znwm", ""): "one that is not passed on was caught by a stream, as the standard has it",
+    ("close", ""): "the descriptor is closed all the same",
+    ("closedir", ""): "likewise",
+    ("fclose", ""): "the file was only made or read",
+    ("fcntl64", "io::setNonBlocking"): "no write waits for a peer, in neither mode",
+    ("fcntl64", "io::connectWithin"): "told to the caller, who tells of it",
+    ("fcntl64", "io::refillSpare"): "tried again later; what comes of it is told when it is missed",
+    ("fsync", "syncDirectoryOf"): "the content is whole either way",
+    ("fopen64", "RecorderService::RecorderService"): "tried again before anything is recorded",
+    ("getpeername", ""): "an address that is not shown",
+    ("getsockname", "hasOwnName"): "an address that is not shown",
+    ("open64", "io::refillSpare"): "as above",
+    ("open64", "fillFromDevice"): "told at verbose level, since there are other identifiers",
+    ("open64", "syncDirectoryOf"): "as above",
+    ("prctl", ""): "a thread's name, for ps alone",
+    ("pthread_detach", ""): "the thread ends all the same",
+    ("setsockopt", ""): "what it leads to is told, such as a port that is in use",
+    ("shutdown", ""): "the connection ends in any case",
+    ("unlink", ""): "what stays behind is reported by who wants its name",
+}
+
+# Failures that take away what does not come back, as described, and what the gateway is then without.
+LASTING = {
+    ("calloc", "ThreadPool::startThreads"): "snapshots",
+    ("pthread_create", "ThreadPool::startThreads"): "snapshots",
+}
+
+# Whoever replaces a file may take another way when one is closed. When none is left, it is told.
+WITH_ANOTHER_WAY = "src/common/file_replacement.cpp", "src/common/descriptor.h"
+
+# Imported, and either they can not fail, or their failure means nothing but what it says, or failing
+# them would be another program's fault.
+NEVER_FAILING = set("""
+    abort atoi clock_gettime free freeifaddrs geteuid getenv getpid gettimeofday htons inet_ntop
+    inet_pton kill memchr memcmp memcpy memmove memset memrchr ntohs pthread_cond_broadcast
+    pthread_cond_destroy pthread_cond_signal pthread_cond_timedwait pthread_cond_wait
+    pthread_getspecific pthread_mutex_destroy pthread_mutex_lock pthread_mutex_trylock
+    pthread_mutex_unlock pthread_once pthread_rwlock_rdlock pthread_rwlock_trywrlock
+    pthread_rwlock_unlock pthread_rwlock_wrlock pthread_self pthread_sigmask pthread_kill rand
+    sigaddset sigemptyset sigismember sigpending sigtimedwait sigwait sleep snprintf srand strchr
+    strcmp strcspn strerror strlen strncmp strnlen strspn strstr strtol strtoul syscall vsnprintf
+""".split())
+
+
+def passes(function, action):
+    """Whether a failure comes to nothing: what was to be done is done later."""
+    if action in ("EINTR", "short"):
+        return True
+    return action == "EAGAIN" and function in (
+        "accept4", "read", "recvmsg", "send", "sendmsg", "sendto", "write")
+
+
+def number(action):
+    """What the shim is told."""
+    return action if action == "short" else str(getattr(errno, action))
+
+
+def ending(status):
+    """How a process ended, in words."""
+    return f"signal {signal.Signals(-status).name}" if status < 0 else f"status {status}"
