@@ -2,7 +2,6 @@
 #include <vyn/config.h>
 #include <vyn/thread_pool.h>
 
-#include <algorithm>
 #include <climits>
 #include <functional>
 #include <future>
@@ -15,22 +14,19 @@
 namespace vyn::testing {
 namespace {
 
-using Work = std::function<void()>;
-
-// Runs a function; counts those that are deleted.
+// Runs a function with its number; counts those that are deleted.
 struct FunctionTask : ThreadPool::Task {
+    using Work = std::function<void(int id)>;
     explicit FunctionTask(Work toRun) : work(std::move(toRun)) {}
     ~FunctionTask() override { ++sDeleted; }
-    void run() override { work(); }
+    void run() override { work(mId); }
 
     Work work;
     inline static std::atomic<int> sDeleted{0};
 };
 
-FunctionTask* add(ThreadPool& pool, Work work) {
-    auto* task = new FunctionTask(std::move(work));
-    pool.addTask(task);
-    return task;
+void add(ThreadPool& pool, FunctionTask::Work work) {
+    pool.addTask(new FunctionTask(std::move(work)));
 }
 
 TEST(TaskIds, StartAtOneAndGoRoundThroughTheSmallestIntAndZero) {
@@ -39,47 +35,50 @@ TEST(TaskIds, StartAtOneAndGoRoundThroughTheSmallestIntAndZero) {
     for (const int id : {INT_MAX, INT_MIN, 0, 1}) EXPECT_EQ(late.next(), id);
 }
 
-TEST(ThreadPool, RunsEachTaskOfManyThreadsOnceUnderANumberOfItsOwn) {
+TEST(ThreadPool, RunsAndDeletesEachTaskOnce) {
     constexpr int kTasks = 100000;
-    std::vector<int> ids(kTasks);
+    std::atomic<int> run{0};
     FunctionTask::sDeleted = 0;
     {
         ThreadPool pool(4);
-        const auto produce = [&](size_t first) {
-            for (size_t i = first; i < kTasks; i += 2) {
-                auto* task = new FunctionTask([] {});
-                task->work = [&ids, i, task] { ids[i] += task->mId; };
-                pool.addTask(task);
-            }
+        const auto produce = [&] {
+            for (int i = 0; i < kTasks; ++i) add(pool, [&](int) { ++run; });
         };
-        std::thread other(produce, 1);
-        produce(0);
+        std::thread other(produce);
+        produce();
         other.join();
     }
-    EXPECT_EQ(FunctionTask::sDeleted, kTasks);
-    std::sort(ids.begin(), ids.end());
-    for (size_t i = 1; i < kTasks; ++i) ASSERT_EQ(ids[i], ids[i - 1] + 1);
+    EXPECT_EQ(run, 2 * kTasks);
+    EXPECT_EQ(FunctionTask::sDeleted, 2 * kTasks);
 }
 
-TEST(ThreadPool, StartsTasksInTheOrderInWhichTheyWereAdded) {
-    std::vector<int> order;
+TEST(ThreadPool, StartsTasksInTheOrderOfTheirNumbersOnThreadsWithAName) {
+    LogCapture log;
+    std::vector<int> ids;
+    std::string name, expected;
     {
         ThreadPool pool(1);
-        for (int i = 0; i < 1000; ++i) add(pool, [&order, i] { order.push_back(i); });
+        for (int i = 0; i < 100; ++i) add(pool, [&](int id) { ids.push_back(id); });
+        add(pool, [&](int) {
+            name = logging::getThreadName();
+            expected = "ThreadPool-" + std::to_string(logging::currentThreadId());
+        });
     }
-    EXPECT_EQ(order.size(), 1000u);
-    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    ASSERT_EQ(ids.size(), 100u);
+    for (size_t i = 1; i < ids.size(); ++i) EXPECT_EQ(ids[i], ids[i - 1] + 1);
+    EXPECT_EQ(name, expected.substr(0, 15));
+    EXPECT_EQ(log.count("worker thread created. count: 1"), 1);
+    EXPECT_EQ(log.count(" destroyed."), 1);
 }
 
 // A task that waits for others is stuck for ever when an idle thread sleeps on.
 TEST(ThreadPool, RunsAsManyTasksAtOnceAsItHasThreads) {
-    const LogCapture keepsLinesAway;
     ThreadPool pool(4);
     for (int round = 0; round < 2000; ++round) {
         std::atomic<int> running{0}, done{0};
         std::promise<void> allDone;
         for (int i = 0; i < 4; ++i) {
-            add(pool, [&] {
+            add(pool, [&](int) {
                 ++running;
                 while (running < 4) std::this_thread::yield();
                 if (++done == 4) allDone.set_value();
@@ -89,28 +88,13 @@ TEST(ThreadPool, RunsAsManyTasksAtOnceAsItHasThreads) {
     }
 }
 
-TEST(ThreadPool, NamesItsThreadsAndLogsTheirEndBeforeItsDestructorReturns) {
-    LogCapture log;
-    std::string name, expected;
-    {
-        ThreadPool pool(3);
-        add(pool, [&] {
-            name = logging::getThreadName();
-            expected = "ThreadPool-" + std::to_string(logging::currentThreadId());
-        });
-    }
-    EXPECT_EQ(name, expected.substr(0, 15));
-    EXPECT_EQ(log.count("worker thread created. count: 3"), 1);
-    EXPECT_EQ(log.count(" destroyed."), 3);
-}
-
 TEST(ThreadPool, WithoutThreadsIsRefusedAndDeletesItsTasksUnrun) {
     LogCapture log;
     FatalCapture fatal;
     FunctionTask::sDeleted = 0;
     for (const int threads : {0, -1}) {
         ThreadPool pool(threads);
-        for (int i = 0; i < 3; ++i) add(pool, [] { ADD_FAILURE(); });
+        for (int i = 0; i < 3; ++i) add(pool, [](int) { ADD_FAILURE(); });
     }
     EXPECT_EQ(FunctionTask::sDeleted, 6);
     EXPECT_EQ(log.count("tasks deleted without being run: 3"), 2);
@@ -123,16 +107,15 @@ class ThreadPoolTiming : public ::testing::Test {
     ThreadPoolTiming() { config::debug::setDEBUG_THREAD_POOL_CHECK(true); }
     ~ThreadPoolTiming() override { config::debug::setDEBUG_THREAD_POOL_CHECK(false); }
 
-    // Adds a task that is running when this returns, and does so until the end.
-    int startTask(ThreadPool& pool, std::promise<void>& end) {
-        std::promise<void> started;
-        const FunctionTask* task = add(pool, [&] {
+    // Adds a task and tells its number once it is running, which it does until the end.
+    std::string startTask(ThreadPool& pool, std::promise<void>& end) {
+        std::promise<int> started;
+        add(pool, [&](int id) {
             std::future<void> ended = end.get_future();
-            started.set_value();
+            started.set_value(id);
             ended.wait();
         });
-        started.get_future().wait();
-        return task->mId;
+        return std::to_string(started.get_future().get());
     }
 
     LogCapture log;
@@ -140,51 +123,45 @@ class ThreadPoolTiming : public ::testing::Test {
 };
 
 TEST_F(ThreadPoolTiming, WarnsOfATaskThatRanLongerThan10000Ms) {
+    ThreadPool pool(1);
     for (const int ms : {10000, 10001}) {
         std::promise<void> done;
-        ThreadPool pool(1);
-        add(pool, [&] { clock.advance(ms); });
+        add(pool, [&](int) { clock.advance(ms); });
         // The thread reports a task before it takes the next.
-        add(pool, [&] { done.set_value(); });
+        add(pool, [&](int) { done.set_value(); });
         done.get_future().wait();
     }
     EXPECT_EQ(log.count(" running timeout. costs 10001 ms."), 1);
     EXPECT_EQ(log.count("running timeout"), 1);
 }
 
-TEST_F(ThreadPoolTiming, ListsTheTasksRunningPastTheLimitByIdUntilTheyEnd) {
-    std::promise<void> ends[4];
+TEST_F(ThreadPoolTiming, ListsTheTasksRunningPastTheLimitUntilTheyEnd) {
+    std::promise<void> ends[3];
     ThreadPool pool(2);
-    const std::string first = std::to_string(startTask(pool, ends[0]));
+    const std::string first = "{ Task id:" + startTask(pool, ends[0]) + ", cost ";
     clock.advance(2000);
-    const std::string second = std::to_string(startTask(pool, ends[1]));
+    const std::string second = "{ Task id:" + startTask(pool, ends[1]) + ", cost ";
     clock.advance(8000);
     EXPECT_EQ(pool.checkTaskTimeout(), "");
-    clock.advance(2000);
-    EXPECT_EQ(pool.checkTaskTimeout(), "{ Task id:" + first + ", cost 12000 ms.}, ");
-    clock.advance(1);
-    EXPECT_EQ(pool.checkTaskTimeout(), "{ Task id:" + first + ", cost 12001 ms.}, { Task id:" +
-                                           second + ", cost 10001 ms.}, ");
+    clock.advance(2001);
+    EXPECT_EQ(pool.checkTaskTimeout(), first + "12001 ms.}, " + second + "10001 ms.}, ");
     config::debug::setDEBUG_THREAD_POOL_CHECK(false);
-    for (size_t i : {0, 1}) {
-        ends[i].set_value();
-        startTask(pool, ends[i + 2]);
-    }
-    EXPECT_EQ(pool.checkTaskTimeout(), "") << "also after the switch went off";
-    for (size_t i : {2, 3}) ends[i].set_value();
+    ends[0].set_value();
+    startTask(pool, ends[2]);
+    EXPECT_EQ(pool.checkTaskTimeout(), second + "10001 ms.}, ") << "also after it went off";
+    for (size_t i : {1, 2}) ends[i].set_value();
 }
 
-// The destructor empties the list of running tasks once the pool has closed; by this the task
-// knows.
+// The destructor empties the list of running tasks once the pool has closed; so the task knows.
 TEST_F(ThreadPoolTiming, LetsTheLastRunningTaskOfAClosedPoolAddWhatIsDeletedUnrun) {
     std::promise<void> started;
     {
         ThreadPool pool(2);
-        add(pool, [&] {
+        add(pool, [&](int) {
             started.set_value();
             clock.advance(20000);
             while (!pool.checkTaskTimeout().empty()) std::this_thread::yield();
-            add(pool, [] { ADD_FAILURE(); });
+            add(pool, [](int) { ADD_FAILURE(); });
         });
         started.get_future().wait();
     }

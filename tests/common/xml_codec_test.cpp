@@ -71,15 +71,14 @@ TEST(XmlCodec, ReadsAttributesOfOneNameInTheOrderTheyWerePut) {
     XmlCodec codec("<a n='12 apples' n='x' n='' n='99999999999999999999' n='-3000000000'/>");
     codec.enter("a", false);
     codec.put("n", 4);
+    codec.put("s", 5);
     std::string read;
     for (int i = 0, number = -1; i < 7; ++i) {
         codec.get("n", number);
         read += std::to_string(number) + " ";
     }
     EXPECT_EQ(read, "12 0 0 2147483647 -2147483648 4 0 ");
-    codec.put("n", 5);
-    codec.get("n", read);
-    codec.get("n", read);
+    for (int i = 0; i < 2; ++i) codec.get("s", read);
     EXPECT_EQ(read, "5") << "what is not there changes no string";
 }
 
@@ -88,14 +87,13 @@ TEST(XmlCodec, FindsChildrenByTheirExactNameAndConsumesThem) {
     EXPECT_FALSE(codec.has("item"));
     codec.enter("list", false);
     for (const std::string name : {"ITEM", "child", "Ite", "list"}) EXPECT_FALSE(codec.has(name));
-    EXPECT_FALSE(codec.has(std::string("Item\0", 5)));
-    int sum = 0;
-    for (int number = 0; codec.has("item"); sum = sum * 10 + number) {
+    std::string numbers;
+    for (std::string number; codec.has("item"); numbers += number) {
         codec.enter("item", false);
         codec.get("n", number);
         codec.leave();
     }
-    EXPECT_EQ(sum, 12);
+    EXPECT_EQ(numbers, "12");
 }
 
 TEST(XmlCodec, DoesNothingMoreOnceItsCursorIsLost) {

@@ -1,0 +1,124 @@
+#include <gtest/gtest.h>
+#include <vyn/condition.h>
+#include <vyn/helper.h>
+#include <vyn/pipe_waiter.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include "common/deadline.h"
+#include "support/descriptors.h"
+
+namespace vyn::testing {
+namespace {
+
+TEST(Deadline, IsValidForEveryIntAndNeverWrapsRound) {
+    EXPECT_EQ(deadlineAfter({10, 800000}, 1500).tv_sec, 12);
+    EXPECT_EQ(deadlineAfter({10, 800000}, 1500).tv_nsec, 300000000);
+    constexpr time_t kNow = std::numeric_limits<time_t>::max() - 1;
+    for (const int ms : {INT_MIN, -1000, -999, -1, 0, 1, 999, 1000, INT_MAX}) {
+        const timespec deadline = deadlineAfter({kNow, 999999}, ms);
+        const bool isPast =
+            std::pair(deadline.tv_sec, deadline.tv_nsec) < std::pair(kNow, 999999000L);
+        EXPECT_EQ(isPast, ms < 0) << ms;
+        EXPECT_TRUE(deadline.tv_nsec >= 0 && deadline.tv_nsec < 1000000000) << ms;
+    }
+}
+
+TEST(Condition, ASignalWakesOneWaiterAndABroadcastEveryOne) {
+    for (const int count : {1, 3}) {
+        Condition condition;
+        int waiting = 0;
+        bool ready = false;
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < count; ++i) {
+            waiters.emplace_back([&] {
+                condition.lock();
+                ++waiting;
+                while (!ready) EXPECT_EQ(count == 1 ? condition.wait(60000) : condition.wait(), 0);
+                condition.unlock();
+            });
+        }
+        while (!ready) {  // Who has counted itself and given up the mutex is waiting.
+            condition.lock();
+            ready = waiting == count;
+            if (ready) count == 1 ? condition.signal() : condition.broadcast();
+            condition.unlock();
+            std::this_thread::yield();
+        }
+        for (std::thread& waiter : waiters) waiter.join();
+    }
+}
+
+TEST(Condition, TimesOutWithoutASignalAndDoesNothingOnceDestroyed) {
+    alignas(Condition) unsigned char memory[sizeof(Condition)];
+    auto* condition = new (memory) Condition;
+    condition->lock();
+    for (const int ms : {50, 0, -1500}) EXPECT_EQ(condition->wait(ms), ETIMEDOUT) << ms;
+    condition->unlock();
+    condition->~Condition();
+    EXPECT_EQ(condition->lock() | condition->unlock(), 0);
+    EXPECT_EQ(condition->wait() | condition->wait(60000), 0);
+    EXPECT_EQ(condition->signal() | condition->broadcast(), 0);
+}
+
+TEST(PipeWaiter, NotificationsBeforeTheWaitReleaseOneWaitEachUntilThePipeIsFull) {
+    PipeWaiter waiter;
+    int kept = 0;
+    while (waiter.notify() == 1) ++kept;
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_GE(kept, 4096);
+    EXPECT_TRUE(waiter.wait(0));
+    while (--kept > 0) ASSERT_TRUE(waiter.wait(60000));
+    const int64_t start = helper::ntick();
+    EXPECT_FALSE(waiter.wait(50));
+    EXPECT_GE(helper::ntick() - start, 50'000'000);
+}
+
+TEST(PipeWaiter, AWaitBelowOneMillisecondHasNoLimit) {
+    for (const int ms : {0, -1}) {
+        PipeWaiter waiter;
+        std::atomic<bool> notified{false};
+        std::thread waiting([&] { EXPECT_TRUE(waiter.wait(ms) && notified); });
+        EXPECT_FALSE(PipeWaiter().wait(20));  // Time enough for a limited wait to end.
+        notified = true;
+        waiter.notify();
+        waiting.join();
+    }
+}
+
+TEST(PipeWaiter, OneNotificationReleasesOneOfTwoWaitersAndTheOtherTimesOut) {
+    for (int round = 0; round < 100; ++round) {
+        PipeWaiter waiter;
+        int other = 0;
+        std::thread waiting([&] { other = waiter.wait(5); });
+        waiter.notify();
+        const int own = waiter.wait(5);
+        waiting.join();
+        // On a busy machine both waits may end before the notification.
+        ASSERT_EQ(own + other + waiter.wait(1), 1);
+    }
+}
+
+TEST(PipeWaiter, WorksBeyondTheDescriptorsThatSelectKnowsAndNotWithoutAny) {
+    const int before = openDescriptors();
+    {
+        allowDescriptors(1200);
+        std::vector<PipeWaiter> waiters(550);
+        EXPECT_FALSE(waiters.back().wait(1));
+        EXPECT_EQ(waiters.back().notify(), 1);
+        EXPECT_TRUE(waiters.back().wait(60000));
+    }
+    EXPECT_EQ(openDescriptors(), before);
+    const ExhaustedDescriptors none;
+    PipeWaiter waiter;
+    EXPECT_EQ(waiter.notify(), -1);
+    EXPECT_FALSE(waiter.wait(0));
+}
+
+}  // namespace
+}  // namespace vyn::testing
