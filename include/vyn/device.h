@@ -86,6 +86,13 @@ class VYN_API BaseDevice : public Device {
     // Reads at most `len` bytes. Returns how many, 0 at the end of the stream, or a negative value
     // on failure with errno set.
     virtual int read(char* buf, int len) = 0;
+
+  protected:
+    // The two halves of onDataArrival(). Reads once and reports the bytes; returns what read() did.
+    // After a value above 0 the device may be gone.
+    int readAndReport();
+    // Logs the end, for what read() returned, and reports the disconnection.
+    void reportEnd(int count);
 };
 
 // "ClassName(0x...): {fd=7, ...}", or "Device(NULL)".

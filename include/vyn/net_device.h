@@ -7,11 +7,13 @@
 
 namespace vyn {
 
-// The device of one TCP connection, or of a connected UDP socket, which gives one datagram a read.
-// A datagram of more than 2048 bytes is cut; an empty one counts as the end of the stream.
+// The device of one TCP connection, or of a UDP socket, which gives one datagram a read. A datagram
+// of more than 2048 bytes is cut. An empty one, and the news that one of ours was not delivered,
+// are logged at debug level only.
 //
 // A descriptor that is reported readable without having anything to read, which is rare, holds the
-// loop for up to a second.
+// loop for up to a second. Notices in the socket's error queue, such as those that SO_TIMESTAMPING
+// asks for, do not: the device drops them. Who wants them overrides onDataArrival().
 //
 // With asynchronous writing on (see config), a stream becomes non-blocking when its worker is added
 // to a connector: a peer that does not read cannot block the loop.
@@ -30,6 +32,7 @@ class VYN_API NetDevice : public BaseDevice {
     NetDevice& operator=(const NetDevice&) = delete;
 
     const char* getClassName() override;
+    void onDataArrival(int fd) override;
     int write(const void* data, int len) override;
     void onReady() override;
     int getFd() override;

@@ -22,6 +22,7 @@ struct NetworkDevice {
     std::string name;                    // such as "eth0"
     int index = 0;                       // the kernel's number of it
     bool up = false;                     // switched on, whether it has a link or not
+    bool carrier = false;                // has a link: what is sent can leave
     bool loopback = false;               // leads back to this machine only
     std::string mac;                     // "02:00:5e:10:00:01"; empty for one that has none
     std::vector<InterfaceAddress> ipv4;  // in the kernel's order

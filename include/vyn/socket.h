@@ -8,7 +8,14 @@
 namespace vyn {
 
 // A TCP or UDP socket over IPv4 or IPv6. Addresses are numeric; the family follows the address that
-// is bound or connected to.
+// is bound, connected or sent to, for as long as the socket has none. Another family takes another
+// socket under the same descriptor's number. It has the mode of the one before and of the options
+// set through fd(): SO_BINDTODEVICE, SO_MARK, SO_PRIORITY, SO_BROADCAST, SO_DONTROUTE,
+// SO_REUSEADDR, SO_REUSEPORT, SO_KEEPALIVE, SO_LINGER, SO_OOBINLINE, SO_RCVLOWAT, the time-outs and
+// the buffer sizes, and TCP_NODELAY, TCP_KEEPIDLE, TCP_KEEPINTVL, TCP_KEEPCNT, TCP_USER_TIMEOUT.
+// Where one of these is refused, for want of a right, the call fails. Set others behind it.
+//
+// TCP has no-delay on, see setNoDelay().
 //
 //     vyn::Socket client(vyn::Socket::TCP);
 //     if (!client.connect("192.0.2.7", 7000)) VYN_LOG_INFO << client.lastErrorMessage();
@@ -65,7 +72,8 @@ class VYN_API Socket : public SocketBase {
     // help of the reserve, and not left waiting: a loop would spin on it. Any thread.
     [[nodiscard]] Socket accept();
 
-    // Datagrams to and from any address, on a UDP socket; otherwise as send() and recv().
+    // Datagrams to and from any address, on a UDP socket; otherwise as send() and recv(). `from`
+    // may be null; for a stream it becomes none.
     int sendTo(const void* data, int size, const SocketAddress& to);
     int recvFrom(void* buffer, int size, int timeoutMs, SocketAddress* from);
 
@@ -77,7 +85,9 @@ class VYN_API Socket : public SocketBase {
     [[nodiscard]] std::string getHostIP() const;
     [[nodiscard]] int getHostPort() const;
 
-    // Sends small writes at once instead of gathering them.
+    // Sends small writes at once, which is on from the start, or gathers them: then two small
+    // writes in a row can wait some 40 ms for the peer's acknowledgement. Accepted connections
+    // begin with the listener's choice.
     bool setNoDelay(bool on);
     // Has the kernel probe a silent peer: first after `idleSeconds`, then every `intervalSeconds`,
     // and drop it after `count` unanswered probes. 0 leaves the system's figures.

@@ -15,7 +15,7 @@ class VYN_API SocketAddress {
 
     // Reads "192.0.2.1", "2001:db8::1" or, for an address that is valid on one link only,
     // "fe80::1%eth0"; an empty text is any IPv4 address. Ports are 0 to 65535. False with errno
-    // EINVAL, and `address` unchanged, for anything else.
+    // EINVAL, and `address` unchanged, for anything else. It may be null, to ask only.
     [[nodiscard]] static bool parse(const std::string& ip, int port, SocketAddress* address);
 
     // AF_INET, AF_INET6, or AF_UNSPEC for none.

@@ -8,7 +8,7 @@
 namespace vyn {
 
 // The device of one Unix-domain connection, or of a datagram socket, which gives one datagram a
-// read: of more than 2048 bytes the rest is lost, and an empty one counts as the end of the stream.
+// read: of more than 2048 bytes the rest is lost, and an empty one is logged at debug level only.
 //
 // With asynchronous writing on (see config), a stream becomes non-blocking when its worker is added
 // to a connector: a peer that does not read cannot block the loop.
@@ -27,6 +27,7 @@ class VYN_API UnixDevice : public BaseDevice {
     UnixDevice& operator=(const UnixDevice&) = delete;
 
     const char* getClassName() override;
+    void onDataArrival(int fd) override;
     int write(const void* data, int len) override;
     void onReady() override;
     int getFd() override;

@@ -67,7 +67,8 @@ class VYN_API UnixSocket : public SocketBase {
     // As Socket::accept(). Any thread.
     [[nodiscard]] UnixSocket accept();
 
-    // Datagrams to and from any address; `from` is empty for a sender that has none.
+    // Datagrams to and from any address. `from` may be null; it becomes empty for a sender that has
+    // no address.
     int sendTo(const void* data, int size, const std::string& to);
     int recvFrom(void* buffer, int size, int timeoutMs, std::string* from);
 

@@ -51,7 +51,9 @@ bool PipeWaiter::wait(int ms) {
         const ssize_t count = read(mPipe[0], &byte, 1);
         if (count == 1) return true;
         const bool takenByAnother = count == -1 && errno == EAGAIN;
-        if (!takenByAnother) return false;
+        if (!takenByAnother || (limited && msUntil(deadline) == 0)) return false;
+        // Otherwise a pipe that is said to be readable and is not would make this spin.
+        poll(nullptr, 0, 1);
     }
     return false;
 }

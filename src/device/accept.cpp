@@ -46,16 +46,26 @@ bool shedConnection(int listener) {
 }
 
 // A flood of connections must not become a flood of lines.
-void report(int listener, bool shed) {
+bool isLineDue() {
     constexpr int64_t kIntervalNs = 1000000000;
-    static std::atomic<int64_t> nextReport{0};
+    static std::atomic<int64_t> nextLine{0};
     const int64_t now = tick::nanoseconds();
-    int64_t due = nextReport.load(std::memory_order_relaxed);
-    if (now < due || !nextReport.compare_exchange_strong(due, now + kIntervalNs)) return;
+    int64_t due = nextLine.load(std::memory_order_relaxed);
+    return now >= due && nextLine.compare_exchange_strong(due, now + kIntervalNs);
+}
+
+// `error` is why no connection could be accepted.
+void onFailure(int listener, int error) {
+    const bool isOutOfDescriptors = error == EMFILE || error == ENFILE;
+    const bool shed = isOutOfDescriptors && shedConnection(listener);
+    errno = error;
+    if (wouldBlock() || !isLineDue()) return;
     if (shed) {
         VYN_LOG_ERRNO_ERROR << "accept. hung up on a connection that waited at fd " << listener;
-    } else {
+    } else if (isOutOfDescriptors) {
         VYN_LOG_ERRNO_ERROR << "accept. a connection waits for a descriptor at fd " << listener;
+    } else {
+        VYN_LOG_ERRNO_ERROR << "accept. no connection could be taken at fd " << listener;
     }
 }
 
@@ -71,11 +81,7 @@ int acceptConnection(int listener, sockaddr* address, socklen_t* length) {
         if (gSpareIsLost.load(std::memory_order_relaxed)) reserveSpareDescriptor();
         return accepted;
     }
-    if (error == EMFILE || error == ENFILE) {
-        const bool shed = shedConnection(listener);
-        errno = error;
-        report(listener, shed);
-    }
+    onFailure(listener, error);
     errno = error;
     return -1;
 }

@@ -53,17 +53,24 @@ void Device::descriptorsChanged() {
 const char* BaseDevice::getClassName() { return "BaseDevice"; }
 
 void BaseDevice::onDataArrival(int) {
-    char buffer[2048] = {};
-    const int count = read(buffer, sizeof buffer);
-    if (count > 0) {
-        onData(buffer, count);
-        return;  // the device may be gone by now
-    }
-    VYN_LOG_ERRNO_INFO << "read. ret:" << count;
-    onDisconnected();
+    const int count = readAndReport();
+    if (count < 1) reportEnd(count);
 }
 
 int BaseDevice::create() { return -1; }
+
+int BaseDevice::readAndReport() {
+    char buffer[2048] = {};
+    const int count = read(buffer, sizeof buffer);
+    if (count > 0) onData(buffer, count);
+    return count;  // the device may be gone by now
+}
+
+void BaseDevice::reportEnd(int count) {
+    if (count == 0) errno = 0;  // whatever it was, it is not why the stream ends
+    VYN_LOG_ERRNO_INFO << "read. ret:" << count;
+    onDisconnected();
+}
 
 std::ostream& operator<<(std::ostream& os, Device* device) {
     if (device == nullptr) return os << "Device(NULL)";

@@ -37,13 +37,14 @@ ssize_t print(const char* bytes, size_t size) {
 
 bool printAll(const char* bytes, size_t size, const io::Deadline& deadline) {
     while (size > 0) {
-        const ssize_t count = print(bytes, size);
-        if (count > 0) {
-            bytes += count;
-            size -= static_cast<size_t>(count);
-        } else if (errno != EAGAIN || !io::awaitReady(STDOUT_FILENO, POLLOUT, deadline)) {
-            return false;
+        const auto printNow = [&] { return print(bytes, size); };
+        ssize_t count = printNow();
+        if (count < 0 && io::wouldBlock()) {
+            count = io::awaitAndCall(STDOUT_FILENO, POLLOUT, deadline, printNow);
         }
+        if (count < 1) return false;
+        bytes += count;
+        size -= static_cast<size_t>(count);
     }
     return true;
 }

@@ -16,9 +16,13 @@ ListenerDevice::ListenerDevice() = default;
 ListenerDevice::ListenerDevice(int port, const std::string& ip) {
     if (port < 0) return;
     const bool b = bindTo(port, ip);
-    VYN_CHECK(b == true) << "bind [" << ip << ":" << port << "] failed.";
-    mSocket.listen();
-    VYN_LOG_DEBUG << "listen on " << localAddress(mSocket);
+    VYN_CHECK(b == true) << "bind [" << ip << ":" << port << "] failed. "
+                         << logging::ErrnoText{errno};
+    const bool listening = mSocket.listen();
+    if (!b) return;
+    VYN_CHECK(listening == true) << "listen on " << localAddress(mSocket) << " failed. "
+                                 << logging::ErrnoText{errno};
+    if (listening) VYN_LOG_DEBUG << "listen on " << localAddress(mSocket);
 }
 
 const char* ListenerDevice::getClassName() { return "ListenerDevice"; }
@@ -35,11 +39,11 @@ void ListenerDevice::onDataArrival(int fd) {
 bool ListenerDevice::listen(int port, const std::string& ip) {
     mSocket.reset();
     if (!bindTo(port, ip)) {
-        VYN_LOG_INFO << "bind [" << ip << ":" << port << "] failed.";
+        VYN_LOG_ERRNO_INFO << "bind [" << ip << ":" << port << "] failed.";
         return false;
     }
     if (!mSocket.listen()) {
-        VYN_LOG_INFO << "listen on " << localAddress(mSocket) << " failed.";
+        VYN_LOG_ERRNO_INFO << "listen on " << localAddress(mSocket) << " failed.";
         return false;
     }
     VYN_LOG_INFO << "listen on " << localAddress(mSocket);

@@ -1,6 +1,9 @@
 #include <vyn/config.h>
 #include <vyn/net_device.h>
 
+#include "device/empty_read.h"
+#include "device/socket_io.h"
+
 namespace vyn {
 
 NetDevice::NetDevice() = default;
@@ -12,6 +15,11 @@ NetDevice::NetDevice(const Socket* socket) : mSocket(socket) {}
 NetDevice::~NetDevice() = default;
 
 const char* NetDevice::getClassName() { return "NetDevice"; }
+
+void NetDevice::onDataArrival(int) {
+    const int count = readAndReport();
+    if (count < 1 && !io::outlivesEmptyRead(mSocket.fd(), count)) reportEnd(count);
+}
 
 int NetDevice::write(const void* data, int len) { return mSocket.send(data, len); }
 
@@ -33,7 +41,9 @@ void NetDevice::dump(std::ostream& os) {
 
 int NetDevice::read(char* buf, int len) {
     constexpr int kTimeoutMs = 1000;
-    return mSocket.recv(buf, len, kTimeoutMs);
+    const int count = mSocket.recv(buf, len, 0);
+    const bool mayCome = count < 0 && io::wouldBlock() && !io::hasOnlyNotices(mSocket.fd());
+    return mayCome ? mSocket.recv(buf, len, kTimeoutMs) : count;
 }
 
 }  // namespace vyn

@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netpacket/packet.h>
@@ -11,18 +12,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "device/ipv4_addresses.h"
+
 namespace vyn::helper {
 
 namespace {
 
-// One more address of an interface may come under a label such as "eth0:1".
-std::string interfaceName(const ifaddrs& entry) {
-    const std::string label = entry.ifa_name;
-    return label.substr(0, label.find(':'));
-}
-
 NetworkDevice& deviceOf(const ifaddrs& entry, std::vector<NetworkDevice>& devices) {
-    const std::string name = interfaceName(entry);
+    const std::string name = entry.ifa_name;
     for (NetworkDevice& device : devices) {
         if (device.name == name) return device;
     }
@@ -30,16 +27,14 @@ NetworkDevice& deviceOf(const ifaddrs& entry, std::vector<NetworkDevice>& device
     device.name = name;
     device.index = static_cast<int>(if_nametoindex(name.c_str()));
     device.up = (entry.ifa_flags & IFF_UP) != 0;
+    device.carrier = (entry.ifa_flags & IFF_RUNNING) != 0;
     device.loopback = (entry.ifa_flags & IFF_LOOPBACK) != 0;
     return device;
 }
 
-template <typename Mask>
-int countBits(const Mask& mask) {
-    unsigned char bytes[sizeof mask];
-    std::memcpy(bytes, &mask, sizeof mask);
+int countBits(const in6_addr& mask) {
     size_t bits = 0;
-    for (unsigned char byte : bytes) bits += std::bitset<8>(byte).count();
+    for (unsigned char byte : mask.s6_addr) bits += std::bitset<8>(byte).count();
     return static_cast<int>(bits);
 }
 
@@ -51,44 +46,47 @@ Address copyAs(const sockaddr* address) {
     return copy;
 }
 
-int prefixLength(const sockaddr* mask, int family) {
-    if (mask == nullptr) return 0;
-    if (family == AF_INET) return countBits(copyAs<sockaddr_in>(mask).sin_addr);
-    return countBits(copyAs<sockaddr_in6>(mask).sin6_addr);
+InterfaceAddress addressOf(const netlink::Ipv4Address& entry) {
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &entry.address, text, sizeof text);
+    return {text, entry.prefixLength};
 }
 
-InterfaceAddress addressOf(const ifaddrs& entry) {
-    const int family = entry.ifa_addr->sa_family;
+InterfaceAddress ipv6AddressOf(const ifaddrs& entry) {
     SocketAddress address;
-    std::memcpy(address.raw(), entry.ifa_addr,
-                family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6));
-    return {address.ip(), prefixLength(entry.ifa_netmask, family)};
+    std::memcpy(address.raw(), entry.ifa_addr, sizeof(sockaddr_in6));
+    const sockaddr* mask = entry.ifa_netmask;
+    return {address.ip(), mask == nullptr ? 0 : countBits(copyAs<sockaddr_in6>(mask).sin6_addr)};
 }
 
 std::string macOf(const sockaddr* address) {
     const auto link = copyAs<sockaddr_ll>(address);
     const unsigned char* byte = link.sll_addr;
-    if (link.sll_halen != 6) return "";
+    const bool isNone = std::all_of(byte, byte + 6, [](unsigned char each) { return each == 0; });
+    if (link.sll_halen != 6 || isNone) return "";
     char text[sizeof "00:00:00:00:00:00"];
     std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", byte[0], byte[1], byte[2],
                   byte[3], byte[4], byte[5]);
     return text;
 }
 
-void addTo(NetworkDevice& device, const ifaddrs& entry) {
-    if (entry.ifa_addr == nullptr) return;
-    switch (entry.ifa_addr->sa_family) {
-        case AF_INET:
-            device.ipv4.push_back(addressOf(entry));
-            break;
-        case AF_INET6:
-            device.ipv6.push_back(addressOf(entry));
-            break;
-        case AF_PACKET:
-            device.mac = macOf(entry.ifa_addr);
-            break;
-        default:
-            break;
+void addEntry(std::vector<NetworkDevice>& devices, const ifaddrs& entry) {
+    const int family = entry.ifa_addr == nullptr ? AF_UNSPEC : entry.ifa_addr->sa_family;
+    if (family == AF_INET) return;  // these bear labels, not the names of interfaces
+    NetworkDevice& device = deviceOf(entry, devices);
+    if (family == AF_INET6) device.ipv6.push_back(ipv6AddressOf(entry));
+    if (family == AF_PACKET) device.mac = macOf(entry.ifa_addr);
+}
+
+void addIpv4(std::vector<NetworkDevice>& devices) {
+    std::vector<netlink::Ipv4Address> addresses;
+    if (!netlink::readIpv4Addresses(addresses)) {
+        VYN_LOG_ERRNO_INFO << "asking for addresses fail. not every IPv4 address is known.";
+    }
+    for (const netlink::Ipv4Address& address : addresses) {
+        for (NetworkDevice& device : devices) {
+            if (device.index == address.interfaceIndex) device.ipv4.push_back(addressOf(address));
+        }
     }
 }
 
@@ -111,9 +109,10 @@ std::vector<NetworkDevice> getNetworkDevices() {
         return devices;
     }
     for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
-        addTo(deviceOf(*entry, devices), *entry);
+        addEntry(devices, *entry);
     }
     freeifaddrs(first);
+    addIpv4(devices);
     return devices;
 }
 

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <unistd.h>
 #include <vyn/socket.h>
 
@@ -13,8 +14,12 @@ namespace vyn {
 
 namespace {
 
+// Connections that a TCP listener accepts get its settings.
 int openSocket(int family, Socket::Type type) {
-    return ::socket(family, (type == Socket::UDP ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
+    if (type == Socket::UDP) return ::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int fd = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    io::setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    return fd;
 }
 
 bool fail(int error) {
@@ -99,12 +104,17 @@ Socket Socket::accept() {
 }
 
 int Socket::sendTo(const void* data, int size, const SocketAddress& to) {
+    // Before sending, as even a send that fails gives the socket an address.
+    if (mType == UDP && to.family() == AF_INET6 && !openFor(AF_INET6)) return -1;
     return io::send(fd(), data, size, to.raw(), to.length());
 }
 
 int Socket::recvFrom(void* buffer, int size, int timeoutMs, SocketAddress* from) {
+    SocketAddress sender;
     socklen_t length = SocketAddress::kCapacity;
-    return io::receiveWithin(fd(), buffer, size, timeoutMs, from->raw(), &length);
+    const int count = io::receiveWithin(fd(), buffer, size, timeoutMs, sender.raw(), &length);
+    if (count >= 0 && from != nullptr) *from = sender;
+    return count;
 }
 
 std::string Socket::getHostIP() const { return localAddress().ip(); }
@@ -119,8 +129,8 @@ bool Socket::openFor(int family) {
     if (getHostPort() != 0) return fail(EAFNOSUPPORT);
     const int replacement = openSocket(family, mType);
     if (replacement < 0) return false;
-    io::copySettings(fd(), replacement);
     const bool replaced =
+        io::copySettings(fd(), replacement) &&
         io::uninterrupted([&] { return dup3(replacement, fd(), O_CLOEXEC); }) >= 0;
     io::closeDescriptor(replacement);
     return replaced;

@@ -39,11 +39,8 @@ bool SocketAddress::parse(const std::string& ip, int port, SocketAddress* addres
     const bool isAddress =
         !hasNul && port >= 0 && port <= 65535 &&
         (isV6 ? parseV6(ip, port, &parsed.mStorage.v6) : parseV4(ip, port, &parsed.mStorage.v4));
-    if (isAddress) {
-        *address = parsed;
-    } else {
-        errno = EINVAL;
-    }
+    if (!isAddress) errno = EINVAL;
+    if (isAddress && address != nullptr) *address = parsed;
     return isAddress;
 }
 

@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vyn/logging.h>
 
 #include <string>
 
@@ -13,6 +14,8 @@
 namespace vyn {
 
 namespace {
+
+constexpr int kLongestWaitMs = 1000;
 
 bool isSocket(const char* path) {
     struct stat status {};
@@ -37,7 +40,14 @@ SocketFileLock::SocketFileLock(const UnixAddress& address) {
     const size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     mFolder = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    mHeld = mFolder >= 0 && flock(mFolder, LOCK_EX) == 0;
+    if (mFolder < 0) return;
+    const io::Deadline deadline(kLongestWaitMs);
+    while (flock(mFolder, LOCK_EX | LOCK_NB) != 0 && (io::wouldBlock() || errno == EINTR)) {
+        if (io::waitALittle(deadline)) continue;
+        VYN_LOG_WARNING << "the lock of folder " << folder << " is held for more than "
+                        << kLongestWaitMs << " ms, " << path << " is bound without it.";
+        return;
+    }
 }
 
 SocketFileLock::~SocketFileLock() { io::closeDescriptor(mFolder); }

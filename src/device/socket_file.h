@@ -4,8 +4,9 @@ namespace vyn {
 
 class UnixAddress;
 
-// While it lives, no other process that holds one replaces a socket file in the same folder. An
-// abstract name has no file, and no lock.
+// While it lives, no other process that holds one replaces a socket file in the same folder. Goes
+// without, for who may read the folder can hold its lock for ever: after a second, with a warning;
+// and at once where the folder cannot be opened. An abstract name has no file, and no lock.
 class SocketFileLock {
   public:
     explicit SocketFileLock(const UnixAddress& address);
@@ -13,11 +14,8 @@ class SocketFileLock {
     SocketFileLock(const SocketFileLock&) = delete;
     SocketFileLock& operator=(const SocketFileLock&) = delete;
 
-    bool isHeld() const { return mHeld; }
-
   private:
     int mFolder = -1;
-    bool mHeld = false;
 };
 
 // Removes the socket file of this address if no process has it bound. False when it is in use, is

@@ -15,8 +15,6 @@ namespace {
 
 constexpr int64_t kNsPerMs = 1000000;
 
-bool wouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
-
 bool isUnderWay() { return errno == EINPROGRESS || errno == EALREADY; }
 
 // A socket remembers its attempt to connect, failed or under way, and would refuse another one;
@@ -79,6 +77,14 @@ bool awaitReady(int fd, short events, const Deadline& deadline) {
     return uninterrupted([&] { return poll(&entry, 1, deadline.remainingMs()); }) > 0;
 }
 
+bool waitALittle(const Deadline& deadline) {
+    constexpr int kPauseMs = 5;
+    const int remaining = deadline.remainingMs();
+    if (remaining == 0) return false;
+    poll(nullptr, 0, remaining < 0 ? kPauseMs : std::min(remaining, kPauseMs));
+    return true;
+}
+
 int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLength) {
     if (size < 0) {
         errno = EINVAL;
@@ -109,15 +115,9 @@ int receive(int fd, void* buffer, int size, int flags, sockaddr* from, socklen_t
 int receiveWithin(int fd, void* buffer, int size, int timeoutMs, sockaddr* from,
                   socklen_t* fromLength) {
     const auto tryNow = [&] { return receive(fd, buffer, size, MSG_DONTWAIT, from, fromLength); };
-    int count = tryNow();
+    const int count = tryNow();
     if (count >= 0 || !wouldBlock()) return count;
-    const Deadline deadline(timeoutMs);
-    while (awaitReady(fd, POLLIN, deadline)) {
-        count = tryNow();
-        if (count >= 0 || !wouldBlock()) return count;
-    }
-    errno = EAGAIN;
-    return -1;
+    return awaitAndCall(fd, POLLIN, Deadline(timeoutMs), tryNow);
 }
 
 bool connectWithin(int fd, const sockaddr* to, socklen_t toLength, int timeoutMs) {

@@ -37,8 +37,28 @@ bool setOption(int fd, int level, int name, int value);
 // The option's value, or -1.
 int getOption(int fd, int level, int name);
 
+// Whether the last call failed only because there was nothing to be had or taken at once.
+inline bool wouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
+
 // Waits until `fd` is ready for `events` or in error. False when the time ran out.
 bool awaitReady(int fd, short events, const Deadline& deadline);
+// Waits a few milliseconds. False when the time ran out.
+bool waitALittle(const Deadline& deadline);
+
+// Repeats a call that would block, each time `fd` is ready for `events`. When the time runs out the
+// result is -1 with errno EAGAIN. What is ready for poll() need not be for the call, as a socket
+// whose error queue holds something, or whose bytes another process takes first: such a one must
+// not make this spin.
+template <typename Call>
+auto awaitAndCall(int fd, short events, const Deadline& deadline, Call call) -> decltype(call()) {
+    while (awaitReady(fd, events, deadline)) {
+        const auto result = call();
+        if (result >= 0 || !wouldBlock()) return result;
+        if (!waitALittle(deadline)) break;
+    }
+    errno = EAGAIN;
+    return -1;
+}
 
 // See SocketBase for what these return. Addresses may be null; `fromLength` goes in as the room
 // there is for the address.

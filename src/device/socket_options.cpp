@@ -5,6 +5,8 @@
 #include <netinet/tcp.h>
 #include <vyn/socket.h>
 
+#include <cstring>
+
 #include "device/socket_io.h"
 
 namespace vyn {
@@ -28,25 +30,51 @@ namespace {
 struct Setting {
     int level;
     int name;
-    int scale;  // the kernel reports buffer sizes doubled
 };
 
 constexpr Setting kSettings[] = {
-    {SOL_SOCKET, SO_REUSEPORT, 1},   {SOL_SOCKET, SO_KEEPALIVE, 1}, {SOL_SOCKET, SO_SNDBUF, 2},
-    {SOL_SOCKET, SO_RCVBUF, 2},      {IPPROTO_TCP, TCP_NODELAY, 1}, {IPPROTO_TCP, TCP_KEEPIDLE, 1},
-    {IPPROTO_TCP, TCP_KEEPINTVL, 1}, {IPPROTO_TCP, TCP_KEEPCNT, 1},
+    {SOL_SOCKET, SO_BINDTODEVICE}, {SOL_SOCKET, SO_MARK},           {SOL_SOCKET, SO_PRIORITY},
+    {SOL_SOCKET, SO_BROADCAST},    {SOL_SOCKET, SO_DONTROUTE},      {SOL_SOCKET, SO_REUSEADDR},
+    {SOL_SOCKET, SO_REUSEPORT},    {SOL_SOCKET, SO_KEEPALIVE},      {SOL_SOCKET, SO_LINGER},
+    {SOL_SOCKET, SO_OOBINLINE},    {SOL_SOCKET, SO_RCVLOWAT},       {SOL_SOCKET, SO_RCVTIMEO},
+    {SOL_SOCKET, SO_SNDTIMEO},     {SOL_SOCKET, SO_SNDBUF},         {SOL_SOCKET, SO_RCVBUF},
+    {IPPROTO_TCP, TCP_NODELAY},    {IPPROTO_TCP, TCP_KEEPIDLE},     {IPPROTO_TCP, TCP_KEEPINTVL},
+    {IPPROTO_TCP, TCP_KEEPCNT},    {IPPROTO_TCP, TCP_USER_TIMEOUT},
 };
+
+// An option's value as the kernel gives it: a number, a structure or the name of an interface.
+struct Value {
+    Value(int fd, const Setting& setting) {
+        known = getsockopt(fd, setting.level, setting.name, bytes, &length) == 0;
+    }
+    bool operator==(const Value& other) const {
+        return length == other.length && std::memcmp(bytes, other.bytes, sizeof bytes) == 0;
+    }
+
+    alignas(int) char bytes[32] = {};
+    socklen_t length = sizeof bytes;
+    bool known;
+};
+
+bool copySetting(int from, int to, const Setting& setting) {
+    const Value value(from, setting);
+    // A buffer size that was set, even to the default, no longer grows with the connection.
+    if (!value.known || value == Value(to, setting)) return true;
+    if (setting.name == SO_SNDBUF || setting.name == SO_RCVBUF) {
+        const int doubled = getOption(from, setting.level, setting.name);  // so the kernel tells it
+        return setOption(to, setting.level, setting.name, doubled / 2);
+    }
+    return setsockopt(to, setting.level, setting.name, value.bytes, value.length) == 0;
+}
 
 }  // namespace
 
-void copySettings(int from, int to) {
+bool copySettings(int from, int to) {
     for (const Setting& setting : kSettings) {
-        const int value = getOption(from, setting.level, setting.name);
-        // A buffer size that was set, even to the default, no longer grows with the connection.
-        if (value < 0 || value == getOption(to, setting.level, setting.name)) continue;
-        setOption(to, setting.level, setting.name, value / setting.scale);
+        if (!copySetting(from, to, setting)) return false;
     }
-    setNonBlocking(to, (fcntl(from, F_GETFL) & O_NONBLOCK) != 0);
+    const int mode = fcntl(from, F_GETFL);
+    return mode >= 0 && setNonBlocking(to, (mode & O_NONBLOCK) != 0);
 }
 
 }  // namespace io

@@ -2,7 +2,8 @@
 
 namespace vyn::io {
 
-// Gives `to`, a new socket, the mode and the options that were set on `from`.
-void copySettings(int from, int to);
+// Gives `to`, a new socket, the mode and the options that were set on `from`: those that Socket
+// names. False, with errno, when one of them is refused.
+[[nodiscard]] bool copySettings(int from, int to);
 
 }  // namespace vyn::io

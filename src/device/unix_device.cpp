@@ -1,6 +1,8 @@
 #include <vyn/config.h>
 #include <vyn/unix_device.h>
 
+#include "device/empty_read.h"
+
 namespace vyn {
 
 UnixDevice::UnixDevice() = default;
@@ -12,6 +14,11 @@ UnixDevice::UnixDevice(const UnixSocket* socket) : mSocket(socket) {}
 UnixDevice::~UnixDevice() = default;
 
 const char* UnixDevice::getClassName() { return "UnixDevice"; }
+
+void UnixDevice::onDataArrival(int) {
+    const int count = readAndReport();
+    if (count < 1 && !io::outlivesEmptyRead(mSocket.fd(), count)) reportEnd(count);
+}
 
 int UnixDevice::write(const void* data, int len) { return mSocket.send(data, len); }
 

@@ -11,7 +11,8 @@ namespace {
 void openToEveryone(const std::string& addr) {
     if (UnixAddress::isAbstract(addr)) return;  // names have no permissions
     const int ret = chmod(addr.c_str(), 0777);
-    VYN_CHECK(ret == 0) << "chmod addr " << addr << " to 0777 failed. ret = " << ret;
+    VYN_CHECK(ret == 0) << "chmod addr " << addr << " to 0777 failed. ret = " << ret << " "
+                        << logging::ErrnoText{errno};
 }
 
 }  // namespace
@@ -19,9 +20,14 @@ void openToEveryone(const std::string& addr) {
 UnixListenerDevice::UnixListenerDevice(const std::string& addr) {
     mSocket.create(UnixSocket::STREAM);
     const bool b = mSocket.bind(addr);
-    VYN_CHECK(b == true) << "bind addr " << addr << " failed.";
-    mSocket.listen();
+    VYN_CHECK(b == true) << "bind addr " << addr << " failed. " << logging::ErrnoText{errno};
+    const bool listening = mSocket.listen();
+    if (b) {
+        VYN_CHECK(listening == true)
+            << "listen on " << addr << " failed. " << logging::ErrnoText{errno};
+    }
     openToEveryone(addr);
+    if (!listening) return;
     VYN_LOG_DEBUG << "bind on " << addr;
     VYN_LOG_DEBUG << "listen on " << mSocket.getLocalAddr();
 }

@@ -18,23 +18,42 @@ int openSocket(UnixSocket::Type type) {
                     0);
 }
 
-// How long a blocking connect waits for room in the backlog; 0 waits for ever.
-void setConnectTimeout(int fd, int timeoutMs) {
-    const timeval limit{timeoutMs / 1000, timeoutMs % 1000 * 1000};
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-}
+// How long a blocking call of the socket waits for the peer; the option's form is also that of the
+// time for which a blocking connect waits for room in the backlog. 0 waits for ever.
+class SendTimeout {
+  public:
+    // Puts back what it finds when it goes; leaves errno as it was.
+    explicit SendTimeout(int fd) : mFd(fd) {
+        socklen_t length = sizeof mFormer;
+        getsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &mFormer, &length);
+    }
+    ~SendTimeout() {
+        const int savedErrno = errno;
+        set(mFormer);
+        errno = savedErrno;
+    }
+    SendTimeout(const SendTimeout&) = delete;
+    SendTimeout& operator=(const SendTimeout&) = delete;
+
+    void setMs(int ms) const { set({ms / 1000, ms % 1000 * 1000}); }
+
+  private:
+    void set(const timeval& limit) const {
+        setsockopt(mFd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    }
+
+    int mFd;
+    timeval mFormer{};
+};
 
 bool connectWithin(int fd, const UnixAddress& address, int timeoutMs) {
     const io::Deadline deadline(timeoutMs);
-    const bool connected = io::uninterrupted([&] {
-                               const int remaining = deadline.remainingMs();
-                               setConnectTimeout(fd, remaining < 0 ? 0 : std::max(remaining, 1));
-                               return ::connect(fd, address.raw(), address.length());
-                           }) == 0;
-    const int error = errno;
-    setConnectTimeout(fd, 0);
-    errno = error;
-    return connected;
+    const SendTimeout timeout(fd);
+    return io::uninterrupted([&] {
+               const int remaining = deadline.remainingMs();
+               timeout.setMs(remaining < 0 ? 0 : std::max(remaining, 1));
+               return ::connect(fd, address.raw(), address.length());
+           }) == 0;
 }
 
 }  // namespace
@@ -71,9 +90,7 @@ bool UnixSocket::bind(const std::string& addr) {
     if (errno != EADDRINUSE) return false;
     // Two processes that found the same abandoned file must not remove each other's new one.
     const SocketFileLock lock(address);
-    if (lock.isHeld() && (tryToBind() || (removeAbandonedSocketFile(address) && tryToBind()))) {
-        return true;
-    }
+    if (tryToBind() || (removeAbandonedSocketFile(address) && tryToBind())) return true;
     errno = EADDRINUSE;
     return false;
 }
@@ -99,7 +116,7 @@ int UnixSocket::recvFrom(void* buffer, int size, int timeoutMs, std::string* fro
     UnixAddress address;
     const int count =
         io::receiveWithin(fd(), buffer, size, timeoutMs, address.raw(), address.lengthOut());
-    if (count >= 0) *from = address.text();
+    if (count >= 0 && from != nullptr) *from = address.text();
     return count;
 }
 

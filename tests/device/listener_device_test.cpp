@@ -54,7 +54,8 @@ TEST(ListenerDevice, ListensAnewAndLogsSuccessAndFailure) {
     EXPECT_FALSE(device.listen(taken.socket().getHostPort(), "127.0.0.1"));
     EXPECT_EQ(capture.texts()[0], "listen on " + first);
     ASSERT_EQ(capture.lines().size(), 3u);
-    EXPECT_EQ(capture.texts()[2], "bind [" + hostPort(taken) + "] failed.");
+    EXPECT_EQ(capture.texts()[2],
+              "[98] Address already in use. bind [" + hostPort(taken) + "] failed.");
     EXPECT_TRUE(device.listen(0, "127.0.0.1"));
 }
 

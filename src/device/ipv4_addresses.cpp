@@ -1,0 +1,72 @@
+#include "device/ipv4_addresses.h"
+
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "device/socket_io.h"
+
+namespace vyn::netlink {
+
+namespace {
+
+// Asks for all addresses. The answer is ended by a message of its own.
+bool request(int fd) {
+    struct {
+        nlmsghdr header;
+        ifaddrmsg filter;
+    } request{};
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = RTM_GETADDR;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.filter.ifa_family = AF_INET;
+    return io::send(fd, &request, sizeof request, nullptr, 0) == sizeof request;
+}
+
+// Of a connection between two points, IFA_ADDRESS is the other one's.
+Ipv4Address addressOf(const nlmsghdr* message) {
+    const auto* content = static_cast<const ifaddrmsg*>(NLMSG_DATA(message));
+    Ipv4Address result{static_cast<int>(content->ifa_index), {}, content->ifa_prefixlen};
+    auto length = static_cast<int>(IFA_PAYLOAD(message));
+    bool isLocal = false;
+    for (const rtattr* each = IFA_RTA(content); RTA_OK(each, length);
+         each = RTA_NEXT(each, length)) {
+        if (RTA_PAYLOAD(each) < sizeof(in_addr) || isLocal) continue;
+        if (each->rta_type != IFA_LOCAL && each->rta_type != IFA_ADDRESS) continue;
+        std::memcpy(&result.address, RTA_DATA(each), sizeof result.address);
+        isLocal = each->rta_type == IFA_LOCAL;
+    }
+    return result;
+}
+
+enum class Answer { kGoesOn, kComplete, kFailed };
+
+Answer readPart(int fd, std::vector<Ipv4Address>& out) {
+    alignas(nlmsghdr) char buffer[16384];
+    auto left = static_cast<unsigned>(io::receive(fd, buffer, sizeof buffer, 0, nullptr, nullptr));
+    if (static_cast<int>(left) < 0) return Answer::kFailed;
+    for (auto* message = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(message, left);
+         message = NLMSG_NEXT(message, left)) {
+        if (message->nlmsg_type == NLMSG_DONE) return Answer::kComplete;
+        if (message->nlmsg_type == NLMSG_ERROR) {
+            errno = -static_cast<const nlmsgerr*>(NLMSG_DATA(message))->error;
+            return Answer::kFailed;
+        }
+        if (message->nlmsg_type == RTM_NEWADDR) out.push_back(addressOf(message));
+    }
+    return Answer::kGoesOn;
+}
+
+}  // namespace
+
+bool readIpv4Addresses(std::vector<Ipv4Address>& out) {
+    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    Answer answer = fd >= 0 && request(fd) ? Answer::kGoesOn : Answer::kFailed;
+    while (answer == Answer::kGoesOn) answer = readPart(fd, out);
+    io::closeDescriptor(fd);
+    return answer == Answer::kComplete;
+}
+
+}  // namespace vyn::netlink
