@@ -10,29 +10,16 @@
 namespace vyn {
 namespace {
 
-TEST(DeviceProperty, GivesWhatWasSetAndElseTheDefault) {
-    EXPECT_EQ(Property::get("absent", "default"), "default");
-    EXPECT_TRUE(Property::set("key", "value"));
-    EXPECT_EQ(Property::get("key", "default"), "value");
+TEST(DeviceProperty, GivesWhatTheServiceTookAndElseTheDefault) {
+    const std::string longest(91, 'x'), longer(200, 'x');
+    EXPECT_EQ(Property::get("key", longer), longer) << "not cut to the length of a value";
+    EXPECT_TRUE(Property::set("key", longest));
+    EXPECT_FALSE(Property::set("key", longest + 'y'));
+    EXPECT_EQ(Property::get("key", "default"), longest);
     EXPECT_TRUE(Property::set("key", ""));
     EXPECT_EQ(Property::get("key", "default"), "default");
-}
-
-TEST(DeviceProperty, DoesNotCutADefaultToTheLengthOfAValue) {
-    const std::string longer(200, 'x');
-    EXPECT_EQ(Property::get("absent", longer), longer);
-}
-
-TEST(DeviceProperty, TakesValuesOfUpTo91Characters) {
-    const std::string longest(91, 'x');
-    EXPECT_TRUE(Property::set("long", longest));
-    EXPECT_FALSE(Property::set("long", longest + 'y'));
-    EXPECT_EQ(Property::get("long", ""), longest);
-}
-
-TEST(DeviceProperty, ReportsThatTheServiceRefuses) {
     EXPECT_TRUE(Property::set("ro.key", "first"));
-    EXPECT_FALSE(Property::set("ro.key", "second"));
+    EXPECT_FALSE(Property::set("ro.key", "second")) << "as the service refuses";
     EXPECT_EQ(Property::get("ro.key", ""), "first");
 }
 
