@@ -157,6 +157,8 @@ class VYN_API Connector {
     bool queueOverflow(Worker* worker);
     // A worker's device has other descriptors than before.
     void updateDescriptorsOf(Worker* worker);
+    // A worker's device has nothing to do with its descriptors for so many milliseconds.
+    void restDescriptorsOf(Worker* worker, long ms);
     // Numbers the additions of workers: 0 while this one is not here. Any thread.
     uint64_t ticketOf(Worker* worker);
 

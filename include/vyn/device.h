@@ -65,6 +65,9 @@ class VYN_API Device {
     // For a subclass whose getFd() or getFds() has another answer than before: the loop that serves
     // the worker, if there is one, watches what they name now.
     void descriptorsChanged();
+    // For one whose descriptor stays ready although nothing can be done about it now: the loop does
+    // not look at it for so many milliseconds, and serves the others.
+    void restFor(int ms);
 
     // Who is reported to, or null.
     Worker* mWorker = nullptr;

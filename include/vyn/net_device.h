@@ -41,7 +41,8 @@ class VYN_API NetDevice : public BaseDevice {
     void dump(std::ostream& os) override;
     int read(char* buf, int len) override;
 
-    // For options, and for the addresses of both ends.
+    // For options, and for the addresses of both ends. While the worker is in a loop it keeps its
+    // descriptor; after a change of that the worker is added again.
     [[nodiscard]] Socket& socket() { return mSocket; }
 
   protected:
@@ -59,7 +60,8 @@ class VYN_API NetDevice : public BaseDevice {
 //         ...
 //     }
 //
-// A socket that is not taken over during the call is closed.
+// A socket that is not taken over during the call is closed. When accepting failed it is invalid,
+// and errno tells why; the loop looks at the listener again some milliseconds later.
 class VYN_API ListenerDevice : public NetDevice {
   public:
     // Does not listen until listen() is called.
@@ -71,11 +73,12 @@ class VYN_API ListenerDevice : public NetDevice {
     const char* getClassName() override;
     void onDataArrival(int fd) override;
 
-    // Listens there instead. False when that fails, which is logged; errno then tells why, and the
-    // device may hold a socket that does not listen.
+    // Listens there instead, also while its worker is in a loop. False when that fails, which is
+    // logged; errno then tells why, and the device may hold a socket that does not listen.
     bool listen(int port, const std::string& ip);
 
   private:
+    void stopListening();
     bool bindTo(int port, const std::string& ip);
 };
 

@@ -38,7 +38,8 @@ class VYN_API UnixDevice : public BaseDevice {
     // The peer's address; empty for a peer that has none, as most clients.
     virtual std::string getAddress();
 
-    // For options, credentials and the addresses of both ends.
+    // For options, credentials and the addresses of both ends. While the worker is in a loop it
+    // keeps its descriptor; after a change of that the worker is added again.
     [[nodiscard]] UnixSocket& socket() { return mSocket; }
 
   protected:
@@ -49,7 +50,7 @@ class VYN_API UnixDevice : public BaseDevice {
 // Accepts Unix-domain connections, one each time its descriptor is ready, and reports each through
 // Executor::onNewConnection() with its own descriptor and a pointer to the accepted UnixSocket. The
 // executor takes it over by building a UnixDevice from that pointer, as with ListenerDevice;
-// otherwise it is closed. It is invalid when accepting failed.
+// otherwise it is closed. When accepting failed it is as for ListenerDevice.
 class VYN_API UnixListenerDevice : public UnixDevice {
   public:
     // Listens on `addr`; processes of every user may connect to a socket file. Failing to bind, or

@@ -144,6 +144,8 @@ class VYN_API Worker : public Parser::PostListener {
 
     // The connector that has this worker watches the device's present descriptors.
     void onDescriptorsChanged();
+    // The connector that has this worker does not watch them for so many milliseconds.
+    void onDeviceRests(int ms);
 
     // --- Authentication.
     // Asks an attached authenticator to start.

@@ -115,6 +115,11 @@ void Connector::updateDescriptorsOf(Worker* worker) {
     mImpl->updateDescriptorsOf(worker);
 }
 
+void Connector::restDescriptorsOf(Worker* worker, long ms) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->restDescriptorsOf(worker, ms);
+}
+
 uint64_t Connector::ticketOf(Worker* worker) {
     VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, 0);
     return mImpl->ticketOf(worker);

@@ -26,6 +26,7 @@ class Connector::Impl {
     virtual void queueWriteOf(Worker* worker) = 0;
     virtual bool queueOverflow(Worker* worker) = 0;
     virtual void updateDescriptorsOf(Worker* worker) = 0;
+    virtual void restDescriptorsOf(Worker* worker, long ms) = 0;
     virtual uint64_t ticketOf(Worker* worker) = 0;
     virtual int getLoading() = 0;
     virtual void setLoadingRange(int empty, int full) = 0;

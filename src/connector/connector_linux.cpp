@@ -88,6 +88,15 @@ void LinuxConnector::updateDescriptorsOf(Worker* worker) {
     report(mWorkers.update(worker), worker);
 }
 
+void LinuxConnector::restDescriptorsOf(Worker* worker, long ms) {
+    const Registration resting{worker, mWorkers.rest(worker)};
+    if (resting.ticket != 0) sendMessageDelayed(nullptr, mRestEnd.messageFor(resting), ms);
+}
+
+void LinuxConnector::endRest(const Registration& rested) {
+    if (mWorkers.holds(rested)) updateDescriptorsOf(rested.worker);
+}
+
 uint64_t LinuxConnector::ticketOf(Worker* worker) { return mWorkers.ticketOf(worker); }
 
 int LinuxConnector::getLoading() {

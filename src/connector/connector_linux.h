@@ -10,6 +10,7 @@
 #include "connector/epoll.h"
 #include "connector/heartbit_timer.h"
 #include "connector/message_queue.h"
+#include "connector/rest_end.h"
 #include "connector/stale_events.h"
 #include "connector/timer_queue.h"
 #include "connector/wake_pipe.h"
@@ -41,12 +42,15 @@ class LinuxConnector : public Connector::Impl {
     void queueWriteOf(Worker* worker) override;
     bool queueOverflow(Worker* worker) override;
     void updateDescriptorsOf(Worker* worker) override;
+    void restDescriptorsOf(Worker* worker, long ms) override;
     uint64_t ticketOf(Worker* worker) override;
     int getLoading() override;
     void setLoadingRange(int empty, int full) override;
 
     // Has every valid worker check its heartbeat.
     void checkHeartbit();
+    // Watches the descriptors of a worker that rested.
+    void endRest(const Registration& rested);
 
   private:
     void init();
@@ -72,6 +76,7 @@ class LinuxConnector : public Connector::Impl {
     Epoll mEpoll;
     WakePipe mTickFd;
     WorkerRegistry mWorkers{mEpoll, mTickFd};
+    RestEnd mRestEnd{*this};
     HeartbitTimer mHeartbitTimer{*this};  // one of those of mTimers, which drops it at its end
     TimerQueue mTimers{mTickFd};
     MessageQueue mMessages{mTickFd};

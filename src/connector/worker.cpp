@@ -142,6 +142,11 @@ void Worker::onDescriptorsChanged() {
     if (connector != nullptr) connector->updateDescriptorsOf(this);
 }
 
+void Worker::onDeviceRests(int ms) {
+    Connector* const connector = getConnector();
+    if (connector != nullptr) connector->restDescriptorsOf(this, ms);
+}
+
 void Worker::requireAuth() {
     if (mAuthenticator != nullptr) mAuthenticator->require();
 }

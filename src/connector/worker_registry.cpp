@@ -48,6 +48,14 @@ WorkerRegistry::Refusal WorkerRegistry::update(Worker* worker) {
     return refusal;
 }
 
+uint64_t WorkerRegistry::rest(Worker* worker) {
+    AutoLock lock(mLock);
+    WorkerEntry* const entry = entryOf(worker);
+    if (entry == nullptr) return 0;
+    mDescriptors.forget(*entry);
+    return entry->ticket;
+}
+
 void WorkerRegistry::remove(Worker* worker) {
     AutoLock lock(mLock);
     WorkerEntry* const entry = entryOf(worker);

@@ -48,6 +48,9 @@ class WorkerRegistry {
     // Watches the descriptors that the worker's device names now, in the place of those that it
     // named before. Unknown workers are ignored.
     Refusal update(Worker* worker);
+    // Watches none of them, until it is told to. Returns the worker's ticket, or 0 for an unknown
+    // one.
+    uint64_t rest(Worker* worker);
     // Forgets the worker, all descriptors registered for it, also those closed meanwhile, and what
     // was requested for it. Unknown workers are ignored.
     void remove(Worker* worker);

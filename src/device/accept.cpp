@@ -86,6 +86,12 @@ int acceptConnection(int listener, sockaddr* address, socklen_t* length) {
     return -1;
 }
 
+int msUntilNextAccept(int error) {
+    // Each look takes a connection from the queue, or another process has taken it.
+    const bool movesOn = error == EMFILE || error == ENFILE || error == EAGAIN;
+    return movesOn ? 1 : 10;
+}
+
 void reserveSpareDescriptor() {
     pthread_rwlock_wrlock(&gGate);
     refillSpare();

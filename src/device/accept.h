@@ -9,6 +9,10 @@ namespace vyn::io {
 // Any thread.
 int acceptConnection(int listener, sockaddr* address, socklen_t* length);
 
+// For a loop whose listener had no connection to accept, by the errno of that: for how many
+// milliseconds it had better not look again. Otherwise one that stays ready would keep it busy.
+int msUntilNextAccept(int error);
+
 // Holds the descriptor back that acceptConnection() needs when there is no other. Any thread.
 void reserveSpareDescriptor();
 

@@ -50,6 +50,10 @@ void Device::descriptorsChanged() {
     if (mWorker != nullptr) mWorker->onDescriptorsChanged();
 }
 
+void Device::restFor(int ms) {
+    if (mWorker != nullptr) mWorker->onDeviceRests(ms);
+}
+
 const char* BaseDevice::getClassName() { return "BaseDevice"; }
 
 void BaseDevice::onDataArrival(int) {

@@ -1,6 +1,10 @@
 #include <vyn/logging.h>
 #include <vyn/net_device.h>
 
+#include <cerrno>
+
+#include "device/accept.h"
+
 namespace vyn {
 
 namespace {
@@ -30,14 +34,17 @@ const char* ListenerDevice::getClassName() { return "ListenerDevice"; }
 void ListenerDevice::onDataArrival(int fd) {
     VYN_CHECK(fd == mSocket.fd());
     Socket accepted = mSocket.accept();
+    const int error = errno;
+    if (!accepted.isValid()) restFor(io::msUntilNextAccept(error));
     VYN_LOG_VERBOSE << "\033[1;33;40m"
                     << "Run here! "
                     << "accepted = " << accepted.fd();
+    errno = error;
     onNewConnection(getFd(), &accepted);
 }
 
 bool ListenerDevice::listen(int port, const std::string& ip) {
-    mSocket.reset();
+    stopListening();
     if (!bindTo(port, ip)) {
         VYN_LOG_ERRNO_INFO << "bind [" << ip << ":" << port << "] failed.";
         return false;
@@ -46,8 +53,15 @@ bool ListenerDevice::listen(int port, const std::string& ip) {
         VYN_LOG_ERRNO_INFO << "listen on " << localAddress(mSocket) << " failed.";
         return false;
     }
+    descriptorsChanged();
     VYN_LOG_INFO << "listen on " << localAddress(mSocket);
     return true;
+}
+
+// The loop forgets the descriptor while it is open: a copy of it may keep the kernel watching it.
+void ListenerDevice::stopListening() {
+    const Socket former(&mSocket);
+    descriptorsChanged();
 }
 
 bool ListenerDevice::bindTo(int port, const std::string& ip) {

@@ -2,6 +2,9 @@
 #include <vyn/logging.h>
 #include <vyn/unix_device.h>
 
+#include <cerrno>
+
+#include "device/accept.h"
 #include "device/unix_address.h"
 
 namespace vyn {
@@ -37,9 +40,12 @@ const char* UnixListenerDevice::getClassName() { return "UnixListenerDevice"; }
 void UnixListenerDevice::onDataArrival(int fd) {
     VYN_CHECK(fd == mSocket.fd());
     UnixSocket accepted = mSocket.accept();
+    const int error = errno;
+    if (!accepted.isValid()) restFor(io::msUntilNextAccept(error));
     VYN_LOG_VERBOSE << "\033[1;33;40m"
                     << "Run here! "
                     << "accepted fd " << accepted.fd() << " from " << mSocket.getLocalAddr();
+    errno = error;
     onNewConnection(getFd(), &accepted);
 }
 

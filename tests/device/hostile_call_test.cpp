@@ -10,7 +10,10 @@
 
 #include "support/fatal_capture.h"
 #include "support/log_capture.h"
+#include "support/loop_thread.h"
+#include "support/recording_executor.h"
 #include "support/transports.h"
+#include "support/wait.h"
 
 namespace {
 
@@ -53,6 +56,60 @@ TEST(ListenerDevice, FailingToListenIsFatalWhenItIsMadeAndTellsWhy) {
     EXPECT_EQ(fatal.count("failed. [98] Address already in use"), 2);
     EXPECT_EQ(capture.count("[98] Address already in use. listen on 127.0.0.1:"), 1);
     EXPECT_EQ(capture.count("listen on"), 3);  // success is not claimed
+}
+
+// A listener in a loop, and what it reports.
+struct ServedListener {
+    ServedListener() : worker(&device, nullptr) {
+        executor.newConnection = [this](Worker*, int, void* data) {
+            ++(static_cast<const Socket*>(data)->isValid() ? accepted : failed);
+        };
+        loop.call([this] { loop.connector().addWorkerLocked(&worker, &executor); });
+    }
+    ~ServedListener() {
+        loop.call([this] { loop.connector().removeWorkerLocked(&worker); });
+    }
+    bool serves(int port) {
+        const int before = accepted;
+        Socket client(Socket::TCP);
+        return client.connect("127.0.0.1", port) &&
+               testing::waitUntil([&] { return accepted > before; });
+    }
+
+    testing::RecordingExecutor executor;
+    ListenerDevice device{0, "127.0.0.1"};
+    Worker worker;
+    std::atomic<int> accepted{0};
+    std::atomic<int> failed{0};
+    testing::LoopThread loop;
+};
+
+TEST(ListenerDevice, ListensElsewhereWhileItIsInALoop) {
+    ServedListener served;
+    const Socket copy(served.device.socket());  // keeps the former socket open
+    const int former = copy.getHostPort();
+    for (int i = 0; i < 3; ++i) {
+        served.loop.call([&] { EXPECT_TRUE(served.device.listen(0, "127.0.0.1")); });
+        EXPECT_TRUE(served.serves(served.device.socket().getHostPort()));
+    }
+    EXPECT_NE(served.device.socket().getHostPort(), former);
+}
+
+TEST(ListenerDevice, WaitsWhileAcceptingFailsAndRecovers) {
+    ServedListener served;
+    for (const int error : {ENOBUFS, EAGAIN}) {
+        LogCapture capture;
+        gAcceptError = error;
+        const int turns = served.failed;
+        Socket client(Socket::TCP);
+        ASSERT_TRUE(client.connect("127.0.0.1", served.device.socket().getHostPort()));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        EXPECT_GT(served.failed, turns);
+        EXPECT_LT(served.failed, turns + 1000);
+        EXPECT_LE(capture.count("accept. no connection could be taken at fd"), 1);
+        gAcceptError = 0;
+        EXPECT_TRUE(served.serves(served.device.socket().getHostPort()));
+    }
 }
 
 TEST(UnixSocket, ReplacesAStaleFileWhoeverHoldsTheFoldersLock) {
