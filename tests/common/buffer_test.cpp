@@ -92,8 +92,7 @@ TEST(Buffer, GrowsAtItsEndAndBeforeAPositionBroughtIntoRange) {
 TEST(Buffer, ErasesFromTheFrontInPlace) {
     Buffer buffer = marked("abcdef");
     const char* const block = buffer.data;
-    buffer.erase_before(-4);
-    buffer.erase_before(4);
+    for (const int count : {-4, 4}) buffer.erase_before(count);
     EXPECT_EQ(shown(buffer), "ef");
     EXPECT_EQ(buffer.data, block);
     buffer.erase_before(2);
@@ -133,15 +132,15 @@ TEST(Buffer, CountsNegativeIndicesFromTheEndAndRefusesThoseOutOfRange) {
 }
 
 TEST(Buffer, IsStreamedWithItsFirstSixteenBytes) {
-    const std::string x(16, 'x');
     std::ostringstream stream;
-    stream << Buffer() << Buffer(" !\"#$~\x7f\xff", 8) << 255 << Buffer(15, 'x') << Buffer(16, 'x');
+    stream << Buffer() << Buffer(" !\"#$~\x7f\xff", 8) << 255 << Buffer(15, '%') << Buffer(16, '%');
+    EXPECT_EQ(stream.str(),
+              "NULLBuffer(8 bytes): {  21\" 23$~ 7f ff}ff"
+              "Buffer(15 bytes): {%%%%%%%%%%%%%%%}Buffer(16 bytes): {%%%%%%%%%%%%%%%%...}");
     config::debug::setDEBUG_BUF(true);
-    stream << Buffer(16, 'x');
+    stream << Buffer(17, '%');
     config::debug::setDEBUG_BUF(false);
-    EXPECT_EQ(stream.str(), "NULLBuffer(8 bytes): {  21\" 23$~ 7f ff}ffBuffer(15 bytes): {" +
-                                x.substr(1) + "}Buffer(16 bytes): {" + x +
-                                "...}Buffer(16 bytes): {" + x + "}");
+    EXPECT_NE(stream.str().find("%%%%%%%%%%%%%%%%%}"), std::string::npos);
 }
 
 std::string decoded(const std::string& hex) {

@@ -61,8 +61,10 @@ TEST(FileUtils, FailToReadAFileThatEndsBeforeItsSize) {
     const std::string path = "/sys/devices/system/cpu/online";
     const int size = fileexists(path) ? filesize(path) : 0;
     if (size < 1000) GTEST_SKIP() << "no file here is shorter than its size";
+    LogCapture log;
     Buffer out;
     EXPECT_EQ(readFile(path, out), -EIO);
+    EXPECT_EQ(log.count("[5] Input/output error. fread fail."), 1);
     EXPECT_EQ(out.size, size);
     EXPECT_EQ(out[0], '0') << "what could be read is there";
     EXPECT_EQ(out[-1], 0);

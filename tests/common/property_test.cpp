@@ -50,8 +50,7 @@ TEST(Property, WritesReadOnlyKeysOnce) {
     EXPECT_EQ(valueOf("ro.there"), "1");
     EXPECT_TRUE(Property::set("ro.new", "1"));
     EXPECT_FALSE(Property::set("ro.new", "1")) << "not even to what it is";
-    EXPECT_TRUE(Property::set("zero.new", "1"));
-    EXPECT_TRUE(Property::set("zero.new", "2"));
+    for (const char* value : {"1", "2"}) EXPECT_TRUE(Property::set("zero.new", value));
 }
 
 TEST(Property, GivesWholeValuesWhileAnotherThreadSetsAndReloads) {

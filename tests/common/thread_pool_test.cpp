@@ -36,37 +36,37 @@ TEST(TaskIds, StartAtOneAndGoRoundThroughTheSmallestIntAndZero) {
 }
 
 TEST(ThreadPool, RunsAndDeletesEachTaskOnce) {
-    constexpr int kTasks = 100000;
     std::atomic<int> run{0};
     FunctionTask::sDeleted = 0;
     {
         ThreadPool pool(4);
         const auto produce = [&] {
-            for (int i = 0; i < kTasks; ++i) add(pool, [&](int) { ++run; });
+            for (int i = 0; i < 100000; ++i) add(pool, [&](int) { ++run; });
         };
         std::thread other(produce);
         produce();
         other.join();
     }
-    EXPECT_EQ(run, 2 * kTasks);
-    EXPECT_EQ(FunctionTask::sDeleted, 2 * kTasks);
+    EXPECT_EQ(run, 200000);
+    EXPECT_EQ(FunctionTask::sDeleted, 200000);
 }
 
 TEST(ThreadPool, StartsTasksInTheOrderOfTheirNumbersOnThreadsWithAName) {
     LogCapture log;
     std::vector<int> ids;
-    std::string name, expected;
+    std::string name;
+    int thread = 0;
     {
         ThreadPool pool(1);
         for (int i = 0; i < 100; ++i) add(pool, [&](int id) { ids.push_back(id); });
         add(pool, [&](int) {
             name = logging::getThreadName();
-            expected = "ThreadPool-" + std::to_string(logging::currentThreadId());
+            thread = logging::currentThreadId();
         });
     }
     ASSERT_EQ(ids.size(), 100u);
     for (size_t i = 1; i < ids.size(); ++i) EXPECT_EQ(ids[i], ids[i - 1] + 1);
-    EXPECT_EQ(name, expected.substr(0, 15));
+    EXPECT_EQ(name, ("ThreadPool-" + std::to_string(thread)).substr(0, 15));
     EXPECT_EQ(log.count("worker thread created. count: 1"), 1);
     EXPECT_EQ(log.count(" destroyed."), 1);
 }
