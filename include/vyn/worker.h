@@ -70,7 +70,8 @@ class VYN_API Worker : public Parser::PostListener {
     // The heartbeat's policy, asked every 200 ms; times are milliseconds. Both run while the
     // connector's timers are locked to other threads, so they should be short.
     // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows,
-    // and until then the worker may not be deleted.
+    // and until then the worker may not be deleted. `sinceLastRead` ends where the loop last looked
+    // for what peers sent, so a loop that was held up takes nobody for silent whose bytes wait.
     virtual bool hasRemoteTimedout(long sinceLastRead);
     // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*);
     // before the first one it is the present tick, which may be any number.
@@ -160,7 +161,8 @@ class VYN_API Worker : public Parser::PostListener {
     friend class LinuxConnector;
 
     // As checkHeartbit() for the connector's worker with this ticket; 0 for one of no connector.
-    void checkHeartbit(uint64_t ticket);
+    // What came until `readUntil`, in 64 bits of ticks, has been read; INT64_MIN for nothing yet.
+    void checkHeartbit(uint64_t ticket, int64_t readUntil);
     int enqueue(const void* data, int len);
     bool writeOnce(WriteNode& node);
     void onWriteQueueOverflow();

@@ -26,7 +26,8 @@ void Connector::Executor::sendMessageDelayed(const Message& message, long delayM
     if (connector != nullptr) connector->sendMessageDelayed(this, message, delayMs);
 }
 
-Connector::Connector() : mImpl(createImplement(this)) {}
+// The destructor uses the thread's place for a connector, and could bear no failure to make it.
+Connector::Connector() : mImpl((currentConnector(), createImplement(this))) {}
 
 Connector::~Connector() {
     destroyImplement(mImpl);

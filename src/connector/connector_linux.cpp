@@ -1,5 +1,6 @@
 #include "connector/connector_linux.h"
 
+#include <unistd.h>
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
@@ -15,7 +16,8 @@ constexpr int kMarks = 50;  // how far back the loading figure looks
 
 }  // namespace
 
-LinuxConnector::LinuxConnector(Connector* connector) : mConnector(connector), mDiagnoser(kMarks) {
+LinuxConnector::LinuxConnector(Connector* connector)
+    : mConnector(connector), mProcess(getpid()), mDiagnoser(kMarks) {
     init();
 }
 
@@ -37,16 +39,21 @@ void LinuxConnector::detach(Connector::Executor* executor) {
 }
 
 void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* executor) {
+    if (isOfAnotherProcess()) return;
     const WorkerRegistry::Added added = mWorkers.add(worker, mConnector, executor);
-    report(added.refusal, worker);
-    if (added.ticket == 0) return;
+    if (added.ticket == 0) {
+        report(added.refusal, worker);
+        return;
+    }
     worker->onReady();
     const WorkerRegistry::Readied readied = mWorkers.setReady({worker, added.ticket});
-    if (readied.refusal.fd != added.refusal.fd) report(readied.refusal, worker);
+    report(readied.refusal, worker);
     if (readied.hasOverflowed) worker->onWriteQueueOverflow();
 }
 
-void LinuxConnector::removeWorkerLocked(Worker* worker) { mWorkers.remove(worker); }
+void LinuxConnector::removeWorkerLocked(Worker* worker) {
+    if (!isOfAnotherProcess()) mWorkers.remove(worker);
+}
 
 // Release, and acquire in run(): when run() has returned, the thread that stopped it is done with
 // this connector.
@@ -85,7 +92,7 @@ void LinuxConnector::queueWriteOf(Worker* worker) { mWorkers.requestWrite(worker
 bool LinuxConnector::queueOverflow(Worker* worker) { return mWorkers.requestOverflow(worker); }
 
 void LinuxConnector::updateDescriptorsOf(Worker* worker) {
-    report(mWorkers.update(worker), worker);
+    if (!isOfAnotherProcess()) report(mWorkers.update(worker), worker);
 }
 
 void LinuxConnector::restDescriptorsOf(Worker* worker, long ms) {
@@ -117,7 +124,7 @@ void LinuxConnector::checkHeartbit() {
     for (const Registration& registration : mHeartbitSnapshot) {
         if (mWorkers.removals() != removals && !mWorkers.holds(registration)) continue;
         Worker* const worker = registration.worker;
-        if (worker->isValid()) worker->checkHeartbit(registration.ticket);
+        if (worker->isValid()) worker->checkHeartbit(registration.ticket, mReadHorizon.time());
     }
 }
 
@@ -134,7 +141,18 @@ void LinuxConnector::init() {
         return;
     }
     VYN_LOG_DEBUG << "addFdToFdSet, fd:" << mTickFd.readEnd() << ", tickpipe";
-    mEpoll.add({mTickFd.readEnd(), 0}, EPOLLIN);
+    watchWakePipe();
+}
+
+// A forked child shares the epoll set and the wake pipe with its parent, and would take descriptors
+// and wake-ups away from it. Asked before any lock is taken, as the child may find it held for
+// ever.
+bool LinuxConnector::isOfAnotherProcess() const {
+    const pid_t caller = getpid();
+    if (caller == mProcess) return false;
+    VYN_LOG_ERROR << "a loop belongs to the process that made it, " << mProcess
+                  << ". nothing is done for its child " << caller << ".";
+    return true;
 }
 
 // Closed descriptors are refused as a matter of course; others had better be known. The worker may

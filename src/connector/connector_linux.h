@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/types.h>
 #include <vyn/diagnoser.h>
 
 #include <atomic>
@@ -10,6 +11,8 @@
 #include "connector/epoll.h"
 #include "connector/heartbit_timer.h"
 #include "connector/message_queue.h"
+#include "connector/once_a_second.h"
+#include "connector/read_horizon.h"
 #include "connector/rest_end.h"
 #include "connector/stale_events.h"
 #include "connector/timer_queue.h"
@@ -56,7 +59,11 @@ class LinuxConnector : public Connector::Impl {
     void init();
     void runTurn(epoll_event* events);
     int waitForEvents(epoll_event* events);
+    int wait(epoll_event* events, int timeout);
+    int64_t nextDue() const;
+    int64_t nowIfDue() const;
     int nextTimerAndMessageTimeout(int64_t now) const;
+    void noteWait(int64_t began, int timeout, int count);
     void checkAndWriteData(int count, const epoll_event* events);
     void checkAndHandleMessage();
     void disconnectOverflowed();
@@ -66,10 +73,21 @@ class LinuxConnector : public Connector::Impl {
     void note(WorkerRegistry::Owner owner, EpollToken token);
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);
     void onReadable(EpollToken token, Worker* worker);
-    void dropClosedRegistrations();
+    bool isOfAnotherProcess() const;
     static void report(const WorkerRegistry::Refusal& refusal, const Worker* worker);
 
+    // When calls of the kernel fail.
+    static constexpr int kRetryMs = 10;
+    static void pause();
+    void dropClosedRegistrations();
+    void onWaitFailed(int error);
+    void onInterestRefused(int error);
+    void onDrainFailed(int error);
+    int watchWakePipe();
+    void mendWakePipe();
+
     Connector* mConnector;
+    const pid_t mProcess;
     std::unordered_set<Connector::Executor*> mExecutors;
     std::atomic<bool> mRunning{false};
 
@@ -94,8 +112,12 @@ class LinuxConnector : public Connector::Impl {
     std::vector<Registration> mOverflowed;
     std::vector<Registration> mDirectWriters;
 
+    int64_t mNow = 0;  // what is due at this tick::now() is the turn's; INT64_MIN for nothing
     bool mHadSeveralEvents = false;  // in the last turn that looked for some
+    ReadHorizon mReadHorizon;
     StaleEvents mStaleEvents;
+    bool mWakePipeIsWatched = false;
+    OnceASecond mStaleLine, mWaitLine, mInterestLine, mWakeLine;
 };
 
 std::ostream& operator<<(std::ostream& os, LinuxConnector* connector);

@@ -3,6 +3,7 @@
 #include <vyn/worker.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "common/tick.h"
 #include "connector/connector_linux.h"
@@ -19,6 +20,7 @@ constexpr int64_t kLongestWaitMs = 1000;
 }  // namespace
 
 void LinuxConnector::run() {
+    if (isOfAnotherProcess()) return;
     epoll_event events[kEventsPerWait] = {};
     mTickFd.enterLoop();
     mWorkers.beginServing();
@@ -40,7 +42,7 @@ void LinuxConnector::runTurn(epoll_event* events) {
     mTickFd.countOwnWakes(false);
     const int count = waitForEvents(events);
     checkAndWriteData(count, events);
-    mTimers.fireDue();
+    mTimers.fireDue(mNow);
     checkAndHandleMessage();
     dispatch(count, events);
 }
@@ -53,38 +55,76 @@ void LinuxConnector::disconnectOverflowed() {
 }
 
 void LinuxConnector::flushRequestedWrites() {
-    mWorkers.armRequestedWrites(mDirectWriters);
+    int error = mWorkers.armRequestedWrites(mDirectWriters, mNow);
     const uint32_t removals = mWorkers.removals();
     for (const Registration& writer : mDirectWriters) {
         if (mWorkers.removals() != removals && !mWorkers.holds(writer)) continue;
-        if (!writer.worker->performWrite()) mWorkers.awaitWritable(writer);
+        if (writer.worker->performWrite()) continue;
+        const int refused = mWorkers.awaitWritable(writer);
+        if (refused != 0) error = refused;
     }
+    if (error != 0) onInterestRefused(error);
 }
 
-// Returns how many events there are. Does not look for any when a timer or a message is due.
+// Returns how many events there are. Does not look for any when a timer or a message is due. One
+// look at the clock tells both whether to wait and what is due then.
 int LinuxConnector::waitForEvents(epoll_event* events) {
-    if (mMessages.hasImmediate()) return 0;
+    if (mTickFd.hasFailed() || !mWakePipeIsWatched) mendWakePipe();
+    if (mMessages.hasImmediate()) {
+        mNow = nowIfDue();
+        return 0;
+    }
     const tick::Instant now = tick::instant();
-    const int timeout = nextTimerAndMessageTimeout(now.milliseconds);
+    mNow = now.milliseconds;
+    const int timeout = nextTimerAndMessageTimeout(mNow);
     if (timeout < 1) return 0;
     mDiagnoser.record(false, static_cast<uint64_t>(now.nanoseconds));
-    // A time-out makes the kernel look at its clock, even when there are events. So where the last
-    // turn had several, and this one is likely to have some, they are asked for without one first.
-    int count = mHadSeveralEvents ? mEpoll.wait(events, kEventsPerWait, 0) : 0;
-    if (count == 0) count = mEpoll.wait(events, kEventsPerWait, timeout);
-    mHadSeveralEvents = count > 1;
-    mDiagnoser.record(true);
+    const int count = wait(events, timeout);
+    const tick::Instant awake = tick::instant();
+    mDiagnoser.record(true, static_cast<uint64_t>(awake.nanoseconds));
+    mNow = awake.milliseconds;
+    noteWait(now.milliseconds, timeout, count);
     return count;
 }
 
-// Milliseconds until the next timer or delayed message is due; 0 when one is due now.
+// A time-out makes the kernel look at its clock, even when there are events. So where the last turn
+// had several, and this one is likely to have some, they are asked for without one first.
+int LinuxConnector::wait(epoll_event* events, int timeout) {
+    int count = mHadSeveralEvents ? mEpoll.wait(events, kEventsPerWait, 0) : 0;
+    if (count == 0) count = mEpoll.wait(events, kEventsPerWait, timeout);
+    if (count < 0 && errno != EINTR) onWaitFailed(errno);
+    mHadSeveralEvents = count > 1;
+    return count;
+}
+
+// When the next timer, delayed message or retry is due.
+int64_t LinuxConnector::nextDue() const {
+    return std::min({mTimers.nextExpire(), mMessages.nextDelayed(), mWorkers.nextRetry()});
+}
+
+// While messages are due anyway, the clock is only looked at when it is likely to matter.
+int64_t LinuxConnector::nowIfDue() const {
+    return tick::isReached(nextDue()) ? tick::now() : INT64_MIN;
+}
+
+// Milliseconds until something is due; 0 when it is due now.
 int LinuxConnector::nextTimerAndMessageTimeout(int64_t now) const {
-    const int64_t due = std::min(mTimers.nextExpire(), mMessages.nextDelayed());
-    return static_cast<int>(std::clamp<int64_t>(due - now, 0, kLongestWaitMs));
+    const bool canBeWoken = mWakePipeIsWatched && !mTickFd.hasFailed();
+    return static_cast<int>(
+        std::clamp<int64_t>(nextDue() - now, 0, canBeWoken ? kLongestWaitMs : kRetryMs));
+}
+
+void LinuxConnector::noteWait(int64_t began, int timeout, int count) {
+    if (count == 0) mReadHorizon.onNothing(std::min(began + timeout, mNow));
+    if (count > 0 && count < kEventsPerWait) mReadHorizon.onAll(began);
+    if (count == kEventsPerWait) {
+        mReadHorizon.onSome(began, mWorkers.mostEvents() / kEventsPerWait + 1);
+    }
 }
 
 void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
     if (count > 0) mStaleEvents.beginBatch();
+    int error = 0;
     for (int i = 0; i < count; ++i) {
         if ((events[i].events & EPOLLOUT) == 0 || (events[i].events & EPOLLERR) != 0) continue;
         const EpollToken token = EpollToken::of(events[i]);
@@ -92,15 +132,19 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
         const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
         const bool done = owner == WorkerRegistry::Owner::kValid && worker->performWrite();
         // One that is not valid will not write, and its interest would keep the loop awake.
-        if (done || owner == WorkerRegistry::Owner::kNotValid) mWorkers.disarmWrite(token);
+        const bool disarm = done || owner == WorkerRegistry::Owner::kNotValid;
+        if (disarm && !mWorkers.disarmWrite(token)) error = errno;
         if (events[i].events != EPOLLOUT) continue;  // dispatch() sees to the rest
         note(owner, token);
     }
+    if (error == 0) return;
+    onInterestRefused(error);
+    pause();  // as epoll goes on reporting it
 }
 
 void LinuxConnector::checkAndHandleMessage() {
     Message message;
-    if (!mMessages.takeDue(message)) return;
+    if (!mMessages.takeDue(message, mNow)) return;
     if (message.callback != nullptr) {
         message.callback->onMessage(message);
     } else if (message.target != nullptr) {
@@ -113,6 +157,7 @@ void LinuxConnector::checkAndHandleMessage() {
 void LinuxConnector::dispatch(int count, const epoll_event* events) {
     if (count <= 0) return;
     for (int i = 0; i < count; ++i) dispatch(events[i]);
+    mReadHorizon.onHandled();
     if (mStaleEvents.last()) dropClosedRegistrations();
 }
 
@@ -123,7 +168,8 @@ void LinuxConnector::dispatch(const epoll_event& event) {
 
     const EpollToken token = EpollToken::of(event);
     if (token.fd == mTickFd.readEnd()) {
-        mTickFd.drain();
+        const int error = mTickFd.drain();
+        if (error != 0) onDrainFailed(error);
         mStaleEvents.addOther();
         return;
     }
@@ -166,15 +212,6 @@ void LinuxConnector::onReadable(EpollToken token, Worker* worker) {
         return;
     }
     worker->onDataArrival(token.fd);
-}
-
-// A descriptor that was closed before its worker was removed stays in the epoll set for as long as
-// a duplicate of it is open, and no call can take it out any more: only a new set is rid of it.
-void LinuxConnector::dropClosedRegistrations() {
-    const int error = mWorkers.reopenEpoll(false);
-    if (error == 0) {
-        VYN_LOG_WARNING << "a closed descriptor is still open elsewhere, epoll set is made anew.";
-    }
 }
 
 }  // namespace vyn

@@ -22,14 +22,15 @@ void MessageQueue::post(Connector::Executor* target, const Message& message, lon
     delayMs == 0 ? addImmediate(entry) : addDelayed(entry);
 }
 
-bool MessageQueue::takeDue(Message& out) {
+bool MessageQueue::takeDue(Message& out, int64_t now) {
     const Entry* const immediate = firstImmediate();
     const int64_t delayedDue = nextDelayed();
     if (immediate != nullptr && immediate->key.due < delayedDue) {
         takeImmediate(out);
         return true;
     }
-    if (!tick::isReached(delayedDue)) return false;
+    // What is due no later than a message without a delay is due as well.
+    if (immediate == nullptr && delayedDue > now) return false;
 
     AutoLock lock(mLock);
     const auto delayed = mDelayed.begin();

@@ -25,8 +25,9 @@ class MessageQueue {
 
     void post(Connector::Executor* target, const Message& message, long delayMs);
 
-    // Takes the first message if it is due. Returns false when there is none.
-    bool takeDue(Message& out);
+    // Takes the first message if it is due at `now`, a tick::now(). Returns false when there is
+    // none.
+    bool takeDue(Message& out, int64_t now);
 
     // Whether there is a message that was posted without a delay, and is therefore due.
     bool hasImmediate() const;

@@ -1,6 +1,7 @@
 #include "connector/timer_heap.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace vyn {
 
@@ -11,6 +12,8 @@ void TimerHeap::push(TimerWrapper* timer) {
 
 void TimerHeap::erase(TimerWrapper* timer) {
     const size_t index = timer->mHeapIndex;
+    if (index == TimerWrapper::kNotInHeap) return;
+    timer->mHeapIndex = TimerWrapper::kNotInHeap;
     const Entry last = mTimers.back();
     mTimers.pop_back();
     if (last.timer == timer) return;
@@ -20,6 +23,7 @@ void TimerHeap::erase(TimerWrapper* timer) {
 
 void TimerHeap::update(TimerWrapper* timer) {
     const size_t index = timer->mHeapIndex;
+    if (index == TimerWrapper::kNotInHeap) return;
     const Entry entry{timer->expire(), timer};
     siftUp(entry, index);
     if (timer->mHeapIndex == index) siftDown(entry, index);
@@ -39,8 +43,9 @@ void TimerHeap::collectDue(int64_t now, std::vector<TimerWrapper*>& due) const {
     }
 }
 
-void TimerHeap::collectAll(std::vector<TimerWrapper*>& out) const {
-    for (const Entry& entry : mTimers) out.push_back(entry.timer);
+std::vector<TimerHeap::Entry> TimerHeap::takeAll() {
+    for (const Entry& entry : mTimers) entry.timer->mHeapIndex = TimerWrapper::kNotInHeap;
+    return std::exchange(mTimers, {});
 }
 
 void TimerHeap::place(Entry entry, size_t index) {

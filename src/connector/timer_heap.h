@@ -19,21 +19,23 @@ class TimerHeap {
     // The time at which the first timer is due. Not for an empty heap.
     int64_t nextExpire() const { return mTimers.front().expire; }
 
+    struct Entry {
+        int64_t expire;
+        TimerWrapper* timer;
+    };
+
     void push(TimerWrapper* timer);
+    // These two ignore a timer that is not in the heap.
     void erase(TimerWrapper* timer);
     // Moves a timer whose expire() has changed to its new place.
     void update(TimerWrapper* timer);
     // Appends all timers that are due at `now` to `due`, in no order, in time proportional to
     // their number.
     void collectDue(int64_t now, std::vector<TimerWrapper*>& due) const;
-    // Appends all timers to `out`, in no order.
-    void collectAll(std::vector<TimerWrapper*>& out) const;
+    // Takes all timers out, in no order. Needs no memory.
+    std::vector<Entry> takeAll();
 
   private:
-    struct Entry {
-        int64_t expire;
-        TimerWrapper* timer;
-    };
     static constexpr size_t kWidth = 4;
 
     void place(Entry entry, size_t index);

@@ -12,8 +12,12 @@ constexpr int kFirstHashShift = 28 + kGroupBits;
 
 }  // namespace
 
-void TimerIndex::insert(TimerWrapper* timer) {
+void TimerIndex::makeRoom() {
     if (mCount == mBuckets.size()) grow();
+}
+
+void TimerIndex::insert(TimerWrapper* timer) {
+    makeRoom();
     ++mCount;
     link(timer);
 }
@@ -49,9 +53,10 @@ void TimerIndex::link(TimerWrapper* timer) {
 }
 
 void TimerIndex::grow() {
-    const std::vector<TimerWrapper*> old = std::move(mBuckets);
-    mHashShift = old.empty() ? kFirstHashShift : mHashShift - 1;
-    mBuckets.assign(old.empty() ? kFirstBuckets : old.size() * 2, nullptr);
+    const bool isFirst = mBuckets.empty();
+    std::vector<TimerWrapper*> old(isFirst ? kFirstBuckets : mBuckets.size() * 2);
+    old.swap(mBuckets);
+    mHashShift = isFirst ? kFirstHashShift : mHashShift - 1;
     for (TimerWrapper* chain : old) {
         while (chain != nullptr) {
             TimerWrapper* const timer = chain;

@@ -12,6 +12,8 @@ namespace vyn {
 // one allocates nothing but, now and then, a larger table. Not locked; owns nothing.
 class TimerIndex {
   public:
+    // Sees to the memory for one more. The insert() that follows needs none.
+    void makeRoom();
     void insert(TimerWrapper* timer);
     void erase(TimerWrapper* timer);
     // Of the timers with this id, which may be several since ids come round, the one that was

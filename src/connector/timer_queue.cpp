@@ -1,6 +1,7 @@
 #include "connector/timer_queue.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "common/tick.h"
 
@@ -17,13 +18,15 @@ TimerQueue::~TimerQueue() { clear(); }
 
 int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
     AutoRecursiveLock lock(mLock);
-    auto* wrapper = new TimerWrapper(timer);
-    wrapper->setInterval(intervalMs);
-    wrapper->schedule();
-    wrapper->setId(takeId());
-    wrapper->setArg(arg);
-    wrapper->mSequence = mNextSequence++;
-    mHeap.push(wrapper);
+    auto made = std::make_unique<TimerWrapper>(timer);
+    made->setInterval(intervalMs);
+    made->schedule();
+    made->setId(takeId());
+    made->setArg(arg);
+    made->mSequence = mNextSequence++;
+    mById.makeRoom();
+    mHeap.push(made.get());  // the last step that could lack memory
+    TimerWrapper* const wrapper = made.release();
     mById.insert(wrapper);
     publishNextExpire();
     mWakePipe.wake();
@@ -49,30 +52,30 @@ void TimerQueue::reset(int id) {
 
 int TimerQueue::clear() {
     AutoRecursiveLock lock(mLock);
-    std::vector<TimerWrapper*> timers;
-    mHeap.collectAll(timers);
-    std::sort(timers.begin(), timers.end(), TimerWrapper::olderFirst);
+    std::vector<TimerHeap::Entry> timers = mHeap.takeAll();
+    std::sort(timers.begin(), timers.end(), [](const auto& left, const auto& right) {
+        return TimerWrapper::olderFirst(left.timer, right.timer);
+    });
     mWalking = true;
-    for (TimerWrapper* timer : timers) {
-        if (!timer->mRemoved) drop(timer);  // one before it may have removed it
+    for (const TimerHeap::Entry& entry : timers) {
+        if (!entry.timer->mRemoved) drop(entry.timer);  // one before it may have removed it
     }
     endWalk();
     return static_cast<int>(timers.size());
 }
 
-void TimerQueue::fireDue() {
-    if (!tick::isReached(nextExpire())) return;
-    const int64_t now = tick::now();
+void TimerQueue::fireDue(int64_t now) {
+    if (nextExpire() > now) return;
 
     AutoRecursiveLock lock(mLock);
-    mWalking = true;
+    mDue.clear();
     mHeap.collectDue(now, mDue);
     std::sort(mDue.begin(), mDue.end(), TimerWrapper::olderFirst);
+    mWalking = true;
     for (TimerWrapper* timer : mDue) {
         // A timer that fired before it may have removed or reset it.
         if (!timer->mRemoved && timer->getLeftTime(now) < 1) fire(timer);
     }
-    mDue.clear();
     endWalk();
 }
 
@@ -96,7 +99,8 @@ void TimerQueue::drop(TimerWrapper* timer) {
     timer->onRemove();
     // A walk may be about to look at it, and leaves its deletion to its end.
     if (mWalking) {
-        mRemoved.push_back(timer);
+        timer->mNextInBucket = mRemoved;
+        mRemoved = timer;
     } else {
         delete timer;
     }
@@ -104,8 +108,11 @@ void TimerQueue::drop(TimerWrapper* timer) {
 
 void TimerQueue::endWalk() {
     mWalking = false;
-    for (TimerWrapper* timer : mRemoved) delete timer;
-    mRemoved.clear();
+    while (mRemoved != nullptr) {
+        TimerWrapper* const next = mRemoved->mNextInBucket;
+        delete mRemoved;
+        mRemoved = next;
+    }
     publishNextExpire();
 }
 

@@ -33,8 +33,9 @@ class TimerQueue {
     // Removes all timers, oldest first. Returns how many there were.
     int clear();
 
-    // Calls every timer that is due, in the order in which they were added. Loop thread.
-    void fireDue();
+    // Calls every timer that is due at `now`, a tick::now(), in the order in which they were added.
+    // Loop thread.
+    void fireDue(int64_t now);
 
     // The tick::now() at which the first timer is due; INT64_MAX without timers.
     int64_t nextExpire() const { return mNextExpire.load(std::memory_order_acquire); }
@@ -54,7 +55,7 @@ class TimerQueue {
     TimerIndex mById VYN_GUARDED_BY(mLock);
     // While timers are walked over: those removed meanwhile, which are deleted at its end.
     bool mWalking VYN_GUARDED_BY(mLock) = false;
-    std::vector<TimerWrapper*> mRemoved VYN_GUARDED_BY(mLock);
+    TimerWrapper* mRemoved VYN_GUARDED_BY(mLock) = nullptr;
     std::vector<TimerWrapper*> mDue VYN_GUARDED_BY(mLock);
 
     std::atomic<int64_t> mNextExpire{INT64_MAX};

@@ -48,9 +48,10 @@ class TimerWrapper {
     int mId = 0;
 
     // Kept by the queue.
-    uint32_t mHeapIndex = 0;
+    static constexpr uint32_t kNotInHeap = UINT32_MAX;
+    uint32_t mHeapIndex = kNotInHeap;
     uint64_t mSequence = 0;
-    TimerWrapper* mNextInBucket = nullptr;
+    TimerWrapper* mNextInBucket = nullptr;  // also the next of the removed ones
     bool mRemoved = false;
 };
 

@@ -3,9 +3,14 @@
 #include <unistd.h>
 #include <vyn/logging.h>
 
+#include <cerrno>
+
 namespace vyn {
 
 namespace {
+
+// A write that a signal interrupted, or that failed once, is tried again.
+constexpr int kMostTries = 4;
 
 // An address that is each thread's own: tells threads apart without asking the kernel.
 const void* threadMark() {
@@ -37,17 +42,36 @@ bool WakePipe::isOnLoopThread() const {
 
 void WakePipe::wake() {
     if (mEnds[1] < 0 || (isOnLoopThread() && !mOwnWakesCount)) return;
-    if (mByteWaits.exchange(true, std::memory_order_acq_rel)) return;
-    const char byte = 0;
-    [[maybe_unused]] const auto written = write(mEnds[1], &byte, 1);
+    writeByte();
 }
 
-void WakePipe::drain() {
+int WakePipe::drain() {
     char byte;
-    [[maybe_unused]] const auto taken = read(mEnds[0], &byte, 1);
+    if (read(mEnds[0], &byte, 1) < 0) return errno == EINTR || errno == EAGAIN ? 0 : errno;
     // After the read: a wake-up between the two is covered by the turn that follows, which looks
     // at everything that was posted before it.
     mByteWaits.exchange(false, std::memory_order_acq_rel);
+    return 0;
+}
+
+int WakePipe::mend() {
+    mHasFailed.store(false, std::memory_order_relaxed);
+    return writeByte();
+}
+
+// Returns 0, or an errno. Writes no line about that, as callers hold locks: the loop does.
+int WakePipe::writeByte() {
+    if (mByteWaits.exchange(true, std::memory_order_acq_rel)) return 0;
+    const char byte = 0;
+    ssize_t written = write(mEnds[1], &byte, 1);
+    for (int tries = 1; written != 1 && tries < kMostTries; ++tries) {
+        written = write(mEnds[1], &byte, 1);
+    }
+    if (written == 1) return 0;
+    const int error = errno;
+    mByteWaits.store(false, std::memory_order_release);
+    mHasFailed.store(true, std::memory_order_relaxed);
+    return error;
 }
 
 }  // namespace vyn

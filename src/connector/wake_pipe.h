@@ -32,12 +32,21 @@ class WakePipe {
     // Loop thread. While they count, the loop wakes itself: for what its next turn is to see to
     // without waiting first.
     void countOwnWakes(bool count) { mOwnWakesCount = count; }
-    // Takes the byte of a wake-up. Loop thread, when readEnd() is readable.
-    void drain();
+    // Takes the byte of a wake-up. Loop thread, when readEnd() is readable. Returns 0, or the errno
+    // of a failure, after which it stays readable.
+    [[nodiscard]] int drain();
+
+    // Any thread. Whether a wake-up has failed, so that what it was for may still wait.
+    bool hasFailed() const { return mHasFailed.load(std::memory_order_relaxed); }
+    // Tries whether the loop can be woken again. Returns 0, or the errno of another failure.
+    [[nodiscard]] int mend();
 
   private:
+    int writeByte();
+
     int mEnds[2] = {-1, -1};
     std::atomic<bool> mByteWaits{false};
+    std::atomic<bool> mHasFailed{false};
     // Marks the loop's thread; null while there is none.
     std::atomic<const void*> mLoopThread{nullptr};
     bool mOwnWakesCount = false;  // the loop thread's

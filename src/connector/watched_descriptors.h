@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -43,6 +44,8 @@ class WatchedDescriptors {
     // False, with errno, when the kernel refused.
     bool disarmWrite(EpollToken token);
 
+    // At most that many are watched.
+    size_t slots() const { return mSlots.size(); }
     // Puts every descriptor that is still the one that was registered into another set as well.
     // Returns 0, or the errno of a refusal. Where the old set itself `isLost`, those count that the
     // workers' devices name.

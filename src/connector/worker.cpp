@@ -5,6 +5,9 @@
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
+#include <algorithm>
+
+#include "common/tick.h"
 #include "connector/life_watch.h"
 #include "connector/parser_call.h"
 
@@ -82,19 +85,22 @@ void Worker::onDataArrival(int fd) {
 
 void Worker::checkHeartbit() {
     Connector* const connector = getConnector();
-    checkHeartbit(connector == nullptr ? 0 : connector->ticketOf(this));
+    checkHeartbit(connector == nullptr ? 0 : connector->ticketOf(this), tick::now());
 }
 
-void Worker::checkHeartbit(uint64_t ticket) {
+void Worker::checkHeartbit(uint64_t ticket, int64_t readUntil) {
     if (!checkValid()) return;
-    const long sinceLastRead =
-        helper::tickDifference(helper::mtick(), mLastReadTick.load(std::memory_order_relaxed));
+    long sinceLastRead = 0;
+    if (readUntil != INT64_MIN) {
+        sinceLastRead = helper::tickDifference(tick::toTick(readUntil),
+                                               mLastReadTick.load(std::memory_order_relaxed));
+    }
     LifeWatch life(static_cast<PostListener*>(this));
     sendHeartbit(
         helper::tickDifference(helper::mtick(), mLastWriteTick.load(std::memory_order_relaxed)));
     // The keep-alive may have found the peer gone, and the executor acted on it.
     if (life.ended() || (ticket != 0 && getConnector()->ticketOf(this) != ticket)) return;
-    if (!hasRemoteTimedout(sinceLastRead)) return;
+    if (!hasRemoteTimedout(std::max(sinceLastRead, 0L))) return;
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onHeartbitTimeout(this);
 }

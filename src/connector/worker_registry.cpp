@@ -111,6 +111,11 @@ void WorkerRegistry::stopWatching(EpollToken token) {
     mDescriptors.suspend(token);
 }
 
+int64_t WorkerRegistry::mostEvents() {
+    AutoLock lock(mLock);
+    return static_cast<int64_t>(mDescriptors.slots()) + 1;  // the wake pipe's
+}
+
 int WorkerRegistry::reopenEpoll(bool isLost) {
     AutoLock lock(mLock);
     Epoll fresh;

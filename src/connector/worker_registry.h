@@ -77,6 +77,8 @@ class WorkerRegistry {
     Owner find(EpollToken token, Worker*& worker);
     // Lets epoll forget the descriptor, until its worker is ready or is added again.
     void stopWatching(EpollToken token);
+    // How many events there may be at a time, at most.
+    int64_t mostEvents();
     // Puts a new epoll set in the place of the old one, which may be lost (see Epoll::replaceBy()),
     // and every watched descriptor into it. Returns 0, or an errno and the old set is kept.
     int reopenEpoll(bool isLost);
@@ -88,8 +90,8 @@ class WorkerRegistry {
     // Sees to the requested workers that have something to write. Those that can find out without
     // waiting what is taken go to `direct`, which is emptied first: they are to write at once. The
     // others get an interest in writing. Returns 0, or the errno with which the kernel refused that
-    // to one of them, which is tried again.
-    int armRequestedWrites(std::vector<Registration>& direct);
+    // to one of them, which is tried again. `now` is a tick::now().
+    int armRequestedWrites(std::vector<Registration>& direct, int64_t now);
     // For one of those that was left with something to write: gives it the interest, or has the
     // next turn look at it again when its device has no descriptor that tells when it takes more.
     // Returns as armRequestedWrites() does.

@@ -24,9 +24,9 @@ void WorkerRegistry::requestWrite(Worker* worker) {
     mWakePipe.wake();
 }
 
-int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct) {
+int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct, int64_t now) {
     direct.clear();
-    const bool retry = mNextRetry != INT64_MAX && tick::isReached(mNextRetry);
+    const bool retry = mNextRetry <= now;
     if (!retry && !mHasWriteRequests.load(std::memory_order_acquire)) return 0;
     AutoLock lock(mLock);
     if (retry) takeDueRetries();

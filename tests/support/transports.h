@@ -76,17 +76,13 @@ template <typename Transport>
 struct Connection {
     using SocketType = typename Transport::SocketType;
 
-    Connection()
-        : device(transport.listenerDevice()),
-          listener(device->socket()),
-          client(transport.client(listener)) {
+    Connection() : listener(transport.listener()), client(transport.client(listener)) {
         awaitReadable(listener.fd());
         server = listener.accept();
     }
 
     Transport transport;
-    std::unique_ptr<typename Transport::ListenerType> device;
-    SocketType& listener;
+    SocketType listener;
     SocketType client;
     SocketType server;
 };

@@ -1,0 +1,86 @@
+#include <vyn/logging.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "connector/connector_linux.h"
+
+// What the loop does when calls of the kernel fail: it says so, once a second, tries again, and
+// does not take the whole processor meanwhile.
+
+namespace vyn {
+
+// A descriptor that was closed before its worker was removed stays in the epoll set for as long as
+// a duplicate of it is open, and no call can take it out any more: only a new set is rid of it.
+void LinuxConnector::dropClosedRegistrations() {
+    const int error = mWorkers.reopenEpoll(false);
+    if (error == 0) {
+        VYN_LOG_WARNING << "a closed descriptor is still open elsewhere, epoll set is made anew.";
+        return;
+    }
+    if (mStaleLine.isDue()) {
+        VYN_LOG_ERROR << logging::ErrnoText{error}
+                      << "a closed descriptor is still open elsewhere, and no new epoll set can be "
+                         "made. trying again.";
+    }
+    if (mStaleEvents.areAll()) pause();
+}
+
+void LinuxConnector::onWaitFailed(int error) {
+    // The wake pipe is in the set, so epoll refuses to change it only when the set is none any
+    // more.
+    const int state = mEpoll.modify({mTickFd.readEnd(), 0}, EPOLLIN);
+    const bool isLost = state == EBADF || state == EINVAL || state == EPERM;
+    const bool isMadeAnew = isLost && mWorkers.reopenEpoll(true) == 0;
+    const bool isDue = mWaitLine.isDue();
+    if (isMadeAnew) {
+        if (isDue)
+            VYN_LOG_ERROR << logging::ErrnoText{error}
+                          << "epoll_wait fail. epoll set is made anew.";
+        return;
+    }
+    if (isDue) VYN_LOG_ERROR << logging::ErrnoText{error} << "epoll_wait fail. trying again.";
+    pause();
+}
+
+void LinuxConnector::onInterestRefused(int error) {
+    if (!mInterestLine.isDue()) return;
+    VYN_LOG_ERROR << logging::ErrnoText{error}
+                  << "epoll_ctl fail. a descriptor is not watched for writing as it should be. "
+                     "trying again.";
+}
+
+void LinuxConnector::onDrainFailed(int error) {
+    if (mWakeLine.isDue()) {
+        VYN_LOG_ERROR << logging::ErrnoText{error}
+                      << "the wake pipe can not be read. trying again.";
+    }
+    pause();
+}
+
+// Returns 0, or the errno of a refusal.
+int LinuxConnector::watchWakePipe() {
+    const int error = mEpoll.add({mTickFd.readEnd(), 0}, EPOLLIN);
+    mWakePipeIsWatched = error == 0 || error == EEXIST;
+    return mWakePipeIsWatched ? 0 : error;
+}
+
+// Messages whose wake-up has failed wait for the loop's next turn: until that works again, the
+// turns come often.
+void LinuxConnector::mendWakePipe() {
+    int error = mWakePipeIsWatched ? 0 : watchWakePipe();
+    if (mTickFd.hasFailed()) {
+        const int failure = mTickFd.mend();
+        if (failure != 0) error = failure;
+    }
+    if (error != 0 && mWakeLine.isDue()) {
+        VYN_LOG_ERROR << logging::ErrnoText{error}
+                      << "the loop can not be woken. it looks for what "
+                      << "is posted every " << kRetryMs << " ms, and tries again.";
+    }
+}
+
+void LinuxConnector::pause() { std::this_thread::sleep_for(std::chrono::milliseconds(kRetryMs)); }
+
+}  // namespace vyn
