@@ -21,6 +21,7 @@ def main():
     parser = argparse.ArgumentParser(prog="scripts/bench")
     parser.add_argument("group", nargs="*", help="any of " + ", ".join(groups))
     parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--print-only", action="store_true", help="leave the document as it is")
     options = parser.parse_args()
     unknown = set(options.group) - set(groups)
     if unknown or options.rounds < 1:
@@ -28,16 +29,22 @@ def main():
     failed = []
     for name in options.group or groups:
         results = measure.measure(PROGRAMS / f"bench_{name}", options.rounds)
-        present(groups[name], results, options.rounds)
+        text, brackets = tell(groups[name], results)
+        if not options.print_only:
+            write(groups[name], results, options.rounds, text, brackets)
         failed += results.failed
     if failed:
         sys.exit(f"{len(failed)} measurements failed")
 
 
-def present(group, results, rounds):
+def tell(group, results):
     text = tables.group_text(group, results)
     brackets = f"In brackets: the ratio to {group.limit}." if group.limit != "-" else ""
     print(f"\n{group.name}. {brackets}\n\n{text}\n")
+    return text, brackets
+
+
+def write(group, results, rounds, text, brackets):
     about = document.circumstances(group.name, rounds, results.spread())
     plot = bars.bars(group, results)
     if plot:
