@@ -1,12 +1,12 @@
 #include <vyn/command.h>
 #include <vyn/config.h>
+#include <vyn/handler.h>
 #include <vyn/logging.h>
 #include <vyn/net_device.h>
 #include <vyn/unix_device.h>
 #include <vyn/worker.h>
 
 #include "echo/server.h"
-#include "support/executor.h"
 
 namespace echo {
 
@@ -40,8 +40,9 @@ struct Connection : vyn::Worker {
 };
 
 template <class StreamSocket, class StreamDevice>
-class Service : public bench::Executor {
+class Service : public vyn::Handler {
   public:
+    using Handler::Handler;
     void serve(vyn::Device& listener) {
         vyn::Worker listening(&listener, nullptr);
         mLoop.addWorkerLocked(&listening, this);
@@ -58,21 +59,19 @@ class Service : public bench::Executor {
         mLoop.removeWorkerLocked(worker);
         delete worker;
     }
-
-  private:
-    vyn::Connector mLoop;
 };
 
 void serve(const Place& place) {
     logging::setLogLevel(logging::kLevelWarning);
+    vyn::Connector loop;
     if (place.isUnix()) {
         vyn::UnixListenerDevice listener(place.path);
         announce(place, 0);
-        Service<vyn::UnixSocket, vyn::UnixDevice>().serve(listener);
+        Service<vyn::UnixSocket, vyn::UnixDevice>(loop).serve(listener);
     } else {
         vyn::ListenerDevice listener(0, "127.0.0.1");
         announce(place, listener.socket().getHostPort());
-        Service<vyn::Socket, vyn::NetDevice>().serve(listener);
+        Service<vyn::Socket, vyn::NetDevice>(loop).serve(listener);
     }
 }
 

@@ -1,4 +1,5 @@
 #include <vyn/device.h>
+#include <vyn/handler.h>
 #include <vyn/logging.h>
 #include <vyn/timer.h>
 #include <vyn/worker.h>
@@ -6,7 +7,6 @@
 #include <memory>
 
 #include "idle/turn.h"
-#include "support/executor.h"
 
 namespace idle {
 
@@ -34,19 +34,19 @@ struct IdleTimer : vyn::Timer {
     bool onTimer(void*, int) override { return true; }
 };
 
-class Loop : bench::Executor {
+class Loop {
   public:
     Loop() { logging::setLogLevel(logging::kLevelWarning); }
     void addConnection(int fd) {
         mDevices.push_back(std::make_unique<SilentDevice>(fd));
         mWorkers.push_back(std::make_unique<vyn::Worker>(mDevices.back().get(), nullptr));
-        mConnector.addWorkerLocked(mWorkers.back().get(), this);
+        mConnector.addWorkerLocked(mWorkers.back().get(), &mHandler);
     }
     void addTimer(int intervalMs) { mConnector.addTimer(&mTimer, intervalMs, nullptr); }
     void run(int ready, Turn& turn) {
         ReadyDevice device(ready, turn, mConnector);
         vyn::Worker worker(&device, nullptr);
-        mConnector.addWorkerLocked(&worker, this);
+        mConnector.addWorkerLocked(&worker, &mHandler);
         mConnector.run();
         mConnector.removeWorkerLocked(&worker);
     }
@@ -56,6 +56,7 @@ class Loop : bench::Executor {
     std::vector<std::unique_ptr<SilentDevice>> mDevices;
     std::vector<std::unique_ptr<vyn::Worker>> mWorkers;
     vyn::Connector mConnector;
+    vyn::Handler mHandler{mConnector};
 };
 
 }  // namespace

@@ -1,26 +1,34 @@
-#include <vyn/connector.h>
+#include <vyn/handler.h>
 
 #include "post/contest.h"
-#include "support/executor.h"
 
 namespace post {
 
 namespace {
 
-class Loop : bench::Executor {
+class Inbox : public vyn::Handler {
   public:
-    explicit Loop(Receiver& receiver) : mReceiver(receiver) { mConnector.attach(this); }
-    void post(const Item& item) { sendMessage(vyn::Message::obtain(item.what, 0, 0, item.object)); }
-    void run() { mConnector.run(); }
-    void stop() { mConnector.stop(); }
-
-  private:
+    Inbox(vyn::Connector& loop, Receiver& receiver) : Handler(loop), mReceiver(receiver) {}
     void onMessage(vyn::Message message) override {
         mReceiver.receive({message.what, message.obj});
     }
 
+  private:
     Receiver& mReceiver;
+};
+
+class Loop {
+  public:
+    explicit Loop(Receiver& receiver) : mInbox(mConnector, receiver) {}
+    void post(const Item& item) {
+        mInbox.sendMessage(vyn::Message::obtain(item.what, 0, 0, item.object));
+    }
+    void run() { mConnector.run(); }
+    void stop() { mConnector.stop(); }
+
+  private:
     vyn::Connector mConnector;
+    Inbox mInbox;
 };
 
 }  // namespace

@@ -1,18 +1,15 @@
-#include <vyn/connector.h>
+#include <vyn/handler.h>
 #include <vyn/timer.h>
 
-#include "support/executor.h"
 #include "timer/contest.h"
 
 namespace timer {
 
 namespace {
 
-class Timers : bench::Executor {
+class Timers {
   public:
-    Timers(size_t most, Fired fired) : mFired(std::move(fired)), mTimers(most) {
-        mConnector.attach(this);
-    }
+    Timers(size_t most, Fired fired) : mFired(std::move(fired)), mTimers(most) {}
     void add(size_t timer, int intervalMs) {
         mTimers[timer].owner = this;
         mTimers[timer].id = mConnector.addTimer(&mTimers[timer], intervalMs, nullptr);
@@ -20,8 +17,8 @@ class Timers : bench::Executor {
     void reset(size_t timer) { mConnector.resetTimer(mTimers[timer].id); }
     void remove(size_t timer) { mConnector.removeTimer(mTimers[timer].id); }
     void run(const std::function<void()>& first) {
-        mFirst = first;
-        sendMessage(vyn::Message::obtain());
+        mStart.first = first;
+        mStart.sendMessage(vyn::Message::obtain());
         mConnector.run();
     }
     void stop() { mConnector.stop(); }
@@ -36,12 +33,16 @@ class Timers : bench::Executor {
         }
     };
 
-    void onMessage(vyn::Message) override { mFirst(); }
+    struct Start : vyn::Handler {
+        using Handler::Handler;
+        std::function<void()> first;
+        void onMessage(vyn::Message) override { first(); }
+    };
 
     Fired mFired;
-    std::function<void()> mFirst;
     std::vector<OneTimer> mTimers;
     vyn::Connector mConnector;
+    Start mStart{mConnector};
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 #include <vyn/console_device.h>
+#include <vyn/handler.h>
 #include <vyn/helper.h>
 #include <vyn/network.h>
 #include <vyn/rtmgr_device.h>
@@ -13,14 +14,13 @@
 #include <utility>
 #include <vector>
 
-#include "handler.h"
 #include "line_parser.h"
 
 // What comes from the machine and its operator: signals, network changes and the console.
 
 // Stops the loop on SIGTERM and SIGINT, for which a thread waits. Made before other threads are, so
 // that these signals interrupt none of them.
-class StopSignals : public Handler {
+class StopSignals : public vyn::Handler {
   public:
     explicit StopSignals(vyn::Connector& loop) : Handler(loop) {
         sigemptyset(&mSignals);
@@ -45,7 +45,7 @@ class StopSignals : public Handler {
 
 // Reports the network interfaces that are up with their IPv4 addresses, as "lo 127.0.0.1, eth0
 // 192.0.2.7": at first, and whenever that changes.
-class RouteWatch : public Handler {
+class RouteWatch : public vyn::Handler {
   public:
     using Report = std::function<void(const std::string& routes)>;
 
@@ -76,7 +76,7 @@ class RouteWatch : public Handler {
 
 // The operator's commands on standard input, "status" and "quit". When the input ends, the service
 // goes on.
-class Console : public Handler {
+class Console : public vyn::Handler {
   public:
     explicit Console(vyn::Connector& loop) : Handler(loop) {
         mLoop.addWorkerLocked(&mWorker, this);

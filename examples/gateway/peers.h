@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vyn/handler.h>
 #include <vyn/helper.h>
 #include <vyn/net_device.h>
 #include <vyn/unix_device.h>
@@ -43,7 +44,7 @@ struct Connection : vyn::Worker {
 
 // Everybody who talks to the gateway. Accepts and authenticates peers; drops those that are denied,
 // take too long to authenticate, send what is no line, or are silent for too long.
-class Peers : public Handler {
+class Peers : public vyn::Handler {
   public:
     // A port or a socket that is not to be had ends the process.
     Peers(vyn::Connector& loop, const Settings& settings, int port, const std::string& socketPath)

@@ -1,14 +1,15 @@
 #pragma once
 
 #include <vyn/function_device.h>
+#include <vyn/handler.h>
 #include <vyn/logging.h>
+#include <vyn/worker.h>
 
 #include <fstream>
 #include <future>
 #include <string>
 #include <thread>
 
-#include "handler.h"
 #include "line_parser.h"
 
 // A worker over a function device. Writes at once, which never waits, so that nothing is queued
@@ -23,7 +24,7 @@ struct RecorderEnd {
 };
 
 // The side that records: appends the lines of the one who connects to a file. Lives on its thread.
-class RecorderService : public Handler {
+class RecorderService : public vyn::Handler {
   public:
     RecorderService(vyn::Connector& loop, const std::string& path)
         : Handler(loop), mPath(path), mFile(path, std::ios::app) {
@@ -56,7 +57,7 @@ class RecorderService : public Handler {
 };
 
 // The side that is used, on the loop's thread; runs the other on a thread and a loop of its own.
-class Recorder : public Handler {
+class Recorder : public vyn::Handler {
   public:
     Recorder(vyn::Connector& loop, const std::string& path)
         : Handler(loop),

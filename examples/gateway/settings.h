@@ -1,6 +1,7 @@
 #pragma once
 
 #include <vyn/config.h>
+#include <vyn/handler.h>
 #include <vyn/ini_config.h>
 #include <vyn/inotify_device.h>
 #include <vyn/logging.h>
@@ -10,8 +11,6 @@
 #include <string>
 #include <utility>
 
-#include "handler.h"
-
 struct Settings {
     std::string token;  // what TCP peers must know; without one, nobody gets in over TCP
     long silenceMs = vyn::config::getNetHeartbitTimeout();  // of a peer; 0 for ever
@@ -20,7 +19,7 @@ struct Settings {
 
 // The settings file, with its entries "token", "silence_ms" and "login_ms", which is read anew when
 // it changes. What can not be read leaves the settings as they are.
-class SettingsFile : public Handler {
+class SettingsFile : public vyn::Handler {
   public:
     SettingsFile(vyn::Connector& loop, const std::string& path) : Handler(loop), mPath(path) {
         // The folder, since a file that is replaced is another one than that which was watched.
