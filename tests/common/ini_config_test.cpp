@@ -62,6 +62,7 @@ TEST(IniConfigSave, KeepsModeAndOwnerAndGivesANewFileThoseOfTheProcess) {
     IniConfig(path).set("b", "2", true);
     EXPECT_TRUE(IniConfig(folder / "new").save());
     umask(saved);
+    EXPECT_EQ(folder.read("settings"), "b=2\n");
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_uid, owner);
