@@ -27,8 +27,9 @@ class VYN_API Device {
     // onData(), onDisconnected() and their like.
     virtual void onDataArrival(int fd) = 0;
     // Writes bytes to the transport. Returns how many of them were written, which may be fewer than
-    // `len`, or a value below 1 on failure. Must not report a disconnection itself, nor write to
-    // its own worker, whose queue is locked while it is drained.
+    // `len`, or a value below 1 on failure: what is queued is then tried again when the descriptor
+    // is writable. Must not report a disconnection itself. What it writes to its own worker goes
+    // behind what is queued.
     virtual int write(const void* data, int len) = 0;
     // The worker has been registered with a connector. Called once, before its first event.
     virtual void onReady();

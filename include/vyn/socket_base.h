@@ -26,9 +26,10 @@ class VYN_API SocketBase {
     // descriptor of the process in reserve, see accept().
     bool listen();
 
-    // Sends `size` bytes. A blocking stream sends all of them or fails; a non-blocking one returns
-    // how many it took. A datagram goes whole or not at all. Returns -1 on failure, with errno
-    // EAGAIN when a non-blocking socket took nothing.
+    // Sends `size` bytes. A blocking stream sends all of them unless it fails midway, a
+    // non-blocking one what it takes at once: both return how many that were. A datagram goes whole
+    // or not at all. Returns -1 when nothing was sent, with errno EAGAIN when a non-blocking socket
+    // took nothing.
     int send(const void* data, int size);
     // Receives at most `size` bytes, waiting for the first of them at most `timeoutMs` milliseconds
     // whether the descriptor blocks or not; a negative time-out waits for ever. Returns how many

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <list>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -16,6 +15,7 @@ namespace vyn {
 class Authenticator;
 class Command;
 class Device;
+struct QueuedWrite;
 
 // One write that waits in a worker's queue.
 struct WriteNode {
@@ -73,8 +73,19 @@ class VYN_API Worker : public Parser::PostListener {
     // and until then the worker may not be deleted. `sinceLastRead` ends where the loop last looked
     // for what peers sent, so a loop that was held up takes nobody for silent whose bytes wait.
     virtual bool hasRemoteTimedout(long sinceLastRead);
-    // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*);
-    // before the first one it is the present tick, which may be any number.
+    // The place to write a keep-alive. `sinceLastWrite` counts from the last write(Command*).
+    // Before the first one it is the present tick, which may be any number, a negative one for half
+    // of the time. So a policy that is always right does not look at it until it has written once:
+    //
+    //     void sendHeartbit(long sinceLastWrite) override {
+    //         if (mHasPinged && sinceLastWrite < 30000) return;
+    //         mHasPinged = true;
+    //         Ping ping;
+    //         write(&ping);
+    //     }
+    //
+    // Where there is an authenticator, it first returns while hasAuthenticated() is false: a write
+    // that is refused does not count as one.
     virtual void sendHeartbit(long sinceLastWrite);
 
     // --- Wiring.
@@ -88,8 +99,10 @@ class VYN_API Worker : public Parser::PostListener {
     void disable();
     // A figure of the application's own; the library does not read it.
     void setLoading(int loading);
-    // While set, writeRaw() writes at once even when asynchronous writing is on: for a caller on
-    // the loop's thread that waits for the answer itself.
+    // While set, writeRaw() writes at once even when asynchronous writing is on, before all whole
+    // packets that are queued: for a caller on the loop's thread that waits for the answer itself.
+    // A packet of which a part is written is finished first; where the device takes no more of
+    // that, or not all of the call's own bytes, these come next in line, which is logged.
     void setSelfCallFlag(bool selfCall);
 
     // What it joins; null for what there is not.
@@ -108,16 +121,21 @@ class VYN_API Worker : public Parser::PostListener {
     // authenticated" until an attached authenticator passes the peer.
     void write(Command* cmd);
     // Writes bytes as they are. With asynchronous writing (config::setAsyncWritting) they are
-    // copied and queued; otherwise they are written at once, and what the transport does not take
-    // is logged and lost.
+    // copied and queued. Otherwise they are written at once, behind what is still queued, and what
+    // the transport does not take is logged and lost; while something stays queued, they are too.
     void writeRaw(const void* data, int len);
     // Writes to the device at once. Returns what the device returns; `len` without a device.
     int instantWrite(const void* data, int len);
     // Any thread, while the worker exists. Queues a copy for the loop to write. A peer with more
     // than 100 writes waiting is not reading: the worker becomes invalid, and in the loop's next
     // turn an alert is logged and onDisconnected() follows. While no loop runs, that happens before
-    // this returns. The queue is written between the loop's turns only, so a handler that answers
-    // many commands of one read gathers its answers into fewer writes.
+    // this returns. The same becomes of a worker for whose bytes there is no memory. The queue is
+    // written between the loop's turns only, so a handler that answers many commands of one read
+    // gathers its answers into fewer writes.
+    //
+    // The loop never waits for one of the library's sockets. What can never be sent, such as a
+    // datagram that is too large or bytes for a peer that is gone, is logged: a datagram is
+    // dropped, and the end of a stream is reported as that of a peer that does not read.
     void queueWritting(const void* data, int len);
 
     // --- Calls of the connector.
@@ -128,7 +146,7 @@ class VYN_API Worker : public Parser::PostListener {
     void onDataArrival(int fd);
     // Writes as much of the queue as the device takes. True when nothing is left.
     bool performWrite();
-    // Any thread. True when writes are queued.
+    // Any thread. True when writes are queued. Waits for nothing.
     bool hasWrittingData();
     // Asks sendHeartbit() and hasRemoteTimedout().
     void checkHeartbit();
@@ -159,15 +177,54 @@ class VYN_API Worker : public Parser::PostListener {
 
   private:
     friend class LinuxConnector;
+    friend class WorkerRegistry;
 
     // As checkHeartbit() for the connector's worker with this ticket; 0 for one of no connector.
     // What came until `readUntil`, in 64 bits of ticks, has been read; INT64_MIN for nothing yet.
     void checkHeartbit(uint64_t ticket, int64_t readUntil);
-    int enqueue(const void* data, int len);
-    bool writeOnce(WriteNode& node);
+    // Where a drain of the queue stopped.
+    enum class Drained {
+        kAll,               // nothing is left
+        kMore,              // something was queued meanwhile
+        kAwaitsWritable,    // the device takes no more
+        kAwaitsMemory,      // the kernel has no memory for it at present
+        kAwaitsDescriptor,  // the device has none
+        kFailed,            // what is left can never be sent
+        kOverflow,          // the device took nothing of too much
+    };
+    // Why the library itself ends a connection.
+    enum class End : unsigned char { kNone, kOverflow, kNoMemory, kWriteFailed };
+    struct WriteBatch;
+
+    void writeDirectly(const void* data, int len);
+    void writeForSelfCall(const void* data, int len);
+    void queueNext(const void* data, int len);
+    QueuedWrite* createWrite(const void* data, int len);
+    int append(QueuedWrite* write) VYN_REQUIRES(mWriteLock);
+    int insertNext(QueuedWrite* write) VYN_REQUIRES(mWriteLock);
+    void onQueued(int pending);
+    // Drains the queue, and ends the connection when that fails: the worker may be deleted then.
+    Drained drainOrEnd(bool onlyFirst = false);
+    Drained drain(bool onlyFirst);
+    bool fill(WriteBatch& batch, bool onlyFirst) VYN_REQUIRES(mWriteLock);
+    void transmit(WriteBatch& batch);
+    Drained judge(WriteBatch& batch);
+    void consume(const WriteBatch& batch) VYN_REQUIRES(mWriteLock);
+    void removeFirst() VYN_REQUIRES(mWriteLock);
+    int waiting() const VYN_REQUIRES(mWriteLock);
+    // Whether a drain finds out by itself, without waiting, what the device takes.
+    bool drainsWithoutWaiting();
+    void end(End why);
     void onWriteQueueOverflow();
+    static bool isEnd(Drained drained) { return drained >= Drained::kFailed; }
     // Warns in the name of the operation that asks.
     bool checkValid(const char* operation = __builtin_FUNCTION()) const;
+
+    // The writes that wait, a list.
+    struct WriteQueue {
+        QueuedWrite* first = nullptr;
+        QueuedWrite* last = nullptr;
+    };
 
     Device* mDevice = nullptr;
     // Atomic, since a worker may be added again from another thread.
@@ -181,7 +238,12 @@ class VYN_API Worker : public Parser::PostListener {
     std::atomic<long> mLastWriteTick{0};
     std::atomic<long> mLastReadTick;
     bool mSelfCall = false;
-    std::list<WriteNode*> mWriteQueue VYN_GUARDED_BY(mWriteLock);
+    // Writes that the device is being given: they may have gone by now.
+    int8_t mInFlight VYN_GUARDED_BY(mWriteLock) = 0;
+    std::atomic<End> mEnd{End::kNone};
+    WriteQueue mWriteQueue VYN_GUARDED_BY(mWriteLock);
+    std::atomic<int> mPendingWrites{0};  // changed with the queue
+    // Held for the queue alone, never while the device writes.
     Lock mWriteLock;
 };
 

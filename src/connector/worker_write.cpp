@@ -5,35 +5,22 @@
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <new>
+#include <algorithm>
+#include <cerrno>
+#include <utility>
 
 #include "connector/parser_call.h"
+#include "connector/queued_write.h"
+#include "device/own_socket.h"
+
+// The ways into the write queue and past it; see worker_drain.cpp for how it leaves.
 
 namespace vyn {
 
-namespace {
-
-// A peer with more writes waiting than this does not read.
-constexpr int kMostPendingWrites = 100;
-
-// In one block with its bytes. Null when there is no memory.
-WriteNode* newNode(const void* data, int len) {
-    const size_t size = len > 0 ? static_cast<size_t>(len) : 0;
-    void* const block = std::malloc(sizeof(WriteNode) + size);
-    if (block == nullptr) return nullptr;
-    char* const bytes = static_cast<char*>(block) + sizeof(WriteNode);
-    if (size > 0) std::memcpy(bytes, data, size);
-    return new (block) WriteNode{bytes, 0, static_cast<int>(size)};
-}
-
-void deleteNode(WriteNode* node) { std::free(node); }
-
-}  // namespace
-
 Worker::~Worker() {
-    for (WriteNode* node : mWriteQueue) deleteNode(node);
+    for (QueuedWrite* write = mWriteQueue.first; write != nullptr;) {
+        QueuedWrite::destroy(std::exchange(write, write->next));
+    }
 }
 
 void Worker::onPacketCreated(const void* data, int len) {
@@ -57,16 +44,12 @@ void Worker::write(Command* cmd) {
 void Worker::writeRaw(const void* data, int len) {
     if (!checkValid()) return;
     if (mSelfCall) {
-        const int ret = instantWrite(data, len);
-        VYN_LOG_DEBUG << "write len " << len << " ret len " << ret << " for self call";
-        return;
-    }
-    if (config::isAsyncWritting()) {
+        writeForSelfCall(data, len);
+    } else if (config::isAsyncWritting()) {
         queueWritting(data, len);
-        return;
+    } else {
+        writeDirectly(data, len);
     }
-    const int ret = instantWrite(data, len);
-    if (ret < len) VYN_LOG_ERRNO_ERROR << "ret < len. " << ret << " bytes written.";
 }
 
 int Worker::instantWrite(const void* data, int len) {
@@ -79,65 +62,108 @@ int Worker::instantWrite(const void* data, int len) {
 
 void Worker::queueWritting(const void* data, int len) {
     if (!checkValid()) return;
-    const int pending = enqueue(data, len);
+    QueuedWrite* const write = createWrite(data, len);
+    if (write == nullptr) return;
+    int pending;
+    {
+        AutoLock lock(mWriteLock);
+        pending = append(write);
+    }
+    onQueued(pending);
+}
+
+// What is still queued, from a time of asynchronous writing or from another thread, goes first.
+void Worker::writeDirectly(const void* data, int len) {
+    const Drained drained = hasWrittingData() ? drainOrEnd() : Drained::kAll;
+    if (isEnd(drained)) return;
+    if (drained != Drained::kAll) {
+        queueWritting(data, len);
+        return;
+    }
+    const int ret = instantWrite(data, len);
+    if (ret < len) VYN_LOG_ERRNO_ERROR << "ret < len. " << ret << " bytes written.";
+}
+
+// No packet may be cut, neither a queued one by this one nor this one by the next.
+void Worker::writeForSelfCall(const void* data, int len) {
+    const Drained drained = hasWrittingData() ? drainOrEnd(true) : Drained::kAll;
+    if (isEnd(drained)) return;
+    int written = 0;
+    if (drained == Drained::kAll) {
+        const int ret = instantWrite(data, len);
+        const bool isOnlyLate = ret < 1 && errno == EAGAIN && OwnSocket::of(mDevice).exists();
+        VYN_LOG_DEBUG << "write len " << len << " ret len " << ret << " for self call";
+        if (ret >= len || (ret < 1 && !isOnlyLate)) return;
+        written = std::max(ret, 0);
+    }
+    VYN_LOG_ERROR << written << " of " << len
+                  << " bytes written for self call, the rest is next in the queue. " << this;
+    queueNext(static_cast<const char*>(data) + written, len - written);
+}
+
+void Worker::queueNext(const void* data, int len) {
+    QueuedWrite* const write = createWrite(data, len);
+    if (write == nullptr) return;
+    int pending;
+    {
+        AutoLock lock(mWriteLock);
+        pending = insertNext(write);
+    }
+    onQueued(pending);
+}
+
+// Null when there is no memory. The peer would miss the bytes in the middle of all others, so that
+// ends the connection.
+QueuedWrite* Worker::createWrite(const void* data, int len) {
+    QueuedWrite* const write = QueuedWrite::create(data, len);
+    if (write != nullptr) return write;
+    VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written by worker "
+                  << static_cast<const void*>(this) << ", disconnect it.";
+    end(End::kNoMemory);
+    return nullptr;
+}
+
+// Returns how many writes are waiting now, as insertNext().
+int Worker::append(QueuedWrite* write) {
+    (mWriteQueue.last == nullptr ? mWriteQueue.first : mWriteQueue.last->next) = write;
+    mWriteQueue.last = write;
+    mPendingWrites.fetch_add(1, std::memory_order_relaxed);
+    return waiting();
+}
+
+// In front of all whole packets but those that were put there before.
+int Worker::insertNext(QueuedWrite* write) {
+    write->first = true;
+    if (mInFlight > 0) return append(write);  // nobody knows yet what is whole
+    QueuedWrite** place = &mWriteQueue.first;
+    while (*place != nullptr && (*place)->first) place = &(*place)->next;
+    if (*place == nullptr) return append(write);
+    write->next = std::exchange(*place, write);
+    mPendingWrites.fetch_add(1, std::memory_order_relaxed);
+    return waiting();
+}
+
+void Worker::onQueued(int pending) {
     // Without a connector the writes wait until the worker is added to one.
     Connector* connector = getConnector();
     if (connector != nullptr) connector->queueWrite(this);
-    if (pending <= kMostPendingWrites) return;
+    if (pending > kMostPendingWrites) end(End::kOverflow);
+}
 
-    // The caller may be in the middle of something, such as parsing, that could not bear the worker
-    // being deleted, or on another thread than the loop: so the loop gets it, once.
+// The caller may be in the middle of something, such as parsing, that could not bear the worker
+// being deleted, or on another thread than the loop: so the loop gets to report it, once.
+void Worker::end(End why) {
     if (!mValid.exchange(false, std::memory_order_relaxed)) return;
+    mEnd.store(why, std::memory_order_relaxed);
+    Connector* connector = getConnector();
     if (connector == nullptr || !connector->queueOverflow(this)) onWriteQueueOverflow();
 }
 
-bool Worker::performWrite() {
-    if (!checkValid()) return false;
-    AutoLock lock(mWriteLock);
-    while (!mWriteQueue.empty()) {
-        WriteNode* node = mWriteQueue.front();
-        if (!writeOnce(*node)) return false;
-        mWriteQueue.pop_front();
-        deleteNode(node);
-    }
-    return true;
-}
-
-bool Worker::hasWrittingData() {
-    AutoLock lock(mWriteLock);
-    return !mWriteQueue.empty();
-}
-
-// Returns how many writes are waiting now.
-int Worker::enqueue(const void* data, int len) {
-    WriteNode* node = newNode(data, len);
-    if (node == nullptr) {
-        VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written by worker "
-                      << static_cast<const void*>(this);
-    }
-    AutoLock lock(mWriteLock);
-    if (node != nullptr) mWriteQueue.push_back(node);
-    return static_cast<int>(mWriteQueue.size());
-}
-
-// True when the node is written to its end.
-bool Worker::writeOnce(WriteNode& node) {
-    const int remaining = node.size - node.offset;
-    if (remaining < 1) return true;  // an empty write; no device could take it
-    const int ret = instantWrite(static_cast<const char*>(node.data) + node.offset, remaining);
-    if (ret < 1) return false;
-    node.offset += ret;
-    return node.offset >= node.size;
-}
-
 void Worker::onWriteQueueOverflow() {
-    size_t pending = 0;
-    {
-        AutoLock lock(mWriteLock);
-        pending = mWriteQueue.size();
+    if (mEnd.load(std::memory_order_relaxed) == End::kOverflow) {
+        VYN_LOG_ERROR << "\033[1;31mAlert! \033[mclient blocks " << mPendingWrites
+                      << " writting requests, disconnect it. " << this;
     }
-    VYN_LOG_ERROR << "\033[1;31mAlert! \033[mclient blocks " << pending
-                  << " writting requests, disconnect it. " << this;
     onDisconnected();
 }
 

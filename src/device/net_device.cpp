@@ -2,7 +2,9 @@
 #include <vyn/net_device.h>
 
 #include "device/empty_read.h"
+#include "device/own_socket.h"
 #include "device/socket_io.h"
+
 
 namespace vyn {
 
@@ -21,7 +23,9 @@ void NetDevice::onDataArrival(int) {
     if (count < 1 && !io::outlivesEmptyRead(mSocket.fd(), count)) reportEnd(count);
 }
 
-int NetDevice::write(const void* data, int len) { return mSocket.send(data, len); }
+int NetDevice::write(const void* data, int len) {
+    return writeToSocket(this, mSocket, mSocket.type() == Socket::TCP, data, len);
+}
 
 void NetDevice::onReady() {
     if (config::isAsyncWritting() && mSocket.type() == Socket::TCP) mSocket.setNonBlock(true);

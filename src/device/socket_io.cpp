@@ -96,7 +96,7 @@ int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLen
         const size_t rest = static_cast<size_t>(size - sent);
         const ssize_t count = uninterrupted(
             [&] { return ::sendto(fd, bytes + sent, rest, MSG_NOSIGNAL, to, toLength); });
-        if (count < 0) return wouldBlock() && sent > 0 ? sent : -1;
+        if (count < 0) return sent > 0 ? sent : -1;  // what has gone must not be sent again
         sent += static_cast<int>(count);
     } while (sent < size);
     return sent;

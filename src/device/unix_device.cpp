@@ -2,6 +2,8 @@
 #include <vyn/unix_device.h>
 
 #include "device/empty_read.h"
+#include "device/own_socket.h"
+
 
 namespace vyn {
 
@@ -20,7 +22,9 @@ void UnixDevice::onDataArrival(int) {
     if (count < 1 && !io::outlivesEmptyRead(mSocket.fd(), count)) reportEnd(count);
 }
 
-int UnixDevice::write(const void* data, int len) { return mSocket.send(data, len); }
+int UnixDevice::write(const void* data, int len) {
+    return writeToSocket(this, mSocket, mSocket.type() == UnixSocket::STREAM, data, len);
+}
 
 void UnixDevice::onReady() {
     if (config::isAsyncWritting() && mSocket.type() == UnixSocket::STREAM) {

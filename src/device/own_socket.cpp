@@ -1,0 +1,66 @@
+#include "device/own_socket.h"
+
+#include <sys/socket.h>
+#include <vyn/net_device.h>
+#include <vyn/unix_device.h>
+
+#include <cstring>
+
+#include "device/drain_scope.h"
+#include "device/socket_io.h"
+
+namespace vyn {
+
+namespace {
+
+// Which class an object was created as. Run-time type information, which the library does without
+// on a device, would be found by the same pointer: all compilers used keep it at the front.
+const void* createdAs(const Device& device) {
+    const void* tables;
+    std::memcpy(&tables, static_cast<const void*>(&device), sizeof tables);
+    return tables;
+}
+
+template <typename Plain>
+bool isExactly(const Device& device) {
+    static const void* const plain = createdAs(Plain());
+    return createdAs(device) == plain;
+}
+
+}  // namespace
+
+OwnSocket OwnSocket::of(Device* device) {
+    if (device == nullptr) return {};
+    if (isExactly<NetDevice>(*device)) {
+        const Socket& socket = static_cast<NetDevice*>(device)->socket();
+        return {socket.fd(), socket.type() == Socket::TCP, socket.type() != Socket::TCP};
+    }
+    if (isExactly<UnixDevice>(*device)) {
+        const UnixSocket& socket = static_cast<UnixDevice*>(device)->socket();
+        const bool isStream = socket.type() == UnixSocket::STREAM;
+        return {socket.fd(), isStream, !isStream};
+    }
+    return {};
+}
+
+Sent sendNow(int fd, const iovec* parts, int count) {
+    msghdr message{};
+    message.msg_iov = const_cast<iovec*>(parts);
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
+    const ssize_t sent =
+        io::uninterrupted([&] { return ::sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL); });
+    return {static_cast<int>(sent), sent < 0 ? errno : 0};
+}
+
+int writeToSocket(const Device* device, SocketBase& socket, bool isStream, const void* data,
+                  int len) {
+    DrainScope* const drain = DrainScope::of(device);
+    if (drain == nullptr || len < 0) return socket.send(data, len);
+    const iovec part{const_cast<void*>(data), static_cast<size_t>(len)};
+    const Sent sent = sendNow(socket.fd(), &part, 1);
+    drain->error = sent.error;
+    drain->isStream = isStream;
+    return sent.count;
+}
+
+}  // namespace vyn
