@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 #include <vyn/diagnoser.h>
+#include <vyn/worker.h>
 
 #include <atomic>
 #include <unordered_set>
@@ -65,6 +66,8 @@ class LinuxConnector : public Connector::Impl {
     int nextTimerAndMessageTimeout(int64_t now) const;
     void noteWait(int64_t began, int timeout, int count);
     void checkAndWriteData(int count, const epoll_event* events);
+    bool writeOn(Worker* worker);
+    int settle(const Registration& writer, Worker::Drained drained);
     void checkAndHandleMessage();
     void disconnectOverflowed();
     void flushRequestedWrites();

@@ -59,11 +59,18 @@ void LinuxConnector::flushRequestedWrites() {
     const uint32_t removals = mWorkers.removals();
     for (const Registration& writer : mDirectWriters) {
         if (mWorkers.removals() != removals && !mWorkers.holds(writer)) continue;
-        if (writer.worker->performWrite()) continue;
-        const int refused = mWorkers.awaitWritable(writer);
+        if (!writer.worker->isValid()) continue;
+        const int refused = settle(writer, writer.worker->drainOrEnd());
         if (refused != 0) error = refused;
     }
     if (error != 0) onInterestRefused(error);
+}
+
+// Sees to what a drain left. Returns as WorkerRegistry::awaitWritable().
+int LinuxConnector::settle(const Registration& writer, Worker::Drained drained) {
+    if (drained == Worker::Drained::kMore) mWorkers.requestWrite(writer.worker);
+    if (drained == Worker::Drained::kAwaitsMemory) mWorkers.retryWrite(writer);
+    return drained == Worker::Drained::kAwaitsWritable ? mWorkers.awaitWritable(writer) : 0;
 }
 
 // Returns how many events there are. Does not look for any when a timer or a message is due. One
@@ -130,16 +137,23 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
         const EpollToken token = EpollToken::of(events[i]);
         Worker* worker = nullptr;
         const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
-        const bool done = owner == WorkerRegistry::Owner::kValid && worker->performWrite();
-        // One that is not valid will not write, and its interest would keep the loop awake.
-        const bool disarm = done || owner == WorkerRegistry::Owner::kNotValid;
-        if (disarm && !mWorkers.disarmWrite(token)) error = errno;
+        const bool more = owner == WorkerRegistry::Owner::kValid && writeOn(worker);
+        if (!more && !mWorkers.disarmWrite(token)) error = errno;
         if (events[i].events != EPOLLOUT) continue;  // dispatch() sees to the rest
         note(owner, token);
     }
     if (error == 0) return;
     onInterestRefused(error);
     pause();  // as epoll goes on reporting it
+}
+
+// Whether the worker is to write on when its descriptor is writable. It is not while that is not
+// what it waits for: its interest would keep the loop awake.
+bool LinuxConnector::writeOn(Worker* worker) {
+    const uint64_t ticket = mWorkers.ticketOf(worker);
+    const Worker::Drained drained = worker->drainOrEnd();
+    if (drained == Worker::Drained::kAwaitsMemory) mWorkers.retryWrite({worker, ticket});
+    return drained == Worker::Drained::kAwaitsWritable || drained == Worker::Drained::kMore;
 }
 
 void LinuxConnector::checkAndHandleMessage() {

@@ -121,11 +121,12 @@ void WorkerRegistry::takeDueRetries() {
     }
 }
 
-// Whether a write finds out by itself, without waiting, what the descriptor takes. Asked each time,
-// as the application may have changed the descriptor's mode.
+// Whether a write finds out by itself, without waiting, what the descriptor takes. One of a device
+// of the application's is asked for its mode each time, which the application may have changed.
 bool WorkerRegistry::canWriteNow(const WorkerEntry& entry) {
     return mDescriptors.canArmWrite(entry) &&
-           (fcntl(entry.worker->getFd(), F_GETFL) & O_NONBLOCK) != 0;
+           (entry.worker->drainsWithoutWaiting() ||
+            (fcntl(entry.worker->getFd(), F_GETFL) & O_NONBLOCK) != 0);
 }
 
 // Of those that are ready.

@@ -5,7 +5,6 @@
 #include "device/own_socket.h"
 #include "device/socket_io.h"
 
-
 namespace vyn {
 
 NetDevice::NetDevice() = default;

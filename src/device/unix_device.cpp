@@ -4,7 +4,6 @@
 #include "device/empty_read.h"
 #include "device/own_socket.h"
 
-
 namespace vyn {
 
 UnixDevice::UnixDevice() = default;
