@@ -21,15 +21,19 @@ class VYN_API Property {
     // What the platform provides; internal.
     class Impl;
 
-    // The most characters of a value. Longer values in a host's file are left out, with a warning.
+    // The most bytes of a value that is set. Only keys that begin with "ro." may have longer ones,
+    // on a device from its own files, on a host from its file; others there are left out, with a
+    // warning.
     static constexpr std::size_t kMaxValueLength = 91;
 
     // The value now, or `def` when there is none.
     [[nodiscard]] static std::string get(const std::string& key, const std::string& def);
 
-    // False, with nothing changed, when the key is empty, the value too long, the key begins with
-    // "ro." and has been set before (as all keys of a host's file have), or the device does not let
-    // this process set it.
+    // False, with nothing changed, when the key is no name (letters, digits and ".-@:_", with no
+    // dot in front, at the end or beside another), the value is too long or no UTF-8, the key
+    // begins with "ro." and has been set before (as all keys of a host's file have), or the device
+    // does not let this process set it. Lines of a host's file with such a key or value are left
+    // out as well.
     static bool set(const std::string& key, const std::string& value);
 
     // On a host, looks up the variable and reads its file again; what was set is forgotten. Does

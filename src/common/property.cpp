@@ -1,6 +1,7 @@
 #include <vyn/property.h>
 
 #include "common/property_impl.h"
+#include "common/property_rules.h"
 
 namespace vyn {
 
@@ -19,7 +20,8 @@ std::string Property::get(const std::string& key, const std::string& def) {
 }
 
 bool Property::set(const std::string& key, const std::string& value) {
-    return !key.empty() && value.size() <= kMaxValueLength && platform().set(key, value);
+    return property_rules::isName(key) && property_rules::isText(value) &&
+           value.size() <= kMaxValueLength && platform().set(key, value);
 }
 
 void Property::reload() { platform().reload(); }

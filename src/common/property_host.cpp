@@ -1,4 +1,3 @@
-#include <vyn/helper.h>
 #include <vyn/ini_config.h>
 #include <vyn/lock.h>
 #include <vyn/logging.h>
@@ -8,6 +7,7 @@
 #include <sstream>
 
 #include "common/property_impl.h"
+#include "common/property_rules.h"
 
 namespace vyn {
 
@@ -19,7 +19,12 @@ void addLine(Values& values, const std::string& line) {
     const size_t separator = line.find('=');
     const std::string key = line.substr(0, separator);
     const std::string value = line.substr(separator + 1);
-    if (value.size() > Property::kMaxValueLength) {
+    if (!property_rules::isName(key) || !property_rules::isText(value)) {
+        VYN_LOG_WARNING << "property \"" << key
+                        << "\" left out: a device refuses its name or value.";
+        return;
+    }
+    if (value.size() > Property::kMaxValueLength && !property_rules::isReadOnly(key)) {
         VYN_LOG_WARNING << "property " << key << " left out: its value has more than "
                         << Property::kMaxValueLength << " characters.";
         return;
@@ -50,7 +55,7 @@ class HostProperty : public Property::Impl {
     bool set(const std::string& key, const std::string& value) override {
         AutoLock lock(mLock);
         const bool isNew = mValues.count(key) == 0;
-        if (!isNew && helper::startsWith(key, "ro.")) return false;
+        if (!isNew && property_rules::isReadOnly(key)) return false;
         mValues[key] = value;
         return true;
     }

@@ -4,8 +4,8 @@
 
 namespace vyn {
 
-// What stands behind Property, one class for each platform; any thread may call it. Values given
-// to set() are not too long and keys not empty.
+// What stands behind Property, one class for each platform; any thread may call it. What set() is
+// given keeps to the rules for names and values, and the value is not too long.
 class Property::Impl {
   public:
     // The platform's own, made with `new`.

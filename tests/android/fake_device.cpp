@@ -13,34 +13,35 @@
 
 namespace {
 
-std::map<std::string, std::string>& properties() {
-    static std::map<std::string, std::string> values;
+using Properties = std::map<std::string, std::string>;
+
+Properties& properties() {
+    static Properties values;
     return values;
 }
 
 }  // namespace
 
-// `value` takes PROP_VALUE_MAX bytes. The length, which is 0 when there is no such property.
-int __system_property_get(const char* key, char* value) {
-    const std::string& found = properties()[key];
-    std::memcpy(value, found.c_str(), found.size() + 1);
-    return static_cast<int>(found.size());
+const prop_info* __system_property_find(const char* key) {
+    const auto found = properties().find(key);
+    return found == properties().end() ? nullptr : reinterpret_cast<const prop_info*>(&*found);
+}
+
+void __system_property_read_callback(const prop_info* property,
+                                     void (*callback)(void*, const char*, const char*, uint32_t),
+                                     void* cookie) {
+    const auto& [key, value] = *reinterpret_cast<const Properties::value_type*>(property);
+    callback(cookie, key.c_str(), value.c_str(), 0);
 }
 
 // Failures are -1.
 int __system_property_set(const char* key, const char* value) {
-    if (std::strlen(value) >= PROP_VALUE_MAX) return -1;
+    const bool isReadOnly = std::strncmp(key, "ro.", 3) == 0;
+    if (std::strlen(value) >= PROP_VALUE_MAX && !isReadOnly) return -1;
     std::string& current = properties()[key];
-    if (std::strncmp(key, "ro.", 3) == 0 && !current.empty()) return -1;
+    if (isReadOnly && !current.empty()) return -1;
     current = value;
     return 0;
-}
-
-// A default that is given stands in for a missing value, cut to the length of one.
-int property_get(const char* key, char* value, const char* default_value) {
-    const int length = __system_property_get(key, value);
-    if (length > 0 || default_value == nullptr) return length;
-    return std::snprintf(value, PROPERTY_VALUE_MAX, "%s", default_value);
 }
 
 int property_set(const char* key, const char* value) { return __system_property_set(key, value); }

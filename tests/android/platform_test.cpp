@@ -3,6 +3,7 @@
 
 #include <android/log.h>
 #include <gtest/gtest.h>
+#include <sys/system_properties.h>
 #include <vyn/property.h>
 
 #include "logging/log_platform.h"
@@ -21,6 +22,8 @@ TEST(DeviceProperty, GivesWhatTheServiceTookAndElseTheDefault) {
     EXPECT_TRUE(Property::set("ro.key", "first"));
     EXPECT_FALSE(Property::set("ro.key", "second")) << "as the service refuses";
     EXPECT_EQ(Property::get("ro.key", ""), "first");
+    ASSERT_EQ(__system_property_set("ro.long", longer.c_str()), 0);
+    EXPECT_EQ(Property::get("ro.long", "default"), longer);
 }
 
 TEST(DeviceLog, WritesALineUnderItsPriorityAndTag) {

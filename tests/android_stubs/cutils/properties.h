@@ -4,7 +4,4 @@
 
 #define PROPERTY_VALUE_MAX 92
 
-extern "C" {
-int property_get(const char* key, char* value, const char* default_value);
-int property_set(const char* key, const char* value);
-}
+extern "C" int property_set(const char* key, const char* value);
