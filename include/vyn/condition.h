@@ -19,6 +19,8 @@ namespace vyn {
 // nothing.
 class VYN_API VYN_CAPABILITY("mutex") Condition {
   public:
+    // Fatal where the system has no means for one. Should the process live on all the same
+    // (logging::setAborter), this is as one that has been destroyed.
     Condition();
     // No thread may hold the mutex or be waiting.
     ~Condition();
@@ -41,7 +43,11 @@ class VYN_API VYN_CAPABILITY("mutex") Condition {
     int broadcast();
 
   private:
+    friend class ThreadPool;
     struct Pair;
+
+    // As wait(), with the mutex of another: its holders may then wait for two different things.
+    int waitInside(Condition& other) VYN_REQUIRES(other);
 
     // Owned; null once destroyed. Volatile so that this last store into a dying object is made.
     Pair* volatile mPair;

@@ -50,7 +50,7 @@ class VYN_API ThreadPool {
     ThreadPool& operator=(const ThreadPool&) = delete;
 
     // Numbers and queues a task made with `new`, not null: the pool owns it from here on and
-    // deletes it once it has run. Any thread.
+    // deletes it once it has run. std::bad_alloc leaves it with the caller. Any thread.
     void addTask(Task* task);
 
     // The tasks that have been running for more than 10000 ms, by id, such as
@@ -78,7 +78,7 @@ class VYN_API ThreadPool {
     void deleteTasks();
     Task* takeLost();
 
-    // Idle threads wait on it, and the destructor.
+    // The first idle thread waits on it, and the destructor.
     Condition mCond;
     // Guards only the starting times. Never held together with mCond.
     Condition mTimeCond;
@@ -90,10 +90,13 @@ class VYN_API ThreadPool {
     // Set while the destructor waits for the queue to become empty. A signal could then wake the
     // destructor in place of the thread it was meant for, so all waiters are woken instead.
     bool mDraining VYN_GUARDED_BY(mCond) = false;
-    // An idle thread was woken for a task and has not come to take it yet.
-    bool mWaking VYN_GUARDED_BY(mCond) = false;
-    // The threads that wait for tasks, among them the one that is being woken.
-    int mIdle VYN_GUARDED_BY(mCond) = 0;
+    // A thread waits as the first, or is being woken.
+    bool mHasFirst VYN_GUARDED_BY(mCond) = false;
+    // The other idle threads, and what they wait on, with the mutex of mCond.
+    int mOthers VYN_GUARDED_BY(mCond) = 0;
+    Condition mOthersCond;
+    // How often an idle thread was to be woken since the last one came.
+    unsigned mCalls VYN_GUARDED_BY(mCond) = 0;
 };
 
 }  // namespace vyn

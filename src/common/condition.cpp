@@ -2,6 +2,8 @@
 #include <vyn/condition.h>
 #include <vyn/logging.h>
 
+#include <memory>
+
 #include "common/deadline.h"
 
 namespace vyn {
@@ -11,16 +13,19 @@ struct Condition::Pair {
     pthread_cond_t condition;
 };
 
-Condition::Condition() : mPair(new Pair) {
-    Pair* const pair = mPair;
+Condition::Condition() : mPair(nullptr) {
+    auto pair = std::make_unique<Pair>();
     int ret = pthread_mutex_init(&pair->mutex, nullptr);
-    VYN_CHECK(ret == 0);
+    VYN_CHECK_OR_RETURN(ret == 0);
     ret = pthread_cond_init(&pair->condition, nullptr);
-    VYN_CHECK(ret == 0);
+    if (ret != 0) pthread_mutex_destroy(&pair->mutex);
+    VYN_CHECK_OR_RETURN(ret == 0);
+    mPair = pair.release();
 }
 
 Condition::~Condition() {
     Pair* const pair = mPair;
+    if (pair == nullptr) return;
     pthread_mutex_destroy(&pair->mutex);
     pthread_cond_destroy(&pair->condition);
     delete pair;
@@ -49,6 +54,13 @@ int Condition::wait(int ms) {
     gettimeofday(&now, nullptr);
     const timespec deadline = deadlineAfter(now, ms);
     return pthread_cond_timedwait(&pair->condition, &pair->mutex, &deadline);
+}
+
+int Condition::waitInside(Condition& other) {
+    Pair* const pair = mPair;
+    Pair* const locked = other.mPair;
+    if (pair == nullptr || locked == nullptr) return 0;
+    return pthread_cond_wait(&pair->condition, &locked->mutex);
 }
 
 int Condition::signal() {

@@ -5,6 +5,7 @@
 #include <vyn/thread_pool.h>
 
 #include <cstdio>
+#include <new>
 #include <sstream>
 
 #include "common/task_ids.h"
@@ -35,7 +36,11 @@ long elapsedSince(long start) { return helper::tickDifference(helper::mtick(), s
 void nameThread() {
     char name[100];
     std::snprintf(name, sizeof name, "ThreadPool-%d", logging::currentThreadId());
-    logging::setThreadName(name);
+    try {
+        logging::setThreadName(name);
+    } catch (const std::bad_alloc&) {
+        // A thread works as well without a name.
+    }
 }
 
 }  // namespace
@@ -122,18 +127,28 @@ ThreadPool::Task* ThreadPool::nextTask() {
 }
 
 void ThreadPool::waitForTask() {
-    ++mIdle;
-    mCond.wait();
-    --mIdle;
-    mWaking = false;
+    if (mHasFirst) {
+        ++mOthers;
+        mOthersCond.waitInside(mCond);
+        --mOthers;
+    } else {
+        mHasFirst = true;
+        mCond.wait();
+        mHasFirst = false;
+    }
+    mCalls = 0;
 }
 
-// Wakes one idle thread, which wakes the next once it has taken a task and others are left. So
-// however many tasks are added before it gets to run, it is woken once only.
+// Wakes the first idle thread, which wakes another when it has taken a task and more are left: a
+// burst wakes no more threads than it needs. Should a signal be lost, the next task gives another.
+// While a thread takes its time to come, only every call whose number is a power of two does so.
 void ThreadPool::wakeThread() {
-    if (mIdle == 0 || mWaking) return;
-    mWaking = true;
-    if (mDraining) {
+    if (!mHasFirst && mOthers == 0) return;
+    ++mCalls;
+    if ((mCalls & (mCalls - 1)) != 0) return;
+    if (!mHasFirst) {
+        mOthersCond.signal();
+    } else if (mDraining) {
         mCond.broadcast();
     } else {
         mCond.signal();
@@ -161,7 +176,11 @@ void ThreadPool::leave() {
 void ThreadPool::recordStart(int id) {
     const long start = helper::mtick();
     Holder holder(mTimeCond);
-    mRunningSince[id] = start;
+    try {
+        mRunningSince[id] = start;
+    } catch (const std::bad_alloc&) {
+        // The task is not timed.
+    }
 }
 
 void ThreadPool::reportTime(const Task* task, int id) {
@@ -184,6 +203,7 @@ void ThreadPool::drainAndQuit() {
     while (!mTasks.empty() && mThreads > 0) mCond.wait();
     mQuit = true;
     mCond.broadcast();
+    mOthersCond.broadcast();
 }
 
 // Tasks still running are not reported any more.
