@@ -24,9 +24,10 @@ VYN_API bool createfile(const std::string& path);
 // as the file has when the reading starts: the files under /proc, which have no size, read as
 // empty.
 //
-// On failure returns -errno. When the file cannot be opened, `out` is as it was. When it ends
-// before its size (it has shrunk meanwhile) or cannot be read (a directory), the result is -EIO or
-// the error of the read, and `out` has the file's size, the bytes that were read and then zeros.
+// On failure returns -errno. When the file cannot be opened or its size not be told, `out` is as it
+// was. When it ends before its size (it has shrunk meanwhile) or cannot be read (a directory), the
+// result is -EIO or the error of the read, and `out` has the file's size, the bytes that were read
+// and then zeros.
 [[nodiscard]] VYN_API int readFile(const std::string& path, Buffer& out);
 
 // The number of sub-directories whose names have exactly 9 or exactly 16 characters; 0 when the

@@ -22,11 +22,10 @@ int sizeIn(const struct stat& status) {
 }
 
 // The size of the file that was opened, which a renaming may have put in the place of the one whose
-// size was asked for before.
+// size was asked for before; or the error, negative.
 int sizeOf(const Descriptor& file) {
     struct stat status {};
-    fstat(file.fd(), &status);
-    return sizeIn(status);
+    return fstat(file.fd(), &status) == 0 ? sizeIn(status) : -errno;
 }
 
 // Reads until `out` is full. Returns 0 or the error; a file that ends too early sets none of its
@@ -41,10 +40,18 @@ int fill(const Descriptor& file, Buffer& out) {
     return 0;
 }
 
+// Some file systems do not tell in the entry.
+bool isDirectory(DIR* parent, const dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+    struct stat status {};
+    return fstatat(dirfd(parent), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISDIR(status.st_mode);
+}
+
 // "." and ".." are directories too, but too short to be counted.
-bool isCounted(const dirent& entry) {
+bool isCounted(DIR* parent, const dirent& entry) {
     const size_t length = std::strlen(entry.d_name);
-    return entry.d_type == DT_DIR && (length == 9 || length == 16);
+    return (length == 9 || length == 16) && isDirectory(parent, entry);
 }
 
 }  // namespace
@@ -80,7 +87,13 @@ int readFile(const std::string& path, Buffer& out) {
         VYN_LOG_ERRNO_INFO << "fopen fail.";
         return -errno;
     }
-    out.assign(sizeOf(file), 0);
+    const int size = sizeOf(file);
+    if (size < 0) {
+        errno = -size;
+        VYN_LOG_ERRNO_INFO << "stat fail.";
+        return size;
+    }
+    out.assign(size, 0);
     const int error = fill(file, out);
     if (error != 0) {
         errno = error;
@@ -97,7 +110,7 @@ int getDirCount(const std::string& path) {
         return 0;
     }
     int count = 0;
-    while (const dirent* entry = readdir(directory)) count += isCounted(*entry);
+    while (const dirent* entry = readdir(directory)) count += isCounted(directory, *entry);
     closedir(directory);
     return count;
 }
