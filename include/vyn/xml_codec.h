@@ -73,7 +73,7 @@ class VYN_API XmlCodec {
     void get(const std::string& name, int& value);
     void get(const std::string& name, Buffer& value);
 
-    // Let an object write or read itself at the cursor. The object is not kept and not null.
+    // Let an object write or read itself at the cursor. The object is not kept; null does nothing.
     void put(XmlDocument* document);
     void get(XmlDocument* document);
 
@@ -90,7 +90,8 @@ class VYN_API XmlCodec {
     //     }
     void get(const std::string& name, XmlDocument* document);
 
-    // The whole document as text, one node a line, indented with tabs.
+    // The whole document as text, one node a line, indented with tabs. Elements that are nested
+    // deeper than 256 levels, which nobody here would read, are an error line and no text at all.
     [[nodiscard]] std::string text() const;
 
   private:

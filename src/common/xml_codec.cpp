@@ -14,8 +14,31 @@ namespace vyn {
 
 namespace {
 
-// The parser calls itself for every level, so the depth decides how much stack it takes.
+// Parser and printer call themselves for every level, so the depth decides how much stack they
+// take.
 constexpr int kDeepestLevel = 256;
+
+void reportDepth(const char* use) {
+    VYN_LOG_ERROR << "XML is nested deeper than " << kDeepestLevel << " levels, it is not " << use
+                  << ".";
+}
+
+// True when elements are nested deeper than `levels` below `top`. Goes from node to node, without
+// calling itself.
+bool isDeeper(const rapidxml::xml_node<char>& top, int levels) {
+    int depth = 0;
+    for (const auto* node = &top;;) {
+        if (depth > levels && node->type() == rapidxml::node_element) return true;
+        if (node->first_node() != nullptr) {
+            node = node->first_node();
+            ++depth;
+            continue;
+        }
+        for (; node != &top && node->next_sibling() == nullptr; --depth) node = node->parent();
+        if (node == &top) return false;
+        node = node->next_sibling();
+    }
+}
 
 // As atoi(), but beyond the range of int the result is its limit.
 int toInt(const std::string& text) {
@@ -30,8 +53,7 @@ XmlCodec::XmlCodec() : mDocument(std::make_unique<Document>()), mCursor(mDocumen
 XmlCodec::XmlCodec(const std::string& xml)
     : mDocument(std::make_unique<Document>()), mSource(xml), mCursor(nullptr) {
     if (xml_depth::exceeds(mSource.data, kDeepestLevel)) {
-        VYN_LOG_ERROR << "XML is nested deeper than " << kDeepestLevel
-                      << " levels, it is not read.";
+        reportDepth("read");
         return;
     }
     try {
@@ -96,9 +118,13 @@ void XmlCodec::get(const std::string& name, Buffer& value) {
     value.fromHexString(text);
 }
 
-void XmlCodec::put(XmlDocument* document) { document->writeXml(this); }
+void XmlCodec::put(XmlDocument* document) {
+    if (document != nullptr) document->writeXml(this);
+}
 
-void XmlCodec::get(XmlDocument* document) { document->readXml(this); }
+void XmlCodec::get(XmlDocument* document) {
+    if (document != nullptr) document->readXml(this);
+}
 
 void XmlCodec::put(const std::string& name, XmlDocument* document) {
     enter(name, true);
@@ -114,6 +140,10 @@ void XmlCodec::get(const std::string& name, XmlDocument* document) {
 
 std::string XmlCodec::text() const {
     std::string text;
+    if (isDeeper(*mDocument, kDeepestLevel)) {
+        reportDepth("written");
+        return text;
+    }
     rapidxml::print(std::back_inserter(text), *mDocument, 0);
     return text;
 }
