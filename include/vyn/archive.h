@@ -22,8 +22,9 @@ class ArchiveItems;
 // Strings are items with their terminating NUL. AN EMPTY LAST ITEM IS LOST ON READING: a record is
 // read only while at least 5 bytes are left. An empty item in front of another comes back.
 //
-// Items are copied in and owned by the archive, all in one block of memory, which clear() and the
-// destructor give back. Not synchronised: one thread at a time.
+// Items are copied in and owned by the archive, all in one block of memory. What was taken is given
+// back by and by; of it the archive keeps no more than 64 KiB and what the items left in it take.
+// clear() and the destructor give everything back. Not synchronised: one thread at a time.
 class VYN_API Archive {
   public:
     // Empty.
@@ -39,20 +40,21 @@ class VYN_API Archive {
     // True without an item.
     [[nodiscard]] bool empty() const;
 
-    // Append an item. A negative `n` makes an item without bytes whose length, as it is written,
-    // ends the reading of the block.
+    // Append an item. Without a source it has no bytes. A negative `n` makes an item without bytes
+    // whose length, as it is written, ends the reading of the block.
     void put(const void* bytes, int n);
     Archive& operator<<(const std::string& text);
     Archive& operator<<(const Buffer& buffer);
 
     // Appends the items of a block. The block may come from anywhere: a record with a negative
     // length, or one that does not lie inside the block, ends the reading with one error line. The
-    // items in front of it stay, and nothing outside the block is read.
+    // items in front of it stay, and nothing outside the block is read. A null block has no items.
     void putSerializeData(const void* data, int len);
 
     // Take the first item. Without one, nothing happens to the target.
     //
     // Copies at most n bytes; the bytes of the target behind the item's end keep what they held.
+    // With a null target the item is dropped.
     void get(void* bytes, int n);
     void get(Buffer& buffer);
     Archive& operator>>(Buffer& buffer);

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <new>
 
 #include "common/archive_items.h"
+#include "common/countable.h"
 
 namespace vyn {
 
@@ -29,9 +29,7 @@ bool Archive::empty() const { return mItems->empty(); }
 void Archive::put(const void* bytes, int n) { mItems->add(bytes, n); }
 
 Archive& Archive::operator<<(const std::string& text) {
-    // An item cannot be longer than an int counts.
-    if (text.length() >= INT_MAX) throw std::bad_alloc();
-    put(text.c_str(), static_cast<int>(text.length() + 1));
+    put(text.c_str(), countable(text.length() + 1));
     return *this;
 }
 
@@ -60,15 +58,16 @@ void Archive::putSerializeData(const void* data, int len) {
 
 void Archive::get(void* bytes, int n) {
     if (empty()) return;
-    const ArchiveItems::Item item = mItems->takeFirst();
-    const int taken = std::min(item.size, n);
-    if (taken > 0) std::memcpy(bytes, item.bytes, static_cast<size_t>(taken));
+    mItems->takeFirst([&](const ArchiveItems::Item& item) {
+        const int taken = bytes == nullptr ? 0 : std::min(item.size, n);
+        if (taken > 0) std::memcpy(bytes, item.bytes, static_cast<size_t>(taken));
+    });
 }
 
 void Archive::get(Buffer& buffer) {
     if (empty()) return;
-    const ArchiveItems::Item item = mItems->takeFirst();
-    buffer.assign(item.bytes, item.size);
+    mItems->takeFirst(
+        [&](const ArchiveItems::Item& item) { buffer.assign(item.bytes, item.size); });
 }
 
 Archive& Archive::operator>>(Buffer& buffer) {
@@ -78,8 +77,10 @@ Archive& Archive::operator>>(Buffer& buffer) {
 
 Archive& Archive::operator>>(std::string& text) {
     if (empty()) return *this;
-    const ArchiveItems::Item item = mItems->takeFirst();
-    if (item.size > 0) text.assign(item.bytes, strnlen(item.bytes, static_cast<size_t>(item.size)));
+    mItems->takeFirst([&](const ArchiveItems::Item& item) {
+        if (item.size < 1) return;
+        text.assign(item.bytes, strnlen(item.bytes, static_cast<size_t>(item.size)));
+    });
     return *this;
 }
 

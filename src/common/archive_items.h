@@ -28,16 +28,21 @@ class ArchiveItems {
     void add(const void* bytes, int size);
     // Adds the items of records that are known to be whole.
     void addRecords(const char* records, size_t size);
-    // Takes the first of at least one item. Its bytes stay until something is added or cleared.
-    Item takeFirst() {
+    // Takes the first of at least one item once `use` has been called with it. Should that throw,
+    // the item stays.
+    template <typename Use>
+    void takeFirst(Use use) {
         const Item item = itemAt(records());
+        use(item);
         mTaken += recordSize(item.size);
-        return item;
+        if (mTaken > kMostTaken && mTaken >= size()) giveBack();
     }
 
     // All items as records, for which the pointer may be null when there are none.
     [[nodiscard]] const char* records() const { return mRecords.data() + mTaken; }
     [[nodiscard]] size_t size() const { return mRecords.size() - mTaken; }
+    // The bytes of memory that are held.
+    [[nodiscard]] size_t capacity() const { return mRecords.capacity(); }
     // The item at the start of records that are whole, and what an item takes up among them.
     [[nodiscard]] static Item itemAt(const char* records) {
         return {records + kLengthSize, static_cast<int32_t>(little_endian::load(records))};
@@ -47,7 +52,11 @@ class ArchiveItems {
     }
 
   private:
+    // What is taken keeps no more memory than this and what is left do.
+    static constexpr size_t kMostTaken = 64 * 1024;
+
     void makeRoom(size_t size);
+    void giveBack();
 
     std::vector<char> mRecords;
     size_t mTaken = 0;  // the bytes of the records in front that are not items any more
