@@ -16,7 +16,8 @@
 // log and handed to an installed LogPrinter. The operands are evaluated only when the level
 // passes; a line that does not pass costs one load and one branch.
 //
-// Everything here may be called from any thread. Writing a line leaves errno as it was.
+// Everything here may be called from any thread. Writing a line leaves errno as it was, and raises
+// no SIGPIPE. A line for which there is no memory is lost, which a line of its own tells.
 namespace logging {
 
 // A level is a number; smaller is more severe.
@@ -46,7 +47,8 @@ class VYN_API LogMessage : public std::ostringstream {
   public:
     // `function` may be the compiler's whole signature; it is cut down to the bare name. A fatal
     // message passes every filter and, once written, ends the process (see setAborter). A message
-    // that is not enabled writes nothing, and does not end the process. No text may be null.
+    // that is not enabled writes nothing, and does not end the process. A null text counts as an
+    // empty one, a null tag as "VYNCore"; so they do in everything here that writes a line.
     LogMessage(const char* messageTag, const char* sourceFile, const char* sourceFunction,
                int sourceLine, int messageLevel, bool isFatal, bool isEnabled);
     // A line without a source position.

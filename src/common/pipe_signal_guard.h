@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-namespace vyn::io {
+namespace vyn {
 
 // While it lives, writing to a pipe whose reader is gone raises no SIGPIPE on this thread; it only
 // fails with EPIPE. For descriptors that are no sockets, which can ask for that in the call itself.
@@ -37,4 +37,4 @@ class PipeSignalGuard {
     bool mWasPending;
 };
 
-}  // namespace vyn::io
+}  // namespace vyn

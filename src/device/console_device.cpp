@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "device/pipe_signal_guard.h"
+#include "common/pipe_signal_guard.h"
 #include "device/socket_io.h"
 
 namespace vyn {
@@ -57,7 +57,7 @@ int ConsoleDevice::write(const void* data, int len) {
     constexpr int kChunk = 1024;
     char escaped[4 * kChunk];
     const auto* bytes = static_cast<const unsigned char*>(data);
-    const io::PipeSignalGuard guard;
+    const PipeSignalGuard guard;
     const io::Deadline deadline(kLongestWaitMs);
     for (int left = len; left > 0; left -= std::min(left, kChunk)) {
         char* end = escaped;

@@ -1,6 +1,7 @@
 #include <vyn/logging.h>
 
 #include <cerrno>
+#include <new>
 
 #include "logging/line_stream.h"
 #include "logging/line_text.h"
@@ -10,9 +11,9 @@
 namespace logging::detail {
 
 Line::Line(const char* tag, const char* file, const char* function, int line, int level)
-    : mTag(tag),
-      mFile(file),
-      mFunction(function),
+    : mTag(text::orElse(tag, kTag)),
+      mFile(text::orElse(file, "")),
+      mFunction(text::orElse(function, "")),
       mLine(line),
       mLevel(level),
       mStream(LineStream::acquire()) {}
@@ -20,20 +21,29 @@ Line::Line(const char* tag, const char* file, const char* function, int line, in
 Line::~Line() {
     const int savedErrno = errno;
     if (passes(mLevel)) write();
-    LineStream::release(mStream);
+    if (mStream != nullptr) LineStream::release(mStream);
     errno = savedErrno;
 }
 
-std::ostream& Line::stream() { return *mStream; }
+std::ostream& Line::stream() {
+    if (mStream == nullptr) return LineStream::sink();
+    return *mStream;
+}
 
 void Line::write() {
-    std::string& line = mStream->line();
-    text::compose(line, mFile, mLine, text::bareFunctionName(mFunction), mStream->text());
     const int level = mLevel <= settings::printLevel() ? kLevelError : mLevel;
-    // The system's log ends lines itself; one more newline would show as an empty line.
-    platform::writeLine(text::priorityOf(level), mTag, line.c_str());
-    line += '\n';
-    settings::print(line);
+    const int priority = text::priorityOf(level);
+    try {
+        if (mStream == nullptr) throw std::bad_alloc();
+        std::string& line = mStream->line();
+        text::compose(line, mFile, mLine, text::bareFunctionName(mFunction), mStream->text());
+        // The system's log ends lines itself; one more newline would show as an empty line.
+        platform::writeLine(priority, mTag, line.c_str());
+        line += '\n';
+        settings::print(line);
+    } catch (const std::bad_alloc&) {
+        platform::writeLine(priority, mTag, text::kLostLine);
+    }
 }
 
 }  // namespace logging::detail

@@ -1,6 +1,7 @@
 #include "logging/line_stream.h"
 
 #include <locale>
+#include <new>
 
 namespace logging::detail {
 
@@ -17,6 +18,11 @@ struct Kept {
     bool threadEnds;
 };
 thread_local Kept tKept{nullptr, false, false};
+
+// Where there is no memory for another stream. Made at the first use, without allocating, and never
+// destroyed.
+alignas(std::ostream) thread_local unsigned char tSink[sizeof(std::ostream)];
+thread_local bool tHasSink = false;
 
 struct Deleter {
     ~Deleter() {
@@ -58,7 +64,7 @@ LineStream::LineStream() : std::ostream(nullptr) { rdbuf(&mBuffer); }
 LineStream* LineStream::acquire() {
     Kept& kept = tKept;
     LineStream* stream = kept.stream;
-    if (stream == nullptr) return new LineStream;
+    if (stream == nullptr) return new (std::nothrow) LineStream;
     kept.stream = nullptr;
     stream->restart();
     return stream;
@@ -74,6 +80,13 @@ void LineStream::release(LineStream* stream) {
     if (kept.isDeletedAtEnd) return;
     kept.isDeletedAtEnd = true;
     tDeleter.use();
+}
+
+std::ostream& LineStream::sink() {
+    void* const place = tSink;
+    if (!tHasSink) new (place) std::ostream(nullptr);
+    tHasSink = true;
+    return *static_cast<std::ostream*>(place);
 }
 
 void LineStream::restart() {

@@ -34,10 +34,12 @@ class LineStream : public std::ostream {
     LineStream();
 
     // An empty stream in its first state, the calling thread's if that is not in use: operands may
-    // themselves write lines.
+    // themselves write lines. Null when there is no memory.
     [[nodiscard]] static LineStream* acquire();
     // Kept for this thread's next line, or deleted.
     static void release(LineStream* stream);
+    // The calling thread's, which keeps nothing.
+    static std::ostream& sink();
 
     [[nodiscard]] std::string_view text() { return mBuffer.text(); }
     // Room for the finished line.

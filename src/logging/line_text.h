@@ -6,6 +6,14 @@
 // The form of a line, which every message ends in.
 namespace logging::text {
 
+// Stands in the place of a line for which there is no memory.
+constexpr char kLostLine[] = "out of memory, a log line is lost.";
+
+// The text, or the other one when it is null.
+inline const char* orElse(const char* text, const char* other) {
+    return text == nullptr ? other : text;
+}
+
 // "char& vyn::Buffer::at(int)" becomes "at".
 std::string_view bareFunctionName(std::string_view signature);
 

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "logging/line_text.h"
 #include "logging/log_platform.h"
@@ -13,9 +14,9 @@ namespace logging {
 
 LogMessage::LogMessage(const char* messageTag, const char* sourceFile, const char* sourceFunction,
                        int sourceLine, int messageLevel, bool isFatal, bool isEnabled)
-    : file(sourceFile),
-      function(text::bareFunctionName(sourceFunction)),
-      tag(messageTag),
+    : file(text::orElse(sourceFile, "")),
+      function(text::bareFunctionName(text::orElse(sourceFunction, ""))),
+      tag(text::orElse(messageTag, kTag)),
       line(sourceLine),
       fatal(isFatal),
       enabled(isEnabled),
@@ -28,13 +29,18 @@ LogMessage::~LogMessage() {
     if ((!fatal && !passes(level)) || !enabled) return;
 
     const int savedErrno = errno;
-    std::string written;
-    text::compose(written, file, line, function, str());
     if (level <= settings::printLevel()) level = kLevelError;
-    // The system's log ends lines itself; one more newline would show as an empty line.
-    platform::writeLine(text::priorityOf(level), tag.c_str(), written.c_str());
-    written += '\n';
-    settings::print(written);
+    const int priority = text::priorityOf(level);
+    std::string written;
+    try {
+        text::compose(written, file, line, function, str());
+        // The system's log ends lines itself; one more newline would show as an empty line.
+        platform::writeLine(priority, tag.c_str(), written.c_str());
+        written += '\n';
+        settings::print(written);
+    } catch (const std::bad_alloc&) {
+        platform::writeLine(priority, tag.c_str(), text::kLostLine);
+    }
     if (fatal) settings::abortWith(written);
     errno = savedErrno;
 }
@@ -54,7 +60,7 @@ void logging_printf(const char* file, const char* function, int line, int level,
     char text[4096] = "";
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
+    if (format != nullptr) std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     errno = savedErrno;
 

@@ -1,12 +1,23 @@
 #include <vyn/logging.h>
 
+#include <limits>
+
 #include "common/tick.h"
+#include "logging/line_text.h"
 
 namespace logging {
 
 namespace {
 
 constexpr int64_t kNanosecondsPerMs = 1000000;
+
+// Beyond what 64 bits hold, its limit.
+int64_t nanosecondsOf(int64_t ms) {
+    using Limits = std::numeric_limits<int64_t>;
+    int64_t nanoseconds = 0;
+    const bool overflows = __builtin_mul_overflow(ms, kNanosecondsPerMs, &nanoseconds);
+    return !overflows ? nanoseconds : ms < 0 ? Limits::min() : Limits::max();
+}
 
 }  // namespace
 
@@ -16,7 +27,7 @@ ScopeTracer::ScopeTracer(const char* file, const char* function, int line, int l
       mFunction(function),
       mLine(line),
       mLevel(level),
-      mName(name),
+      mName(text::orElse(name, "")),
       mStart(vyn::tick::nanoseconds()) {
     if (!passes(mLevel)) return;
     LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true) << "enter " << mName;
@@ -35,13 +46,13 @@ TimerScopeTracer::TimerScopeTracer(const char* file, const char* function, int l
       mFunction(function),
       mLine(line),
       mLevel(level),
-      mName(name),
+      mName(text::orElse(name, "")),
       mThresholdMs(thresholdMs),
       mStart(vyn::tick::nanoseconds()) {}
 
 TimerScopeTracer::~TimerScopeTracer() {
     const int64_t elapsed = vyn::tick::nanoseconds() - mStart;
-    if (elapsed <= mThresholdMs * kNanosecondsPerMs || !passes(mLevel)) return;
+    if (elapsed <= nanosecondsOf(mThresholdMs) || !passes(mLevel)) return;
     LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true)
         << mName << " took " << elapsed / kNanosecondsPerMs << " ms";
 }
