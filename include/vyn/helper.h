@@ -15,7 +15,8 @@ namespace vyn::helper {
 [[nodiscard]] VYN_API std::string trim(const std::string& text, const char* chars = " \t\r\n");
 
 // Replace `out` by the pieces of `text` between the delimiters and return their number. As when
-// reading lines, a delimiter ends a piece: "a," is one piece, "" is none, "a,,b" is three.
+// reading lines, a delimiter ends a piece: "a," is one piece, "" is none, "a,,b" is three. `text`
+// may be one of the pieces in `out`.
 VYN_API int split(const std::string& text, std::list<std::string>& out, char delimiter);
 VYN_API int split(const std::string& text, std::vector<std::string>& out, char delimiter);
 

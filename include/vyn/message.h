@@ -44,7 +44,7 @@ struct VYN_API Message {
 // thread may look them up and print messages.
 class VYN_API MessageHelper {
   public:
-    // Replaces the name that `what` may have already.
+    // Replaces the name that `what` may have already; null takes it away.
     static void registerMessage(int what, const char* name);
     // Null for a code without a name. Valid until the code is registered again.
     static const char* name(int what);
@@ -53,7 +53,8 @@ class VYN_API MessageHelper {
     static std::map<int, std::string> mNames;
 };
 
-// "Message {what: 5, name: PING, arg1: ...}".
+// "Message {what: 5, name: PING, arg1: ...}". The stream keeps its format.
+VYN_API std::ostream& operator<<(std::ostream& os, const Message& message);
 VYN_API std::ostream& operator<<(std::ostream& os, Message& message);
 
 }  // namespace vyn

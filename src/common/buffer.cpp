@@ -4,19 +4,14 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <new>
+
+#include "common/countable.h"
 
 namespace vyn {
 
 namespace {
 
 constexpr char kFatalMark[] = "\033[1;31mFATAL: ";
-
-// `size` is an int: what it cannot count, cannot be allocated either.
-int countable(size_t count) {
-    if (count > INT_MAX) throw std::bad_alloc();
-    return static_cast<int>(count);
-}
 
 int sizeWithNul(const std::string& text) { return countable(text.length() + 1); }
 

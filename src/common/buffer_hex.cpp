@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 
+#include "common/countable.h"
+
 namespace vyn {
 
 namespace {
@@ -63,7 +65,7 @@ std::string Buffer::toHexString() const {
 }
 
 void Buffer::fromHexString(const std::string& hex) {
-    assign(static_cast<int>(hex.length() / 2), '\0');
+    assign(countable(hex.length() / 2), '\0');
     // Blanks are passed once for all the pairs that start among them, so a long run of them costs
     // no more than other text.
     const char* number = hex.c_str();

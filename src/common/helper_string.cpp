@@ -6,15 +6,17 @@ namespace vyn::helper {
 
 namespace {
 
+// `text` may be one of the pieces that `out` had.
 template <typename Container>
 int splitLines(const std::string& text, Container& out, char delimiter) {
-    out.clear();
+    Container pieces;
     size_t start = 0;
     while (start < text.length()) {
         const size_t end = std::min(text.find(delimiter, start), text.length());
-        out.push_back(text.substr(start, end - start));
+        pieces.push_back(text.substr(start, end - start));
         start = end + 1;
     }
+    out.swap(pieces);
     return static_cast<int>(out.size());
 }
 
