@@ -42,12 +42,13 @@ void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* execut
     if (isOfAnotherProcess()) return;
     const WorkerRegistry::Added added = mWorkers.add(worker, mConnector, executor);
     if (added.ticket == 0) {
-        report(added.refusal, worker);
+        onRefused(added.refusal, {worker, ticketOf(worker)});
         return;
     }
     worker->onReady();
-    const WorkerRegistry::Readied readied = mWorkers.setReady({worker, added.ticket});
-    report(readied.refusal, worker);
+    const Registration registration{worker, added.ticket};
+    const WorkerRegistry::Readied readied = mWorkers.setReady(registration);
+    onRefused(readied.refusal, registration);
     if (readied.hasOverflowed) worker->onWriteQueueOverflow();
 }
 
@@ -92,10 +93,11 @@ void LinuxConnector::queueWriteOf(Worker* worker) { mWorkers.requestWrite(worker
 bool LinuxConnector::queueOverflow(Worker* worker) { return mWorkers.requestOverflow(worker); }
 
 void LinuxConnector::updateDescriptorsOf(Worker* worker) {
-    if (!isOfAnotherProcess()) report(mWorkers.update(worker), worker);
+    if (!isOfAnotherProcess()) onRefused(mWorkers.update(worker), {worker, ticketOf(worker)});
 }
 
 void LinuxConnector::restDescriptorsOf(Worker* worker, long ms) {
+    if (isOfAnotherProcess()) return;
     const Registration resting{worker, mWorkers.rest(worker)};
     if (resting.ticket != 0) sendMessageDelayed(nullptr, mRestEnd.messageFor(resting), ms);
 }
@@ -153,15 +155,6 @@ bool LinuxConnector::isOfAnotherProcess() const {
     VYN_LOG_ERROR << "a loop belongs to the process that made it, " << mProcess
                   << ". nothing is done for its child " << caller << ".";
     return true;
-}
-
-// Closed descriptors are refused as a matter of course; others had better be known. The worker may
-// have been served, and deleted, meanwhile.
-void LinuxConnector::report(const WorkerRegistry::Refusal& refusal, const Worker* worker) {
-    if (refusal.fd < 0 || refusal.error == EBADF) return;
-    VYN_LOG_WARNING << logging::ErrnoText{refusal.error} << "can not watch fd " << refusal.fd
-                    << ", nothing will be read from it. worker "
-                    << static_cast<const void*>(worker);
 }
 
 std::ostream& operator<<(std::ostream& os, LinuxConnector* connector) {

@@ -77,7 +77,6 @@ class LinuxConnector : public Connector::Impl {
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);
     void onReadable(EpollToken token, Worker* worker);
     bool isOfAnotherProcess() const;
-    static void report(const WorkerRegistry::Refusal& refusal, const Worker* worker);
 
     // When calls of the kernel fail.
     static constexpr int kRetryMs = 10;
@@ -85,6 +84,7 @@ class LinuxConnector : public Connector::Impl {
     void dropClosedRegistrations();
     void onWaitFailed(int error);
     void onInterestRefused(int error);
+    void onRefused(const WorkerRegistry::Refusal& refusal, const Registration& registration);
     void onDrainFailed(int error);
     int watchWakePipe();
     void mendWakePipe();

@@ -190,12 +190,8 @@ void LinuxConnector::dispatch(const epoll_event& event) {
     Worker* worker = nullptr;
     const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
     note(owner, token);
-    if (owner == WorkerRegistry::Owner::kGone) return;
-    if (owner == WorkerRegistry::Owner::kNotReady) {
-        mWorkers.stopWatching(token);  // until it is ready
-    } else {
-        hungUp ? onHangUp(event.events, token, worker) : onReadable(token, worker);
-    }
+    if (owner == WorkerRegistry::Owner::kGone || owner == WorkerRegistry::Owner::kNotReady) return;
+    hungUp ? onHangUp(event.events, token, worker) : onReadable(token, worker);
 }
 
 void LinuxConnector::note(WorkerRegistry::Owner owner, EpollToken token) {

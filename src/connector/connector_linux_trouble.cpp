@@ -11,6 +11,14 @@
 
 namespace vyn {
 
+namespace {
+
+// Descriptors that the kernel refuses to watch for want of memory, or of watches, are offered
+// again.
+constexpr long kRefusedAgainMs = 1000;
+
+}  // namespace
+
 // A descriptor that was closed before its worker was removed stays in the epoll set for as long as
 // a duplicate of it is open, and no call can take it out any more: only a new set is rid of it.
 void LinuxConnector::dropClosedRegistrations() {
@@ -49,6 +57,23 @@ void LinuxConnector::onInterestRefused(int error) {
     VYN_LOG_ERROR << logging::ErrnoText{error}
                   << "epoll_ctl fail. a descriptor is not watched for writing as it should be. "
                      "trying again.";
+}
+
+// Closed descriptors are refused as a matter of course; others had better be known. The worker may
+// have been served, and deleted, meanwhile.
+void LinuxConnector::onRefused(const WorkerRegistry::Refusal& refusal,
+                               const Registration& registration) {
+    if (refusal.fd < 0 || refusal.error == EBADF) return;
+    if (refusal.error == ENOMEM || refusal.error == ENOSPC) {
+        sendMessageDelayed(nullptr, mRestEnd.messageFor(registration), kRefusedAgainMs);
+        VYN_LOG_WARNING << logging::ErrnoText{refusal.error} << "can not watch fd " << refusal.fd
+                        << ", nothing is read from it until that succeeds. worker "
+                        << static_cast<const void*>(registration.worker);
+        return;
+    }
+    VYN_LOG_WARNING << logging::ErrnoText{refusal.error} << "can not watch fd " << refusal.fd
+                    << ", nothing will be read from it. worker "
+                    << static_cast<const void*>(registration.worker);
 }
 
 void LinuxConnector::onDrainFailed(int error) {

@@ -100,7 +100,10 @@ WorkerRegistry::Owner WorkerRegistry::find(EpollToken token, Worker*& worker) {
     AutoLock lock(mLock);
     const WorkerEntry* owner = mDescriptors.ownerOf(token);
     if (owner == nullptr) return Owner::kGone;
-    if (!owner->ready) return Owner::kNotReady;
+    if (!owner->ready) {
+        mDescriptors.suspend(token);
+        return Owner::kNotReady;
+    }
     if (!owner->worker->isValid()) return Owner::kNotValid;
     worker = owner->worker;
     return Owner::kValid;

@@ -70,12 +70,12 @@ class WorkerRegistry {
     enum class Owner {
         kValid,
         kNotValid,
-        kNotReady,
-        kGone,  // the registration ended: the number may be another's by now
+        kNotReady,  // its descriptors are not watched until it is
+        kGone,      // the registration ended: the number may be another's by now
     };
     // Whose event this is; sets `worker` when that is kValid.
     Owner find(EpollToken token, Worker*& worker);
-    // Lets epoll forget the descriptor, until its worker is ready or is added again.
+    // Lets epoll forget the descriptor, until its worker is added again.
     void stopWatching(EpollToken token);
     // How many events there may be at a time, at most.
     int64_t mostEvents();
