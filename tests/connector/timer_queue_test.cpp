@@ -1,44 +1,38 @@
 #include "connector/timer_queue.h"
 
-#include <gtest/gtest.h>
+#include <algorithm>
 
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-
-#include "common/tick.h"
-#include "support/manual_clock.h"
+#include "support/support.h"
 
 namespace vyn {
 namespace {
 
-using testing::kLastPositiveTick;
-using testing::ManualClock;
+using namespace testing;
 
 // Notes each call in a journal that it shares with others: its letter and the count.
-class JournalTimer : public Timer {
-  public:
-    JournalTimer(std::string& journal, char letter) : mJournal(journal), mLetter(letter) {}
+struct JournalTimer : Timer {
+    JournalTimer(std::string& sharedJournal, char itsLetter)
+        : journal(sharedJournal), letter(itsLetter) {}
 
+    std::string& journal;
+    char letter;
     std::function<bool()> action = [] { return true; };
-    int removed = 0;
-    void* lastArg = nullptr;
+    std::function<void()> onRemoved = [] {};
 
     bool onTimer(void* arg, int count) override {
-        lastArg = arg;
-        mJournal += mLetter + std::to_string(count);
+        EXPECT_EQ(arg, this);
+        journal += letter + std::to_string(count);
         return action();
     }
-    void onTimerRemoved() override { ++removed; }
-
-  private:
-    std::string& mJournal;
-    char mLetter;
+    void onTimerRemoved() override {
+        journal += static_cast<char>(std::toupper(letter));
+        onRemoved();
+    }
 };
 
+// The tick wraps 50 milliseconds after a test begins.
 struct TimerQueueTest : ::testing::Test {
-    ManualClock clock{1000};
+    ManualClock clock{kLastPositiveTick - 50};
     WakePipe wakePipe;
     TimerQueue queue{wakePipe};
     std::string journal;
@@ -48,200 +42,106 @@ struct TimerQueueTest : ::testing::Test {
 
     ~TimerQueueTest() override { queue.clear(); }
 
+    int add(JournalTimer& timer, long intervalMs) { return queue.add(&timer, intervalMs, &timer); }
     std::string fireAfter(int64_t milliseconds) {
         clock.advance(milliseconds);
-        journal.clear();
         queue.fireDue(tick::now());
-        return journal;
+        return std::exchange(journal, "");
     }
 };
 
-TEST_F(TimerQueueTest, FiresNoEarlierThanOneIntervalAndThenPeriodically) {
-    int argument = 0;
-    queue.add(&a, 100, &argument);
-    EXPECT_EQ(fireAfter(99), "");
-    EXPECT_EQ(fireAfter(1), "a1");
-    EXPECT_EQ(a.lastArg, &argument);
-    EXPECT_EQ(fireAfter(99), "");
-    EXPECT_EQ(fireAfter(1), "a2");
+TEST_F(TimerQueueTest, FiresWhatIsDueInTheOrderOfAdditionAndThenPeriodically) {
+    add(a, 100);
+    add(b, 20);
+    add(c, 0);
+    EXPECT_EQ(fireAfter(0), "c1");
+    EXPECT_EQ(fireAfter(19), "c2");
+    EXPECT_EQ(fireAfter(1), "b1c3");
+    EXPECT_EQ(fireAfter(80), "a1b2c4");
+    queue.reset(2);
+    queue.remove(77);
+    queue.remove(1);
+    EXPECT_EQ(fireAfter(90), "Bc5");
+    queue.reset(0);
+    EXPECT_EQ(fireAfter(99), "c6");
+    c.action = [] { return false; };
+    EXPECT_EQ(fireAfter(1), "a2c7C");
+    queue.remove(0);
+    EXPECT_EQ(fireAfter(1000), "A");
+    EXPECT_EQ(queue.nextExpire(), INT64_MAX);
 }
 
 TEST_F(TimerQueueTest, FiresOnceWhenItFellBehindAndCountsThePeriodFromTheEndOfTheCall) {
-    queue.add(&a, 100, nullptr);
-    a.action = [this] {
-        clock.advance(30);
-        return true;
-    };
+    add(a, 100);
+    a.action = [this] { return clock.advance(30), true; };
     EXPECT_EQ(fireAfter(1000), "a1");
     EXPECT_EQ(fireAfter(99), "");
     EXPECT_EQ(fireAfter(1), "a2");
 }
 
-TEST_F(TimerQueueTest, FiresWhatIsDueTogetherInTheOrderOfAddition) {
-    queue.add(&a, 30, nullptr);
-    queue.add(&b, 10, nullptr);
-    queue.add(&c, 20, nullptr);
-    EXPECT_EQ(fireAfter(30), "a1b1c1");
-    queue.reset(0);
-    EXPECT_EQ(fireAfter(20), "b2c2");
-}
-
-TEST_F(TimerQueueTest, NeverFiresAgainAfterReturningFalse) {
-    a.action = [] { return false; };
-    queue.add(&a, 10, nullptr);
-    EXPECT_EQ(fireAfter(10), "a1");
-    EXPECT_EQ(a.removed, 1);
-    EXPECT_EQ(fireAfter(1000), "");
-    EXPECT_EQ(queue.nextExpire(), INT64_MAX);
-    queue.remove(0);
-    EXPECT_EQ(a.removed, 1);
-}
-
-TEST_F(TimerQueueTest, RemovesEveryTimerOfAnIdOnceAndIgnoresUnknownIds) {
-    const int id = queue.add(&a, 10, nullptr);
-    queue.remove(id + 1);
-    EXPECT_EQ(a.removed, 0);
-    queue.remove(id);
-    queue.remove(id);
-    EXPECT_EQ(a.removed, 1);
-    EXPECT_EQ(fireAfter(100), "");
-}
-
-TEST_F(TimerQueueTest, ResetRestartsThePeriod) {
-    const int id = queue.add(&a, 100, nullptr);
-    clock.advance(90);
-    queue.reset(id);
-    queue.reset(id + 1);
-    EXPECT_EQ(fireAfter(99), "");
-    EXPECT_EQ(fireAfter(1), "a1");
-}
-
-TEST_F(TimerQueueTest, AnIntervalBelowOneIsDueInEveryTurn) {
-    queue.add(&a, 0, nullptr);
-    queue.add(&b, -5, nullptr);
-    EXPECT_EQ(fireAfter(0), "a1b1");
-    EXPECT_EQ(fireAfter(0), "a2b2");
-    EXPECT_LE(queue.nextExpire(), 1000);
-}
-
-TEST_F(TimerQueueTest, FiresOnTimeAcrossTheWrapOfTheTick) {
-    clock.advance(kLastPositiveTick - 1000 - 50);
-    queue.add(&a, 100, nullptr);
-    queue.add(&b, 20, nullptr);
-    EXPECT_EQ(fireAfter(20), "b1");
-    EXPECT_EQ(fireAfter(79), "b2");
-    EXPECT_EQ(fireAfter(1), "a1");
-    EXPECT_EQ(fireAfter(99), "b3");
-    EXPECT_EQ(fireAfter(1), "a2");
-}
-
 TEST_F(TimerQueueTest, CallbacksMayAddResetAndRemoveTimers) {
-    const int idA = queue.add(&a, 10, nullptr);
-    const int idB = queue.add(&b, 10, nullptr);
+    const int idA = add(a, 10);
+    const int idB = add(b, 10);
+    const int idC = add(c, 10);
     a.action = [&] {
-        queue.add(&c, 5, nullptr);
+        add(b, 5);
         queue.remove(idB);
         queue.remove(idA);
+        queue.reset(idC);
         return true;
     };
-    EXPECT_EQ(fireAfter(10), "a1");
-    EXPECT_EQ(a.removed, 1);
-    EXPECT_EQ(b.removed, 1);
-    EXPECT_EQ(fireAfter(5), "c1");
+    EXPECT_EQ(fireAfter(10), "a1BA");
+    EXPECT_EQ(fireAfter(9), "b1");
+    EXPECT_EQ(fireAfter(1), "c1");
 }
 
-TEST_F(TimerQueueTest, ATimerResetByAnotherDoesNotFireInTheSameTurn) {
-    queue.add(&a, 10, nullptr);
-    const int idB = queue.add(&b, 10, nullptr);
-    a.action = [&] {
-        queue.reset(idB);
-        return true;
+TEST_F(TimerQueueTest, ClearTellsEveryTimerAndEachMayRemoveTheNextOne) {
+    auto next = std::make_unique<JournalTimer>(journal, 'n');
+    add(a, 20);
+    const int id = add(*next, 10);
+    add(b, 10);
+    a.onRemoved = [&] {
+        queue.remove(id);
+        next.reset();
     };
-    EXPECT_EQ(fireAfter(10), "a1");
-    EXPECT_EQ(fireAfter(9), "");
-}
-
-TEST_F(TimerQueueTest, ClearTellsEveryTimer) {
-    queue.add(&a, 10, nullptr);
-    queue.add(&a, 20, nullptr);
-    queue.add(&b, 10, nullptr);
     EXPECT_EQ(queue.clear(), 3);
-    EXPECT_EQ(a.removed, 2);
-    EXPECT_EQ(b.removed, 1);
+    EXPECT_EQ(journal, "ANB");
     EXPECT_EQ(queue.clear(), 0);
 }
 
-TEST_F(TimerQueueTest, ATimerThatIsClearedMayRemoveTheNextOne) {
-    auto second = std::make_unique<JournalTimer>(journal, 's');
-    struct Remover : Timer {
-        std::function<void()> action;
-        bool onTimer(void*, int) override { return true; }
-        void onTimerRemoved() override { action(); }
-    } remover;
-    queue.add(&remover, 10, nullptr);
-    const int id = queue.add(second.get(), 10, nullptr);
-    int removed = 0;
-    remover.action = [&] {
-        queue.remove(id);
-        removed = second->removed;
-        second.reset();
-    };
-    EXPECT_EQ(queue.clear(), 2);
-    EXPECT_EQ(removed, 1);
-}
-
-TEST(TimerQueue, StartsItsIdsAgainAtZero) {
-    std::string journal;
-    JournalTimer timer{journal, 'a'};
-    WakePipe wakePipe;
-    TimerQueue fresh(wakePipe);
-    EXPECT_EQ(fresh.add(&timer, 10, nullptr), 0);
-    EXPECT_EQ(fresh.add(&timer, 10, nullptr), 1);
-
+TEST_F(TimerQueueTest, StartsItsIdsAgainAtZero) {
     TimerQueue worn(wakePipe, 2147483630);
-    EXPECT_EQ(worn.add(&timer, 10, nullptr), 2147483630);
-    EXPECT_EQ(worn.add(&timer, 10, nullptr), 2147483631);
-    EXPECT_EQ(worn.add(&timer, 10, nullptr), 0);
+    for (const int id : {2147483630, 2147483631, 0, 1}) EXPECT_EQ(worn.add(&a, 10, &a), id);
 }
 
-TEST(TimerQueue, HoldsManyTimersInOrder) {
-    ManualClock clock(0);
-    std::string journal;
-    std::vector<std::unique_ptr<JournalTimer>> timers;
-    WakePipe wakePipe;
-    TimerQueue queue(wakePipe);
-    constexpr int kTimers = 1000;
-    for (int i = 0; i < kTimers; ++i) {
-        timers.push_back(std::make_unique<JournalTimer>(journal, 'x'));
-        timers.back()->action = [] { return false; };
-        queue.add(timers.back().get(), 1 + i * 7919 % kTimers, nullptr);
+TEST_F(TimerQueueTest, FiresEachOfManyTimersAtItsTime) {
+    std::vector<int> intervals;
+    std::minstd_rand random(1);
+    for (int i = 0; i < 1000; ++i) {
+        intervals.push_back(static_cast<int>(1 + random() % 1000));
+        EXPECT_EQ(add(a, intervals.back()), i);
     }
-    for (int i = 0; i < kTimers; i += 3) queue.remove(i);
-    for (int i = 1; i < kTimers; i += 3) queue.reset(i);
-    for (int now = 1; now <= kTimers; ++now) {
-        clock.advance(1);
-        journal.clear();
-        queue.fireDue(tick::now());
-        int due = 0;
-        for (int i = 0; i < kTimers; ++i) due += i % 3 != 0 && 1 + i * 7919 % kTimers == now;
-        ASSERT_EQ(journal.size(), 2u * static_cast<size_t>(due)) << "at " << now;
+    for (int now = 1; now <= 1000; ++now) {
+        const size_t removed = random() % intervals.size();
+        queue.remove(static_cast<int>(removed));
+        intervals[removed] = 1 << 20;
+        const auto due = std::count_if(intervals.begin(), intervals.end(),
+                                       [now](int interval) { return now % interval == 0; });
+        const std::string fired = fireAfter(1);
+        ASSERT_EQ(std::count(fired.begin(), fired.end(), 'a'), due) << "at " << now;
     }
 }
 
-TEST(TimerQueue, RemovalFromAnotherThreadWaitsForACallbackUnderWay) {
-    WakePipe wakePipe;
-    TimerQueue queue(wakePipe);
-    std::string journal;
-    JournalTimer timer{journal, 'a'};
+TEST_F(TimerQueueTest, RemovalFromAnotherThreadWaitsForACallbackUnderWay) {
     std::atomic<bool> inCallback{false};
     std::atomic<bool> over{false};
-    timer.action = [&] {
+    a.action = [&] {
         inCallback = true;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         over = true;
         return true;
     };
-    const int id = queue.add(&timer, 0, nullptr);
+    const int id = add(a, 0);
     std::thread loop([&] { queue.fireDue(tick::now()); });
     while (!inCallback) std::this_thread::yield();
     queue.remove(id);

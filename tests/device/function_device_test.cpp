@@ -1,208 +1,110 @@
-#include <gtest/gtest.h>
 #include <vyn/function_device.h>
 
-#include <memory>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "support/fatal_capture.h"
-#include "support/log_capture.h"
-#include "support/loop_thread.h"
-#include "support/received_worker.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 
 namespace vyn {
 namespace {
 
-using testing::FatalCapture;
-using testing::LoopThread;
-using testing::RecordingExecutor;
+using namespace testing;
 
-// A device that keeps the messages it takes, with a worker that keeps its bytes.
+// A device with a worker that keeps its bytes.
 struct End : FunctionDevice {
-    explicit End(Connector::Executor* target = nullptr)
-        : FunctionDevice(target != nullptr ? target : &executor), worker(this) {
-        worker.attach(nullptr, &executor);
+    explicit End(Connector::Executor& target) : FunctionDevice(&target), worker(this) {
+        worker.attach(nullptr, &target);
     }
-    void onMessage(Message msg) override {
-        messages.push_back(msg);
-        threads.push_back(std::this_thread::get_id());
-        FunctionDevice::onMessage(msg);
-    }
-    std::string label() {
-        std::ostringstream os;
-        dump(os);
-        return os.str();
-    }
-    bool isUnpaired() {
-        FatalCapture fatal;
-        return write("", 0) == 0 && fatal.count("Check failed. (mPeer != NULL)") == 1;
-    }
-
-    RecordingExecutor executor;
-    testing::ReceivedWorker worker;
-    std::vector<Message> messages;
-    std::vector<std::thread::id> threads;
+    ReceivedWorker worker;
 };
 
-TEST(FunctionDevice, IsPairedByNameWhenTheListenerAccepts) {
-    End listening;
-    End connecting;
-    End accepting;
-    int announcements = 0;
-    listening.executor.newConnection = [&](Worker* worker, int fd, void* data) {
-        ++announcements;
+// A loop with an executor of its own.
+struct Place {
+    Place() {
+        loop.call([this] { loop.connector().attach(&executor); });
+    }
+    RecordingExecutor executor;
+    LoopThread loop;
+};
+
+struct FunctionDeviceTest : ::testing::Test {
+    RecordingExecutor nowhere;  // without a loop
+    Place place;
+    End one{nowhere};
+    End other{place.executor};
+    FatalCapture fatal;
+    LogCapture log;
+
+    bool isUnpaired(FunctionDevice& device) {
+        const int before = fatal.count("Check failed. (mPeer != NULL)");
+        return device.write("", 0) == 0 && fatal.count("Check failed. (mPeer != NULL)") > before;
+    }
+};
+
+TEST_F(FunctionDeviceTest, IsPairedByNameWithWhatTheLastListenerAccepts) {
+    RecordingExecutor executor;
+    End older(executor);
+    End listening(executor);
+    executor.newConnection = [&](Worker* worker, int fd, void* data) {
         EXPECT_EQ(worker, &listening.worker);
         EXPECT_EQ(fd, -100);
-        EXPECT_EQ(data, static_cast<FunctionDevice*>(&connecting));
-        EXPECT_TRUE(connecting.isUnpaired());
-        EXPECT_TRUE(accepting.accept(static_cast<FunctionDevice*>(data)));
+        EXPECT_EQ(data, static_cast<FunctionDevice*>(&one));
+        EXPECT_TRUE(isUnpaired(one));
+        EXPECT_TRUE(other.accept(static_cast<FunctionDevice*>(data)));
     };
+    older.listen("lamp");
     listening.listen("lamp");
-    EXPECT_TRUE(connecting.connect("lamp"));
-    EXPECT_EQ(announcements, 1);
-    EXPECT_FALSE(connecting.isUnpaired());
-    EXPECT_FALSE(accepting.isUnpaired());
-    EXPECT_EQ(listening.label(), "lamp[L]");
-    EXPECT_EQ(connecting.label(), "lamp[C]");
-    EXPECT_EQ(accepting.label(), "lamp[C][A]");
-
-    std::ostringstream printed;
-    printed << static_cast<Device*>(&connecting);
-    std::ostringstream expected;
-    expected << "FunctionDevice(" << static_cast<const void*>(&connecting) << "): {fd=-1, lamp[C]}";
-    EXPECT_EQ(printed.str(), expected.str());
-}
-
-TEST(FunctionDevice, CannotConnectToAnUnknownNameNorTwice) {
-    End one;
-    testing::LogCapture capture;
-    EXPECT_FALSE(one.connect("nobody"));
-    EXPECT_EQ(capture.texts(), std::vector<std::string>{"No such function device."});
-    EXPECT_EQ(one.label(), "");
-
-    End other;
-    other.listen("other");
-    one.accept(&other);
-    FatalCapture fatal;
-    EXPECT_FALSE(one.connect("other"));
-    EXPECT_EQ(fatal.count("Check failed. (mPeer == NULL) cannot connect twice."), 1);
-}
-
-TEST(FunctionDevice, ANameBelongsToTheLastThatListensUntilItDisconnects) {
-    End older;
-    End newer;
-    End connecting;
-    std::string reached;
-    older.executor.newConnection = [&](Worker*, int, void*) { reached += "older "; };
-    newer.executor.newConnection = [&](Worker*, int, void*) { reached += "newer "; };
-    older.listen("first");
-    older.listen("shared");
-    newer.listen("shared");
-    EXPECT_TRUE(connecting.connect("first"));
-    EXPECT_TRUE(connecting.connect("shared"));
-    EXPECT_EQ(reached, "older newer ");
     older.disconnect();
-    EXPECT_FALSE(connecting.connect("first"));
-    EXPECT_TRUE(connecting.connect("shared"));
-    newer.disconnect();
-    EXPECT_FALSE(connecting.connect("shared"));
+    EXPECT_TRUE(one.connect("lamp"));
+    EXPECT_FALSE(isUnpaired(one));
+    EXPECT_FALSE(isUnpaired(other));
+    for (const auto& [device, label] :
+         {std::pair<Device*, const char*>{&listening, "): {fd=-1, lamp[L]}"},
+          {&one, "): {fd=-1, lamp[C]}"},
+          {&other, "): {fd=-1, lamp[C][A]}"}}) {
+        EXPECT_NE(printed(device).find(label), std::string::npos);
+    }
+    EXPECT_FALSE(one.connect("lamp"));
+    EXPECT_EQ(fatal.count("Check failed. (mPeer == NULL) cannot connect twice."), 1);
+    one.disconnect();
+    EXPECT_TRUE(isUnpaired(one));
+    EXPECT_TRUE(isUnpaired(other));
+    listening.disconnect();
+    EXPECT_FALSE(one.connect("lamp"));
+    EXPECT_EQ(log.count("No such function device."), 1);
 }
 
-TEST(FunctionDevice, AWriteArrivesWholeOnTheOtherLoop) {
-    RecordingExecutor here;
-    RecordingExecutor there;
-    LoopThread loopHere;
-    LoopThread loopThere;
-    loopHere.call([&] { loopHere.connector().attach(&here); });
-    loopThere.call([&] { loopThere.connector().attach(&there); });
-    End one(&here);
-    End other(&there);
+TEST_F(FunctionDeviceTest, AWriteArrivesWholeOnTheOtherLoop) {
     one.accept(&other);
     EXPECT_EQ(one.write("a\0cde", 5), 5);
     EXPECT_EQ(one.write("", 0), 0);
     EXPECT_EQ(one.write(nullptr, -1), -1);
-    EXPECT_EQ(other.write("back", 4), 4);
-
-    std::thread::id threadThere;
-    loopThere.call([&] { threadThere = std::this_thread::get_id(); });
-    loopHere.call([] {});
-    EXPECT_EQ(one.worker.chunks, std::vector<std::string>{"back"});
-    EXPECT_EQ(other.worker.chunks, (std::vector<std::string>{std::string("a\0cde", 5), ""}));
-    ASSERT_EQ(other.messages.size(), 2u);
-    EXPECT_EQ(other.threads[0], threadThere);
-    const Message& message = other.messages[0];
-    EXPECT_EQ(message.what, 1001);
-    EXPECT_EQ(message.arg1, 5);
-    EXPECT_EQ(message.arg2, 0);
-    EXPECT_EQ(message.arg3, 0);
-    EXPECT_EQ(message.callback, static_cast<Message::Callback*>(&other));
-    EXPECT_EQ(message.target, &there);
+    place.loop.call([] {});
+    EXPECT_EQ(other.worker.chunks, (Strings{std::string("a\0cde", 5), ""}));
+    one.onMessage(Message::obtain(1002, 5, 0, nullptr));
+    one.onMessage(Message::obtain(1001, 3, 0, new char[3]{'a', 'b', 'c'}));
+    EXPECT_EQ(one.worker.chunks, Strings{"abc"});
 }
 
-TEST(FunctionDevice, TakesOnlyMessagesThatCarryBytes) {
-    End device;
-    device.onMessage(Message::obtain(1002, 5, 0, nullptr));
-    EXPECT_TRUE(device.worker.chunks.empty());
-    device.onMessage(Message::obtain(1001, 3, 0, new char[3]{'a', 'b', 'c'}));
-    device.onMessage(Message::obtain(1001, 0, 0, nullptr));
-    EXPECT_EQ(device.worker.chunks, (std::vector<std::string>{"abc", ""}));
-}
-
-TEST(FunctionDevice, DisconnectingTellsNobodyButTheNextWrite) {
-    End one;
-    End other;
-    int disconnections = 0;
-    one.executor.disconnected = other.executor.disconnected = [&](Worker*) { ++disconnections; };
-    one.accept(&other);
-    one.disconnect();
-    EXPECT_EQ(disconnections, 0);
-    FatalCapture fatal;
-    EXPECT_EQ(other.write("bytes", 5), 5);
-    EXPECT_EQ(one.write("bytes", 5), 5);
-    EXPECT_EQ(fatal.count("Check failed. (mPeer != NULL)"), 2);
-}
-
-TEST(FunctionDevice, WhatIsOnItsWayToADestroyedDeviceIsDropped) {
-    RecordingExecutor there;
-    LoopThread loop;
-    loop.call([&] { loop.connector().attach(&there); });
-    auto destroyed = std::make_unique<End>(&there);
-    End writing;
-    writing.accept(destroyed.get());
+TEST_F(FunctionDeviceTest, WhatIsOnItsWayToADestroyedDeviceOrByALoopThatWentIsDropped) {
+    auto destroyed = std::make_unique<End>(place.executor);
+    other.accept(destroyed.get());
+    one.accept(destroyed.get());
+    EXPECT_FALSE(isUnpaired(other));  // still writes to it
     // The loop does not deliver while it makes this call.
-    loop.call([&] {
-        for (int i = 0; i < 100; ++i) writing.write("bytes", 5);
+    place.loop.call([&] {
+        for (int i = 0; i < 100; ++i) one.write("bytes", 5);
         destroyed.reset();
     });
-    End next(&there);
-    writing.accept(&next);
-    writing.write("more", 4);
-    loop.call([] {});
-    EXPECT_EQ(next.worker.chunks, std::vector<std::string>{"more"});
+    EXPECT_TRUE(isUnpaired(one));
+    EXPECT_TRUE(isUnpaired(other));
+    one.accept(&other);
+    one.write("more", 4);
+    place.loop.call([] {});
+    EXPECT_EQ(other.worker.chunks, Strings{"more"});
+    Connector connector;
+    connector.attach(&nowhere);
+    other.write("leaks nothing", 13);
 }
 
-TEST(FunctionDevice, WhatIsOnItsWayDoesNotLeakWhenTheLoopGoesFirst) {
-    RecordingExecutor there;
-    End reading(&there);
-    End writing;
-    writing.accept(&reading);
-    writing.write("to an executor without a connector", 34);
-    {
-        Connector connector;
-        connector.attach(&there);
-        writing.write("bytes", 5);
-    }
-    EXPECT_TRUE(reading.worker.chunks.empty());
-}
-
-TEST(FunctionDevice, MayDeleteItselfWhileItTakesBytes) {
-    RecordingExecutor there;
-    LoopThread loop;
-    loop.call([&] { loop.connector().attach(&there); });
-
+TEST_F(FunctionDeviceTest, MayDeleteItselfWhileItTakesBytes) {
     struct SelfDeleting : Worker {
         explicit SelfDeleting(std::unique_ptr<FunctionDevice>& own)
             : Worker(own.get(), nullptr), device(own) {}
@@ -214,26 +116,36 @@ TEST(FunctionDevice, MayDeleteItselfWhileItTakesBytes) {
         std::unique_ptr<FunctionDevice>& device;
         std::string received;
     };
-    auto device = std::make_unique<FunctionDevice>(&there);
+    auto device = std::make_unique<FunctionDevice>(&place.executor);
     SelfDeleting worker(device);
-    End writing;
-    writing.accept(device.get());
-    writing.write("one", 3);
-    loop.call([] {});
+    one.accept(device.get());
+    one.write("one", 3);
+    place.loop.call([] {});
     EXPECT_EQ(worker.received, "one");
-    EXPECT_TRUE(writing.isUnpaired());
 }
 
-TEST(FunctionDevice, ADestroyedDeviceLeavesNoWriterBehind) {
-    End first;
-    End second;
-    auto contested = std::make_unique<End>();
-    first.accept(contested.get());
-    second.accept(contested.get());
-    EXPECT_FALSE(first.isUnpaired());  // still writes to it
-    contested.reset();
-    EXPECT_TRUE(first.isUnpaired());
-    EXPECT_TRUE(second.isUnpaired());
+TEST_F(FunctionDeviceTest, MayBeDestroyedWithItsLoopWhileThePeerWrites) {
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        while (!stop) {
+            for (int i = 0; i < 16; ++i) one.write("steady", 6);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    });
+    for (int round = 0; round < 50; ++round) {
+        auto there = std::make_unique<Place>();
+        auto end = std::make_unique<End>(there->executor);
+        end->accept(&one);
+        size_t read = 0;
+        while (read < 20) there->loop.call([&] { read = end->worker.chunks.size(); });
+        there->loop.call([&] {
+            EXPECT_EQ(end->worker.chunks, Strings(end->worker.chunks.size(), "steady"));
+            round % 2 == 0 ? end.reset() : end->disconnect();
+        });
+        there.reset();
+    }
+    stop = true;
+    writer.join();
 }
 
 }  // namespace

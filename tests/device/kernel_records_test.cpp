@@ -1,137 +1,216 @@
-// Whatever bytes arrive where the kernel's records are expected, nothing outside of them is
-// touched: each block is also read from memory that ends where the block does.
+// The devices that read records of the kernel: what changed among files and networks.
 
-#include <gtest/gtest.h>
 #include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <sched.h>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <vyn/inotify_device.h>
-#include <vyn/logging.h>
 #include <vyn/rtmgr_device.h>
-#include <vyn/worker.h>
 
 #include <cstring>
-#include <memory>
-#include <random>
-#include <string>
 
 #include "device/inotify_records.h"
 #include "device/netlink_records.h"
-#include "support/emulator.h"
 #include "support/record_feed.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 
 namespace vyn {
 namespace {
 
-const int kIterations = testing::randomInputs(500000);
+using namespace testing;
+using Changes = std::vector<int>;
 
-// Blocks of records that are sound, damaged in a few bytes, truncated or plain noise.
-class RecordSource {
-  public:
-    using Make = std::string (*)(RecordSource&);
-
-    explicit RecordSource(Make makeRecord) : mMakeRecord(makeRecord) {}
-
-    uint32_t below(uint32_t limit) { return static_cast<uint32_t>(mRandom() % limit); }
-    std::string noise(size_t size) {
-        std::string bytes(size, '\0');
-        for (char& byte : bytes) byte = static_cast<char>(mRandom());
-        return bytes;
+// A device with a worker and an executor that keeps what is reported.
+template <typename DeviceType>
+struct Watcher {
+    Watcher() {
+        worker->attach(nullptr, &executor);
+        executor.fileChanged = [this](Worker*, const std::string& path, int change) {
+            lastPath = path;
+            changes.push_back(change);
+        };
+        executor.networkChanged = [this](Worker*) { changes.push_back(0); };
+        executor.disconnected = [this](Worker*) { changes.push_back(-100); };
+    }
+    // Serves the descriptor until nothing is left, and takes what was reported meanwhile.
+    Changes drain() {
+        pollfd entry{device->getFd(), POLLIN, 0};
+        while (poll(&entry, 1, 0) == 1) device->onDataArrival(entry.fd);
+        return std::exchange(changes, {});
     }
 
-    std::string next() {
-        if (below(8) == 0) return noise(1 + below(80));
-        std::string block;
-        for (uint32_t records = 1 + below(4); records > 0; --records) block += mMakeRecord(*this);
-        for (uint32_t damages = below(3); damages > 0; --damages) {
-            block[below(static_cast<uint32_t>(block.size()))] = static_cast<char>(mRandom());
-        }
-        if (below(2) == 0) block.resize(1 + below(static_cast<uint32_t>(block.size())));
-        return block;
-    }
+    RecordingExecutor executor;
+    std::unique_ptr<DeviceType> device = std::make_unique<DeviceType>();
+    std::unique_ptr<Worker> worker = std::make_unique<Worker>(device.get(), nullptr);
+    std::string lastPath;
+    Changes changes;
+};
+using FileWatcher = Watcher<InotifyDevice>;
+using RouteWatcher = Watcher<RtmgrDevice>;
 
-  private:
-    std::minstd_rand mRandom{20240229};
-    Make mMakeRecord;
+struct KernelRecords : ::testing::Test {
+    TemporaryFolder folder;
+    LogCapture log;
+    FatalCapture fatal;
 };
 
-// A copy whose every neighbouring byte is out of bounds.
-struct ExactCopy {
-    explicit ExactCopy(const std::string& block)
-        : bytes(new char[block.size()]), size(block.size()) {
-        std::memcpy(bytes.get(), block.data(), size);
-    }
-    std::unique_ptr<char[]> bytes;
-    size_t size;
-};
+TEST_F(KernelRecords, TellWhatHappensToTheFilesOfADirectory) {
+    FileWatcher watcher;
+    watcher.device->watch(folder.path());
+    const std::string name = folder / std::string(255, 'n');
+    const int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    EXPECT_EQ(watcher.drain(), (Changes{256, -1}));  // opened, too
+    EXPECT_EQ(watcher.lastPath, folder.path());
+    EXPECT_EQ(write(fd, "x", 1), 1);
+    EXPECT_EQ(watcher.drain(), (Changes{2}));
+    close(fd);
+    EXPECT_EQ(watcher.drain(), (Changes{-1}));
+    watcher.device->watch("/no/such/place");
+    EXPECT_EQ(log.count("[2] No such file or directory. ret < 0. watch path failed: /no/such/"), 1);
+    unlink(name.c_str());
+    EXPECT_EQ(watcher.drain(), (Changes{512}));
+    EXPECT_EQ(watcher.lastPath, "/no/such/place");
+    std::filesystem::remove(folder.path());
+    ASSERT_TRUE(awaitReadable(watcher.device->getFd()));
+    EXPECT_EQ(watcher.drain(), Changes{});
+}
 
-// Error lines are most of what damaged records give, and not what these tests are about.
-class KernelRecords : public ::testing::Test {
-  protected:
-    void SetUp() override { logging::setLogLevel(0); }
-    void TearDown() override { logging::setLogLevel(logging::kLevelVerbose); }
-
-    testing::RecordingExecutor mExecutor;
-};
-
-TEST_F(KernelRecords, OfChangedFilesAreReadWithinTheirBytes) {
-    RecordSource source([](RecordSource& random) {
-        inotify_event event{};
-        event.mask = 1u << random.below(12);
-        event.len = random.below(3) * 8;
-        return testing::bytesOf(event) + random.noise(event.len);
-    });
-    InotifyDevice device;
-    Worker worker(&device, nullptr);
-    worker.attach(nullptr, &mExecutor);
-    testing::RecordFeed feed(device.getFd());
-    size_t reports = 0;
-    size_t disconnections = 0;
-    mExecutor.fileChanged = [&](Worker*, const std::string&, int) { ++reports; };
-    mExecutor.disconnected = [&](Worker* disconnected) {
-        ++disconnections;
-        disconnected->enable();
-    };
-    for (int i = 0; i < kIterations; ++i) {
-        const std::string block = source.next();
-        const ExactCopy copy(block);
-        const size_t expected = inotify::namedChanges(copy.bytes.get(), copy.size).size();
-        reports = disconnections = 0;
-        ASSERT_TRUE(feed.send(block));
-        device.onDataArrival(device.getFd());
-        ASSERT_EQ(disconnections, block.size() < 16 ? 1u : 0u) << i;
-        ASSERT_EQ(reports, expected) << i;
+TEST_F(KernelRecords, MayEndTheirDeviceOrItsWorkerWhileSomeAreLeft) {
+    for (const bool endsDevice : {true, false}) {
+        FileWatcher watcher;
+        watcher.device->watch(folder.path());
+        watcher.executor.fileChanged = [&](Worker*, const std::string& path, int) {
+            endsDevice ? watcher.device.reset() : void();
+            watcher.worker.reset();
+            watcher.lastPath += path;
+        };
+        folder.write("file", "");
+        watcher.device->onDataArrival(watcher.device->getFd());
+        EXPECT_EQ(watcher.lastPath, folder.path());
     }
 }
 
-TEST_F(KernelRecords, OfChangedNetworksAreReadWithinTheirBytes) {
-    RecordSource source([](RecordSource& random) {
-        const uint32_t valueSize = random.below(5) * 4;
-        const rtattr attribute{static_cast<uint16_t>(sizeof(rtattr) + valueSize),
-                               static_cast<uint16_t>(random.below(6))};
-        nlmsghdr header{};
-        header.nlmsg_type = static_cast<uint16_t>(random.below(24));
-        header.nlmsg_len =
-            static_cast<uint32_t>(sizeof header + sizeof(ifinfomsg) + attribute.rta_len);
-        return testing::bytesOf(header) + random.noise(sizeof(ifinfomsg)) +
-               testing::bytesOf(attribute) + random.noise(valueSize);
-    });
-    RtmgrDevice device;
-    Worker worker(&device, nullptr);
-    worker.attach(nullptr, &mExecutor);
-    testing::RecordFeed feed(device.getFd());
-    int changes = 0;
-    size_t names = 0;
-    mExecutor.networkChanged = [&](Worker*) { ++changes; };
-    for (int i = 0; i < kIterations; ++i) {
-        const std::string block = source.next();
-        const ExactCopy copy(block);
-        names += netlink::interfaceNames(copy.bytes.get(), copy.size).size();
-        ASSERT_TRUE(feed.send(block));
-        device.onDataArrival(device.getFd());
-        ASSERT_EQ(changes, i + 1);
+std::string fileRecord(uint32_t mask, uint32_t nameLength, const std::string& name) {
+    inotify_event event{};
+    event.mask = mask;
+    event.len = nameLength;
+    return bytesOf(event) + name;
+}
+
+TEST_F(KernelRecords, WithoutANameArePassedOverAndReadingStopsAtOnesThatReachTooFar) {
+    FileWatcher watcher;
+    RecordFeed feed(watcher.device->getFd());
+    log.clear();
+    ASSERT_TRUE(feed.send(fileRecord(IN_Q_OVERFLOW, 0, "") + fileRecord(IN_IGNORED, 0, "") +
+                          fileRecord(IN_CREATE | IN_DELETE, 4, "abcd") +
+                          fileRecord(IN_MODIFY, 1, "x")));
+    EXPECT_EQ(watcher.drain(), (Changes{256, 2}));
+    EXPECT_EQ(log.texts(), Strings{});
+    ASSERT_TRUE(
+        feed.send(fileRecord(IN_DELETE, 4, "abcd") + fileRecord(IN_CREATE, UINT32_MAX, "abcd")));
+    EXPECT_EQ(watcher.drain(), (Changes{512}));
+    EXPECT_EQ(log.texts().size(), 1u);
+    ASSERT_TRUE(feed.send(std::string(15, 'x')));
+    EXPECT_EQ(watcher.drain(), Changes{-100});
+}
+
+TEST_F(KernelRecords, CannotBeReadWithoutADescriptor) {
+    const int before = openDescriptors();
+    {
+        FileWatcher open;
+        EXPECT_NE(fcntl(open.device->getFd(), F_GETFD) & FD_CLOEXEC, 0);
+        EXPECT_NE(fcntl(RouteWatcher().device->getFd(), F_GETFD) & FD_CLOEXEC, 0);
+        const ExhaustedDescriptors none;
+        RouteWatcher routes;
+        EXPECT_EQ(FileWatcher().device->getFd(), -1);
+        routes.device->onDataArrival(-1);
+        EXPECT_EQ(routes.changes, Changes{});
+        EXPECT_EQ(routes.device->write("x", 1) + open.device->write("x", 1), 2);
     }
-    EXPECT_GT(names, static_cast<size_t>(kIterations) / 50);  // the records were not all refused
+    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(log.count("[24] Too many open files. mFd == -1. inotify init fail."), 1);
+    EXPECT_EQ(log.count("Check failed. (mSocket >= 0)"), 1);
+    EXPECT_EQ(log.count("[24] Too many open files. create socket(AF_NETLINK, "), 1);
+}
+
+TEST_F(KernelRecords, TellOfRealChangesOfLinks) {
+    int obstacle = 0;
+    // A namespace of its own, which goes with the thread.
+    std::thread([&] {
+        if (unshare(CLONE_NEWNET) != 0) {
+            obstacle = errno;
+            return;
+        }
+        RouteWatcher watcher;
+        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ifreq loopback{};
+        std::strcpy(loopback.ifr_name, "lo");
+        for (const int flags : {IFF_UP | IFF_LOOPBACK, int{IFF_LOOPBACK}}) {
+            loopback.ifr_flags = static_cast<short>(flags);
+            EXPECT_EQ(ioctl(fd, SIOCSIFFLAGS, &loopback), 0);
+            EXPECT_TRUE(awaitReadable(watcher.device->getFd()));
+            EXPECT_NE(watcher.drain(), Changes{});
+        }
+        close(fd);
+        EXPECT_EQ(log.texts(), Strings{});  // nothing that the kernel sends counts as damaged
+    }).join();
+    if (obstacle != 0) GTEST_SKIP() << "no network namespace: " << std::strerror(obstacle);
+}
+
+std::string message(uint16_t type, const std::string& content, uint32_t claimedLength = 0) {
+    nlmsghdr header{};
+    header.nlmsg_type = type;
+    header.nlmsg_len = static_cast<uint32_t>(sizeof header + content.size());
+    if (claimedLength != 0) header.nlmsg_len = claimedLength;
+    return bytesOf(header) + content;
+}
+
+std::string attribute(uint16_t type, const std::string& value, uint16_t claimedLength = 0) {
+    rtattr header{};
+    header.rta_type = type;
+    header.rta_len = static_cast<uint16_t>(sizeof header + value.size());
+    if (claimedLength != 0) header.rta_len = claimedLength;
+    return bytesOf(header) + value + std::string((4 - value.size() % 4) % 4, '\0');
+}
+
+TEST_F(KernelRecords, OfNetworksAreReadUpToWhatIsDamagedAndReportedOnceADatagram) {
+    const std::string start(sizeof(ifinfomsg), '\0');
+    const std::string link =
+        message(RTM_NEWLINK,
+                start + attribute(1, "other") + attribute(IFLA_IFNAME, std::string("eth0\0", 5)));
+    const auto damagedName = [](uint16_t length) { return attribute(IFLA_IFNAME, "eth1", length); };
+    struct {
+        std::string datagram;
+        size_t names;
+        size_t lines;
+    } const cases[] = {{link, 1, 0},
+                       {link + link, 2, 0},
+                       {message(NLMSG_DONE, "") + link, 0, 0},
+                       {message(NLMSG_ERROR, start) + link, 0, 0},
+                       {message(RTM_NEWADDR, "") + link, 1, 0},
+                       {link + message(RTM_NEWLINK, start, 15), 1, 1},
+                       {link + message(RTM_NEWLINK, start, 33), 1, 1},
+                       {link + message(RTM_NEWLINK, start, UINT32_MAX), 1, 1},
+                       {message(RTM_NEWLINK, start + damagedName(3)) + link, 1, 1},
+                       {message(RTM_NEWLINK, start + damagedName(9)) + link, 1, 1},
+                       {message(RTM_NEWLINK, start + damagedName(65535)) + link, 1, 1},
+                       {"x", 0, 0},
+                       {std::string(9000, '\xFF'), 0, 1}};
+    RouteWatcher watcher;
+    RecordFeed feed(watcher.device->getFd());
+    for (const auto& each : cases) {
+        SCOPED_TRACE(&each - cases);
+        log.clear();
+        EXPECT_EQ(netlink::interfaceNames(each.datagram.data(), each.datagram.size()),
+                  Strings(each.names, "eth0"));
+        EXPECT_EQ(log.texts().size(), each.lines);
+        ASSERT_TRUE(feed.send(each.datagram));
+        EXPECT_EQ(watcher.drain(), Changes{0});
+    }
+    watcher.device->onDataArrival(watcher.device->getFd() + 1);
+    EXPECT_EQ(fatal.count("Check failed. (fd == mSocket)"), 1);
+    EXPECT_EQ(watcher.changes, Changes{0});  // nothing there: receiving fails, and is reported
 }
 
 }  // namespace

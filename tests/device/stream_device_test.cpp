@@ -1,256 +1,167 @@
-// What the devices of every stream socket do, whatever it runs over.
+// Devices and listeners over sockets, served by hand.
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <vyn/config.h>
+#include <sys/stat.h>
 
-#include <atomic>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "support/fatal_capture.h"
-#include "support/log_capture.h"
-#include "support/loop_thread.h"
-#include "support/received_worker.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 #include "support/transports.h"
-#include "support/wait.h"
 
 namespace vyn {
 namespace {
 
-using testing::awaitReadable;
-using testing::Connection;
-using testing::LogCapture;
-using testing::LoopThread;
-using testing::openDescriptors;
-using testing::ReceivedWorker;
-using testing::RecordingExecutor;
+using namespace testing;
 
+// The server's end of a connection and its listener are devices, each with a worker.
 template <typename Transport>
-class StreamDevice : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        if (!Transport::isAvailable()) GTEST_SKIP() << "this host has no such address";
-    }
-};
+struct StreamDevice : ::testing::Test {
+    using DeviceType = typename Transport::DeviceType;
 
-using Transports =
-    ::testing::Types<testing::Tcp4Transport, testing::Tcp6Transport, testing::UnixTransport>;
-TYPED_TEST_SUITE(StreamDevice, Transports, );
+    Connection<Transport> connection;
+    DeviceType device{&connection.server};
+    ReceivedWorker worker{&device};
+    Worker listening{connection.device.get(), nullptr};
+    RecordingExecutor executor;
+    FatalCapture fatal;
+    LogCapture log;
+    int disconnections = 0;
+    char byte = 0;
 
-// One device, its worker and an executor that counts disconnections.
-template <typename DeviceType>
-struct Attached {
-    template <typename Source>
-    explicit Attached(const Source* socket) : device(socket), worker(&device) {
+    StreamDevice() {
         worker.attach(nullptr, &executor);
+        listening.attach(nullptr, &executor);
         executor.disconnected = [this](Worker*) { ++disconnections; };
     }
-    DeviceType device;
-    ReceivedWorker worker;
-    RecordingExecutor executor;
-    int disconnections = 0;
+    void serve() { connection.device->onDataArrival(connection.device->getFd()); }
+    void serveOneMore() {
+        connection.client = connection.transport.client(connection.listener);
+        ASSERT_TRUE(awaitReadable(connection.listener.fd()));
+        serve();
+    }
 };
-
-bool isNonBlocking(int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0; }
+using Transports = ::testing::Types<Tcp4Transport, UnixTransport>;
+TYPED_TEST_SUITE(StreamDevice, Transports, );
 
 TYPED_TEST(StreamDevice, ReadsAtMost2048BytesEachTimeItIsReady) {
-    Connection<TypeParam> connection;
-    Attached<typename TypeParam::DeviceType> end(&connection.server);
-    EXPECT_FALSE(connection.server.isValid());
     const std::string sent = std::string(2048, 'a') + "bc";
-    connection.client.send(sent.data(), static_cast<int>(sent.size()));
-    while (end.worker.chunks.size() < 2 && awaitReadable(end.device.getFd())) {
-        end.device.onDataArrival(end.device.getFd());
+    this->connection.client.send(sent.data(), 2050);
+    while (this->worker.chunks.size() < 2 && awaitReadable(this->device.getFd())) {
+        this->device.onDataArrival(this->device.getFd());
     }
-    EXPECT_EQ(end.worker.chunks, (std::vector<std::string>{std::string(2048, 'a'), "bc"}));
-    EXPECT_EQ(end.disconnections, 0);
+    EXPECT_EQ(this->worker.chunks, (Strings{std::string(2048, 'a'), "bc"}));
+    EXPECT_EQ(this->disconnections, 0);
 }
 
-TYPED_TEST(StreamDevice, EndOfStreamIsOneLineAndOneDisconnection) {
-    Connection<TypeParam> connection;
-    Attached<typename TypeParam::DeviceType> end(&connection.server);
-    connection.client.reset();
-    ASSERT_TRUE(awaitReadable(end.device.getFd()));
-    LogCapture capture;
-    errno = ECONNRESET;
-    end.device.onDataArrival(end.device.getFd());
-    EXPECT_EQ(capture.texts(), std::vector<std::string>{"[0] Success. read. ret:0"});
-    EXPECT_EQ(end.disconnections, 1);
-    EXPECT_GE(end.device.getFd(), 0);  // closing is the owner's business
+TYPED_TEST(StreamDevice, TheEndOfTheStreamIsOneLineAndOneDisconnectionAndClosesNothing) {
+    this->connection.client.reset();
+    ASSERT_TRUE(awaitReadable(this->device.getFd()));
+    this->device.onDataArrival(this->device.getFd());
+    EXPECT_EQ(this->log.texts().size(), 1u);
+    EXPECT_EQ(this->log.count("read. ret:0"), 1);
+    EXPECT_EQ(this->disconnections, 1);
+    EXPECT_GE(this->device.getFd(), 0);
 }
 
 TYPED_TEST(StreamDevice, DisconnectingClosesAndThenReports) {
-    Connection<TypeParam> connection;
-    Attached<typename TypeParam::DeviceType> end(&connection.server);
-    end.executor.disconnected = [&](Worker*) {
-        EXPECT_EQ(end.device.getFd(), -1);
-        ++end.disconnections;
-    };
-    end.device.disconnect();
-    EXPECT_EQ(end.disconnections, 1);
-    char byte = 0;
-    EXPECT_EQ(connection.client.recv(&byte, 1, 10000), 0);
-    EXPECT_EQ(end.device.write("x", 1), -1);
+    this->executor.disconnected = [&](Worker*) { EXPECT_EQ(this->device.getFd(), -1); };
+    typename TypeParam::DeviceType copy(this->device.socket());
+    this->device.disconnect();
+    EXPECT_FALSE(this->worker.isValid());
+    EXPECT_EQ(copy.write("x", 1), 1);
 }
 
-TYPED_TEST(StreamDevice, ClosesItsSocketWhenItGoes) {
-    Connection<TypeParam> connection;
-    const int before = openDescriptors();
-    {
-        typename TypeParam::DeviceType copy(connection.server);
-        EXPECT_EQ(openDescriptors(), before + 1);
-        typename TypeParam::DeviceType taker(&connection.server);
-        EXPECT_EQ(openDescriptors(), before + 1);
+TYPED_TEST(StreamDevice, BecomesNonBlockingWithAsynchronousWritingUnlessItCarriesDatagrams) {
+    using SocketType = typename TypeParam::SocketType;
+    SocketType socket(static_cast<typename SocketType::Type>(1));
+    typename TypeParam::DeviceType datagrams(&socket);
+    for (const bool async : {false, true}) {
+        config::setAsyncWritting(async);
+        this->device.onReady();
+        datagrams.onReady();
+        config::setAsyncWritting(false);
+        EXPECT_EQ((fcntl(this->device.getFd(), F_GETFL) & O_NONBLOCK) != 0, async);
     }
-    EXPECT_EQ(openDescriptors(), before - 1);
+    EXPECT_EQ(fcntl(datagrams.getFd(), F_GETFL) & O_NONBLOCK, 0);
 }
 
-TYPED_TEST(StreamDevice, BecomesNonBlockingWithAsynchronousWriting) {
-    Connection<TypeParam> connection;
-    typename TypeParam::DeviceType device(&connection.server);
-    device.onReady();
-    EXPECT_FALSE(isNonBlocking(device.getFd()));
-    config::setAsyncWritting(true);
-    device.onReady();
-    config::setAsyncWritting(false);
-    EXPECT_TRUE(isNonBlocking(device.getFd()));
-}
-
-TYPED_TEST(StreamDevice, HasNoHeartbeatOfItsOwn) {
-    typename TypeParam::DeviceType device;
-    EXPECT_EQ(device.heartbitInterval(), 0);
-    EXPECT_EQ(device.heartbitTimeout(), 0);
-    EXPECT_EQ(device.create(), -1);
-    EXPECT_TRUE(device.getFds().empty());
-    EXPECT_EQ(device.getFd(), -1);
-}
-
-// A listener that is served by hand.
-template <typename Transport>
-struct Listening {
-    Listening() : device(transport.listenerDevice()), worker(device.get(), nullptr) {
-        worker.attach(nullptr, &executor);
-    }
-    void serve() { device->onDataArrival(device->getFd()); }
-
-    Transport transport;
-    std::unique_ptr<typename Transport::ListenerType> device;
-    Worker worker;
-    RecordingExecutor executor;
-};
-
-TYPED_TEST(StreamDevice, ListenerReportsItsOwnDescriptorAndTheAcceptedSocket) {
-    Listening<TypeParam> listening;
+TYPED_TEST(StreamDevice, ListenersReportTheirOwnDescriptorAndASocketToTake) {
     std::unique_ptr<typename TypeParam::DeviceType> taken;
-    listening.executor.newConnection = [&](Worker* worker, int fd, void* data) {
-        EXPECT_EQ(worker, &listening.worker);
-        EXPECT_EQ(fd, listening.device->getFd());
-        const auto* accepted = static_cast<const typename TypeParam::SocketType*>(data);
+    bool take = true;
+    this->executor.newConnection = [&](Worker* reporting, int fd, void* data) {
+        EXPECT_EQ(reporting, &this->listening);
+        EXPECT_EQ(fd, this->connection.device->getFd());
+        const auto* accepted = static_cast<typename TypeParam::SocketType*>(data);
+        if (!take) return;
         taken = std::make_unique<typename TypeParam::DeviceType>(accepted);
         EXPECT_FALSE(accepted->isValid());
     };
-    auto client = listening.transport.client(listening.device->socket());
-    ASSERT_TRUE(awaitReadable(listening.device->getFd()));
-    listening.serve();
-    ASSERT_NE(taken, nullptr);
+    this->serveOneMore();
     EXPECT_EQ(taken->write("x", 1), 1);
-    char byte = 0;
-    EXPECT_EQ(client.recv(&byte, 1, 10000), 1);
+    this->serve();
+    EXPECT_EQ(taken->getFd(), -1);  // nobody waited
+    EXPECT_EQ(this->log.texts()[1].substr(0, 28), "\033[1;33;40mRun here! accepted");
+    take = false;
+    this->serveOneMore();
+    EXPECT_EQ(this->connection.client.recv(&this->byte, 1, 10000), 0);
+    this->connection.device->onDataArrival(this->connection.device->getFd() + 1);
+    EXPECT_EQ(this->fatal.count("Check failed. (fd == mSocket.fd())"), 1);
 }
 
-TYPED_TEST(StreamDevice, ListenerClosesASocketThatIsNotTaken) {
-    Listening<TypeParam> listening;
-    auto client = listening.transport.client(listening.device->socket());
-    ASSERT_TRUE(awaitReadable(listening.device->getFd()));
-    listening.serve();
-    char byte = 0;
-    EXPECT_EQ(client.recv(&byte, 1, 10000), 0);
+TYPED_TEST(StreamDevice, ListenersMayBeDeletedWhileTheyReport) {
+    this->executor.newConnection = [&](Worker*, int, void*) { this->connection.device.reset(); };
+    this->serveOneMore();
+    EXPECT_EQ(this->connection.device, nullptr);
 }
 
-TYPED_TEST(StreamDevice, ListenerReportsAFailedAcceptAsAnInvalidSocket) {
-    Listening<TypeParam> listening;
-    int invalid = 0;
-    listening.executor.newConnection = [&](Worker*, int, void* data) {
-        invalid += !static_cast<typename TypeParam::SocketType*>(data)->isValid();
-    };
-    listening.serve();
-    EXPECT_EQ(invalid, 1);
+TEST(NetDevice, PrintsBothAddressesAlsoWhenThePeerIsGone) {
+    Connection<Tcp4Transport> connection;
+    const std::string near = "127.0.0.1:" + std::to_string(connection.listener.getHostPort());
+    const std::string far = "127.0.0.1:" + std::to_string(connection.client.getHostPort());
+    Device* const device = new NetDevice(&connection.server);
+    connection.client.reset();
+    EXPECT_EQ(printed(device).find("NetDevice(0x"), 0u);
+    EXPECT_NE(printed(device).find(", [" + far + "=>" + near + "]}"), std::string::npos);
+    device->disconnect();
+    EXPECT_NE(printed(device).find("): {fd=-1, [" + far + "=>"), std::string::npos);
+    delete device;
 }
 
-TYPED_TEST(StreamDevice, ListenerMayBeDeletedWhileItReports) {
-    Listening<TypeParam> listening;
-    listening.executor.newConnection = [&](Worker*, int, void*) { listening.device.reset(); };
-    auto client = listening.transport.client(listening.device->socket());
-    ASSERT_TRUE(awaitReadable(listening.device->getFd()));
-    listening.serve();
-    EXPECT_EQ(listening.device, nullptr);
+TEST(ListenerDevice, ListensAnewAndTellsOfSuccessAndFailure) {
+    FatalCapture fatal;
+    LogCapture log;
+    ListenerDevice first(0, "127.0.0.1");
+    const int port = first.socket().getHostPort();
+    const std::string taken = "127.0.0.1:" + std::to_string(port);
+    ListenerDevice second(port, "127.0.0.1");
+    EXPECT_EQ(fatal.count("Check failed. (b == true) bind [" + taken + "] failed."), 1);
+    EXPECT_EQ(ListenerDevice(-1, "127.0.0.1").getFd(), -1);
+    EXPECT_FALSE(second.listen(port, "127.0.0.1"));
+    EXPECT_TRUE(second.listen(0, "127.0.0.1"));
+    EXPECT_EQ(log.count("listen on " + taken), 1);
+    EXPECT_EQ(log.count("listen on 127.0.0.1:"), 2);
+    EXPECT_EQ(log.count("bind [" + taken + "] failed."), 2);
 }
 
-TYPED_TEST(StreamDevice, ListenerServesOnlyItsOwnDescriptor) {
-    Listening<TypeParam> listening;
-    testing::FatalCapture fatal;
-    listening.device->onDataArrival(listening.device->getFd() + 1);
-    EXPECT_EQ(fatal.count("Check failed. (fd == mSocket.fd())"), 1);
-}
-
-// Echoes, on a loop, what each of its connections sends.
-template <typename Transport>
-struct EchoServer {
-    struct Peer : Worker {
-        explicit Peer(Device* ownedDevice) : Worker(ownedDevice, nullptr), device(ownedDevice) {}
-        bool handledBeforeParser(const void* data, int len) override {
-            writeRaw(data, len);
-            return true;
-        }
-        std::unique_ptr<Device> device;
-    };
-
-    EchoServer() : device(transport.listenerDevice()), worker(device.get(), nullptr) {
-        executor.newConnection = [this](Worker*, int, void* data) {
-            const auto* accepted = static_cast<const typename Transport::SocketType*>(data);
-            if (!accepted->isValid()) return;
-            auto* peer = new Peer(new typename Transport::DeviceType(accepted));
-            peers.emplace(peer, peer);
-            loop.connector().addWorkerLocked(peer, &executor);
-        };
-        executor.disconnected = [this](Worker* peer) {
-            loop.connector().removeWorkerLocked(peer);
-            peers.erase(peer);
-            ++disconnections;
-        };
-        loop.connector().addWorkerLocked(&worker, &executor);
+TEST(UnixListenerDevice, OpensItsFileToEveryoneAndFailingToIsFatal) {
+    TemporaryFolder folder;
+    const std::string path = folder / "socket";
+    const mode_t mask = umask(0077);
+    FatalCapture fatal;
+    LogCapture log;
+    UnixListenerDevice device(path);
+    UnixListenerDevice nameless("@vyn-test-device-" + folder.path());
+    umask(mask);
+    EXPECT_EQ(fatal.lines(), Strings{});
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::all);
+    EXPECT_EQ(log.count("bind on " + path) + log.count("listen on " + path), 2);
+    UnixSocket socket(UnixSocket::STREAM);
+    ASSERT_TRUE(socket.connect(path));
+    UnixDevice client(&socket);
+    for (Device* each : {static_cast<Device*>(&device), static_cast<Device*>(&client)}) {
+        EXPECT_NE(printed(each).find(", addr=" + path + "}"), std::string::npos);
     }
-
-    Transport transport;
-    std::unique_ptr<typename Transport::ListenerType> device;
-    Worker worker;
-    RecordingExecutor executor;
-    std::map<Worker*, std::unique_ptr<Peer>> peers;
-    std::atomic<int> disconnections{0};
-    LoopThread loop;
-};
-
-TYPED_TEST(StreamDevice, EchoesToManyClientsAtOnce) {
-    constexpr size_t kClients = 500;
-    testing::allowDescriptors(4 * kClients);
-    EchoServer<TypeParam> server;
-    std::vector<typename TypeParam::SocketType> clients;
-    for (size_t i = 0; i < kClients; ++i) {
-        clients.push_back(server.transport.client(server.device->socket()));
-        ASSERT_TRUE(clients.back().isValid()) << i << ": " << clients.back().lastErrorMessage();
-    }
-    for (size_t i = 0; i < kClients; ++i) ASSERT_EQ(clients[i].send(&i, sizeof i), int{sizeof i});
-    for (size_t i = 0; i < kClients; ++i) {
-        size_t echoed = kClients;
-        ASSERT_EQ(clients[i].recv(&echoed, sizeof echoed, 60000), int{sizeof echoed});
-        EXPECT_EQ(echoed, i);
-    }
-    clients.clear();
-    EXPECT_TRUE(testing::waitUntil([&] { return server.disconnections == int{kClients}; }));
+    UnixListenerDevice rival(path);
+    EXPECT_EQ(fatal.count("Check failed. (b == true) bind addr " + path + " failed."), 1);
+    UnixListenerDevice homeless(path + "/none");
+    EXPECT_EQ(fatal.count("Check failed. (ret == 0) chmod addr " + path + "/none to 0777"), 1);
 }
 
 }  // namespace

@@ -76,13 +76,17 @@ template <typename Transport>
 struct Connection {
     using SocketType = typename Transport::SocketType;
 
-    Connection() : listener(transport.listener()), client(transport.client(listener)) {
+    Connection()
+        : device(transport.listenerDevice()),
+          listener(device->socket()),
+          client(transport.client(listener)) {
         awaitReadable(listener.fd());
         server = listener.accept();
     }
 
     Transport transport;
-    SocketType listener;
+    std::unique_ptr<typename Transport::ListenerType> device;
+    SocketType& listener;
     SocketType client;
     SocketType server;
 };
