@@ -4,6 +4,7 @@
 #include <vyn/config.h>
 #include <vyn/logging.h>
 #include <vyn/net_device.h>
+#include <vyn/signal_device.h>
 #include <vyn/worker.h>
 
 #include <csignal>
@@ -11,7 +12,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <thread>
 
 #include "client.h"
 #include "frame.h"
@@ -78,7 +78,7 @@ class EchoService : public vyn::Connector::Executor {
         mLoop.removeWorkerLocked(worker);
         mConnections.erase(worker);
     }
-    void onMessage(vyn::Message) override { mLoop.stop(); }
+    void onMessage(vyn::Message) override {}
     void onNetworkChanged(vyn::Worker*) override {}
     void onFileChanged(vyn::Worker*, const std::string&, int) override {}
     void onAuthenticated(vyn::Worker*) override {}
@@ -92,11 +92,6 @@ class EchoService : public vyn::Connector::Executor {
 int main(int argc, char** argv) {
     if (argc > 1 && std::string(argv[1]) == "client") return runClient(argc - 2, argv + 2);
 
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (int signal : {SIGINT, SIGTERM}) sigaddset(&signals, signal);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-
     const int port = argc > 1 ? std::atoi(argv[1]) : 7007;
     if (argc > 2) gLongestSilenceMs = std::atol(argv[2]);
     vyn::config::setAsyncWritting(true);  // a peer that does not read holds up nobody else
@@ -107,14 +102,10 @@ int main(int argc, char** argv) {
     if (!listener.listen(port, "127.0.0.1")) return 1;
     vyn::Worker listening(&listener, nullptr);
     connector.addWorkerLocked(&listening, &service);
+    vyn::SignalDevice stopSignals({SIGINT, SIGTERM}, [&](const auto&) { connector.stop(); });
+    vyn::Worker stopping(&stopSignals, nullptr);
+    connector.addWorkerLocked(&stopping, &service);
     std::cout << "listening on port " << listener.socket().getHostPort() << std::endl;
-
-    std::thread signalWaiter([&] {
-        int signal;
-        sigwait(&signals, &signal);
-        service.sendMessage(vyn::Message::obtain());
-    });
     connector.run();
-    signalWaiter.join();
     std::cout << "stopped" << std::endl;
 }

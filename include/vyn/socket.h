@@ -47,6 +47,12 @@ class VYN_API Socket : public SocketBase {
     // Closes this socket and takes over the other's descriptor, which leaves the other without.
     void move(const Socket& other);
 
+    // Takes over a descriptor from elsewhere, such as a parent process or a device's init system
+    // leaves open: a TCP or UDP socket over IPv4 or IPv6, in whichever state. It becomes
+    // close-on-exec, and TCP gets no-delay as ever; the rest stays. For anything else the socket is
+    // invalid, with errno, and the descriptor stays the caller's.
+    [[nodiscard]] static Socket fromDescriptor(int fd);
+
     // Opens a new descriptor in place of the present one.
     bool create(Type type);
     // What create() was given last.
@@ -94,9 +100,31 @@ class VYN_API Socket : public SocketBase {
     bool setKeepAlive(bool on, int idleSeconds = 0, int intervalSeconds = 0, int count = 0);
     // Lets several sockets that all ask for it bind one port; connections spread over them.
     bool setReusePort(bool on);
+    // Before binding. UDP sockets that all ask for it share a port, as listeners of one multicast
+    // group do. TCP has it on.
+    bool setReuseAddress(bool on);
+    // Before binding to "::": whether only IPv6 peers are served, or IPv4 peers too, which is how
+    // it begins on most machines. Those are shown with their IPv4 addresses. Makes an IPv6 socket
+    // of one that has no address yet.
+    bool setV6Only(bool on);
+
+    // Datagrams to many. Lets it send to a broadcast address.
+    bool setBroadcast(bool on);
+    // Receives what is sent to a multicast group ("239.1.2.3", "ff02::1:2") on the interface, or on
+    // the one that the kernel chooses where the name is empty. Several groups may be joined.
+    // Closing leaves them.
+    bool joinGroup(const std::string& group, const std::string& interface = "");
+    bool leaveGroup(const std::string& group, const std::string& interface = "");
+    // What is sent to groups: on which interface; over how many routers, 1 stays on the link; and
+    // whether sockets of this machine get it too, which they do unless they are told not to.
+    bool setGroupInterface(const std::string& interface);
+    bool setGroupHops(int hops);
+    bool setGroupLoop(bool on);
 
   private:
     bool openFor(int family);
+    [[nodiscard]] bool isV6() const;
+    bool changeGroup(int name, const std::string& group, const std::string& interface);
     [[nodiscard]] SocketAddress localAddress() const;
 
     Type mType = TCP;

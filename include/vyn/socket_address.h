@@ -20,7 +20,8 @@ class VYN_API SocketAddress {
 
     // AF_INET, AF_INET6, or AF_UNSPEC for none.
     [[nodiscard]] int family() const { return mStorage.any.sa_family; }
-    // The address in the form parse() reads; empty for none.
+    // The address in the form parse() reads; empty for none. That of an IPv4 peer of an IPv6 socket
+    // is shown as IPv4, "192.0.2.1" instead of "::ffff:192.0.2.1".
     [[nodiscard]] std::string ip() const;
     // 0 for none.
     [[nodiscard]] int port() const;

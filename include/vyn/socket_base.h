@@ -20,6 +20,8 @@ class VYN_API SocketBase {
     [[nodiscard]] bool isValid() const { return mFd >= 0; }
     // Closes the descriptor.
     void reset();
+    // Gives the descriptor up: it is the caller's to close. -1 when there is none.
+    [[nodiscard]] int release();
 
     // Makes a bound stream socket accept peers. Its descriptor becomes non-blocking, so that a peer
     // that vanishes before it is accepted cannot block the loop; leave it so. Listening keeps one

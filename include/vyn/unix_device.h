@@ -56,11 +56,16 @@ class VYN_API UnixListenerDevice : public UnixDevice {
     // Listens on `addr`; processes of every user may connect to a socket file. Failing to bind, or
     // to open the file to everyone, is fatal.
     explicit UnixListenerDevice(const std::string& addr);
+    // As ListenerDevice's of the same form; the socket file is left as it is.
+    explicit UnixListenerDevice(const UnixSocket* bound);
 
     const char* getClassName() override;
     void onDataArrival(int fd) override;
     // The address it listens on.
     std::string getAddress() override;
+
+  private:
+    bool beginListening();
 };
 
 }  // namespace vyn

@@ -49,6 +49,9 @@ class VYN_API UnixSocket : public SocketBase {
     // Closes this socket and takes over the other's descriptor, which leaves the other without.
     void move(const UnixSocket& other);
 
+    // As Socket::fromDescriptor(), for a stream or datagram socket of this kind.
+    [[nodiscard]] static UnixSocket fromDescriptor(int fd);
+
     // Opens a new descriptor in place of the present one.
     bool create(Type type);
     // What create() was given last.

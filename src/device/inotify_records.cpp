@@ -12,19 +12,19 @@ namespace {
 constexpr size_t kHeaderSize = sizeof(inotify_event);
 static_assert(kHeaderSize == 16);
 
-int changeOf(uint32_t mask) {
+}  // namespace
+
+int changeOf(uint32_t events) {
     for (const int known : {IN_CREATE, IN_DELETE, IN_MODIFY}) {
-        if ((mask & static_cast<uint32_t>(known)) != 0) return known;
+        if ((events & static_cast<uint32_t>(known)) != 0) return known;
     }
     return -1;
 }
 
-}  // namespace
-
-std::vector<int> namedChanges(const void* data, size_t length) {
-    std::vector<int> changes;
+std::vector<Record> records(const void* data, size_t length) {
+    std::vector<Record> result;
     const char* next = static_cast<const char*>(data);
-    while (length > kHeaderSize) {
+    while (length >= kHeaderSize) {
         inotify_event event;
         std::memcpy(&event, next, kHeaderSize);
         length -= kHeaderSize;
@@ -33,11 +33,13 @@ std::vector<int> namedChanges(const void* data, size_t length) {
                           << length << " were read. the changes from there on are lost.";
             break;
         }
-        if (event.len != 0) changes.push_back(changeOf(event.mask));
+        const char* name = next + kHeaderSize;
+        result.push_back({event.wd, event.mask, event.cookie, event.len != 0,
+                          std::string(name, strnlen(name, event.len))});
         next += kHeaderSize + event.len;
         length -= event.len;
     }
-    return changes;
+    return result;
 }
 
 }  // namespace vyn::inotify

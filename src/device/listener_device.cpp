@@ -17,16 +17,20 @@ std::string localAddress(const Socket& socket) {
 
 ListenerDevice::ListenerDevice() = default;
 
+ListenerDevice::ListenerDevice(const Socket* bound) : NetDevice(bound) {
+    if (mSocket.isValid()) beginListening();
+}
+
 ListenerDevice::ListenerDevice(int port, const std::string& ip) {
     if (port < 0) return;
     const bool b = bindTo(port, ip);
     VYN_CHECK(b == true) << "bind [" << ip << ":" << port << "] failed. "
                          << logging::ErrnoText{errno};
-    const bool listening = mSocket.listen();
-    if (!b) return;
-    VYN_CHECK(listening == true) << "listen on " << localAddress(mSocket) << " failed. "
-                                 << logging::ErrnoText{errno};
-    if (listening) VYN_LOG_DEBUG << "listen on " << localAddress(mSocket);
+    if (b) {
+        beginListening();
+    } else {
+        mSocket.listen();
+    }
 }
 
 const char* ListenerDevice::getClassName() { return "ListenerDevice"; }
@@ -56,6 +60,13 @@ bool ListenerDevice::listen(int port, const std::string& ip) {
     descriptorsChanged();
     VYN_LOG_INFO << "listen on " << localAddress(mSocket);
     return true;
+}
+
+void ListenerDevice::beginListening() {
+    const bool listening = mSocket.listen();
+    VYN_CHECK(listening == true) << "listen on " << localAddress(mSocket) << " failed. "
+                                 << logging::ErrnoText{errno};
+    if (listening) VYN_LOG_DEBUG << "listen on " << localAddress(mSocket);
 }
 
 // The loop forgets the descriptor while it is open: a copy of it may keep the kernel watching it.

@@ -54,6 +54,22 @@ void Socket::move(const Socket& other) {
     mRemote = other.mRemote;
 }
 
+Socket Socket::fromDescriptor(int fd) {
+    Socket adopted;
+    int type = 0;
+    if (!io::adopt(
+            fd, [](int family) { return family == AF_INET || family == AF_INET6; }, &type)) {
+        return adopted;
+    }
+    adopted.setDescriptor(fd);
+    adopted.mType = type == SOCK_DGRAM ? UDP : TCP;
+    if (adopted.mType == TCP) adopted.setNoDelay(true);
+    SocketAddress remote;
+    socklen_t length = SocketAddress::kCapacity;
+    if (getpeername(fd, remote.raw(), &length) == 0) adopted.mRemote = remote;
+    return adopted;
+}
+
 bool Socket::create(Type type) {
     const int family = mHost.family() == AF_INET6 ? AF_INET6 : AF_INET;
     mType = type;

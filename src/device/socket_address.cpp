@@ -48,6 +48,10 @@ std::string SocketAddress::ip() const {
     char text[INET6_ADDRSTRLEN] = "";
     if (family() == AF_INET) inet_ntop(AF_INET, &mStorage.v4.sin_addr, text, sizeof text);
     if (family() != AF_INET6) return text;
+    // An IPv4 peer of an IPv6 socket. The raw form is what that socket sends to it by.
+    if (IN6_IS_ADDR_V4MAPPED(&mStorage.v6.sin6_addr)) {
+        return inet_ntop(AF_INET, mStorage.v6.sin6_addr.s6_addr + 12, text, sizeof text);
+    }
     inet_ntop(AF_INET6, &mStorage.v6.sin6_addr, text, sizeof text);
     return text + interfaceSuffix(mStorage.v6.sin6_scope_id);
 }

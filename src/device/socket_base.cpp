@@ -1,6 +1,7 @@
 #include <vyn/socket_base.h>
 
 #include <cstring>
+#include <utility>
 
 #include "device/accept.h"
 #include "device/socket_io.h"
@@ -8,6 +9,8 @@
 namespace vyn {
 
 void SocketBase::reset() { setDescriptor(-1); }
+
+int SocketBase::release() { return std::exchange(mFd, -1); }
 
 bool SocketBase::listen() {
     if (!setNonBlock(true) || ::listen(mFd, SOMAXCONN) != 0) return false;

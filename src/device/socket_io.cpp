@@ -72,6 +72,15 @@ int getOption(int fd, int level, int name) {
     return getsockopt(fd, level, name, &value, &length) == 0 ? value : -1;
 }
 
+bool adopt(int fd, bool isOfFamily(int), int* type) {
+    const int family = getOption(fd, SOL_SOCKET, SO_DOMAIN);
+    *type = getOption(fd, SOL_SOCKET, SO_TYPE);
+    if (family < 0 || *type < 0) return false;
+    const bool isOfType = *type == SOCK_STREAM || *type == SOCK_DGRAM;
+    errno = isOfType ? EAFNOSUPPORT : ESOCKTNOSUPPORT;
+    return isOfType && isOfFamily(family) && fcntl(fd, F_SETFD, FD_CLOEXEC) == 0;
+}
+
 bool awaitReady(int fd, short events, const Deadline& deadline) {
     pollfd entry{fd, events, 0};
     return uninterrupted([&] { return poll(&entry, 1, deadline.remainingMs()); }) > 0;

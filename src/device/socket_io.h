@@ -40,6 +40,10 @@ int getOption(int fd, int level, int name);
 // Whether the last call failed only because there was nothing to be had or taken at once.
 inline bool wouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
 
+// Whether an open socket from elsewhere is of this kind; false with errno when it is not. Then it
+// is made close-on-exec.
+bool adopt(int fd, bool isOfFamily(int), int* type);
+
 // Waits until `fd` is ready for `events` or in error. False when the time ran out.
 bool awaitReady(int fd, short events, const Deadline& deadline);
 // Waits a few milliseconds. False when the time ran out.

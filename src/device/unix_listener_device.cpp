@@ -24,15 +24,17 @@ UnixListenerDevice::UnixListenerDevice(const std::string& addr) {
     mSocket.create(UnixSocket::STREAM);
     const bool b = mSocket.bind(addr);
     VYN_CHECK(b == true) << "bind addr " << addr << " failed. " << logging::ErrnoText{errno};
-    const bool listening = mSocket.listen();
-    if (b) {
-        VYN_CHECK(listening == true)
-            << "listen on " << addr << " failed. " << logging::ErrnoText{errno};
-    }
+    const bool listening = b ? beginListening() : mSocket.listen();
     openToEveryone(addr);
     if (!listening) return;
     VYN_LOG_DEBUG << "bind on " << addr;
     VYN_LOG_DEBUG << "listen on " << mSocket.getLocalAddr();
+}
+
+UnixListenerDevice::UnixListenerDevice(const UnixSocket* bound) : UnixDevice(bound) {
+    if (mSocket.isValid() && beginListening()) {
+        VYN_LOG_DEBUG << "listen on " << mSocket.getLocalAddr();
+    }
 }
 
 const char* UnixListenerDevice::getClassName() { return "UnixListenerDevice"; }
@@ -50,5 +52,12 @@ void UnixListenerDevice::onDataArrival(int fd) {
 }
 
 std::string UnixListenerDevice::getAddress() { return mSocket.getLocalAddr(); }
+
+bool UnixListenerDevice::beginListening() {
+    const bool listening = mSocket.listen();
+    VYN_CHECK(listening == true) << "listen on " << mSocket.getLocalAddr() << " failed. "
+                                 << logging::ErrnoText{errno};
+    return listening;
+}
 
 }  // namespace vyn

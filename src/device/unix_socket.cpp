@@ -76,6 +76,17 @@ void UnixSocket::move(const UnixSocket& other) {
     mType = other.mType;
 }
 
+UnixSocket UnixSocket::fromDescriptor(int fd) {
+    UnixSocket adopted;
+    int type = 0;
+    if (!io::adopt(
+            fd, [](int family) { return family == AF_UNIX; }, &type))
+        return adopted;
+    adopted.setDescriptor(fd);
+    adopted.mType = type == SOCK_DGRAM ? DGRAM : STREAM;
+    return adopted;
+}
+
 bool UnixSocket::create(Type type) {
     mType = type;
     setDescriptor(openSocket(type));
