@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <vyn/export.h>
+#include <vyn/socket_address.h>
 
 // The network interfaces of this machine, as the kernel shows them at the time of the call. Any
 // thread.
@@ -37,5 +38,11 @@ struct NetworkDevice {
 // a log line, when there is no such interface.
 [[nodiscard]] VYN_API std::string getIpAddress(const std::string& interface);
 [[nodiscard]] VYN_API std::string getMacAddress(const std::string& interface);
+
+// The addresses of a name, or of a numeric address, with the port, in the order in which to try
+// them. None, and a log line, when there are none. Asks servers, which can take many seconds: not
+// on a loop's thread. A task of a ThreadPool asks, and posts a message to the loop, whose handler
+// takes the addresses from where the task has put them and calls ClientDevice::setAddress().
+[[nodiscard]] VYN_API std::vector<SocketAddress> resolve(const std::string& name, int port);
 
 }  // namespace vyn::helper

@@ -146,6 +146,8 @@ class VYN_API Worker : public Parser::PostListener {
     void onDataArrival(int fd);
     // Writes as much of the queue as the device takes. True when nothing is left.
     bool performWrite();
+    // Forgets what is queued, for a new connection that is not to get the rest of the old one's.
+    void dropWrites();
     // Any thread. True when writes are queued. Waits for nothing.
     bool hasWrittingData();
     // Asks sendHeartbit() and hasRemoteTimedout().

@@ -10,6 +10,7 @@
 #include "common/tick.h"
 #include "connector/life_watch.h"
 #include "connector/parser_call.h"
+#include "device/client_link.h"
 
 // The worker's incoming side, its events and its heartbeat; see worker_write.cpp for what goes out.
 
@@ -121,7 +122,14 @@ void Worker::onData(const void* data, int len) {
 void Worker::onDisconnected() {
     disable();
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    if (!ClientLink::exists()) {
+        getExecutor()->onDisconnected(this);
+        return;
+    }
+    Device* const device = mDevice;
+    const LifeWatch life(static_cast<PostListener*>(this));
     getExecutor()->onDisconnected(this);
+    if (!life.ended()) ClientLink::onEndReported(device, this);
 }
 
 void Worker::onNewConnection(int fd, void* data) {

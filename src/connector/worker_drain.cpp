@@ -133,6 +133,11 @@ void Worker::consume(const WriteBatch& batch) {
 // How many of the writes the device has not been given yet, or has not taken.
 int Worker::waiting() const { return mPendingWrites.load(std::memory_order_relaxed) - mInFlight; }
 
+void Worker::dropWrites() {
+    AutoLock lock(mWriteLock);
+    while (mWriteQueue.first != nullptr) removeFirst();
+}
+
 void Worker::removeFirst() {
     QueuedWrite* const write = mWriteQueue.first;
     mWriteQueue.first = write->next;
