@@ -39,6 +39,7 @@ class VYN_API Handler : public Connector::Executor {
     void onMessage(Message message) override;
 
   protected:
+    // The loop that it was made with.
     Connector& mLoop;
 };
 
