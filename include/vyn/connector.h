@@ -118,6 +118,10 @@ class VYN_API Connector {
     // Any thread. The loop ends with its current turn, at most 200 ms later. Before run() it has
     // no effect.
     void stop();
+    // Any thread, also before run(), which then returns after its first turns. Wakes the loop,
+    // which serves on until all its workers have written what is queued, at the longest `flushMs`
+    // milliseconds, and ends. A later call moves the end.
+    void requestStop(int flushMs = 0);
 
     // "LinuxConnector: {Pointer: 0x..., Executors: 1, Loading: 3, Workers: [Worker(0x...)]}".
     void dump(std::ostream& os);
@@ -159,6 +163,10 @@ class VYN_API Connector {
     void updateDescriptorsOf(Worker* worker);
     // A worker's device has nothing to do with its descriptors for so many milliseconds.
     void restDescriptorsOf(Worker* worker, long ms);
+    // A worker has begun or ended to read. Any thread.
+    void updateReadingOf(Worker* worker);
+    // Has the loop call the worker's onLastWordsTimeout() then, if it is still here. Any thread.
+    void remindOf(Worker* worker, int delayMs);
     // Numbers the additions of workers: 0 while this one is not here. Any thread.
     uint64_t ticketOf(Worker* worker);
 

@@ -75,11 +75,12 @@ class VYN_API Device {
 };
 
 // A device that reads a byte stream: every time the descriptor is readable it reads once, at most
-// 2048 bytes, and reports them, or a disconnection when the read gives nothing. What is left is
-// read at the loop's next turn, so no connection can keep the loop to itself.
+// 2048 bytes or as many as setReadSize() says, and reports them, or a disconnection when the read
+// gives nothing. What is left is read at the loop's next turn, so no connection can keep the loop
+// to itself.
 //
 // A peer that has ended its own half of a stream is reported as disconnected too, although it could
-// still read what is sent to it.
+// still read what is sent to it; but see Worker::setAllowHalfOpen().
 class VYN_API BaseDevice : public Device {
   public:
     const char* getClassName() override;
@@ -91,12 +92,22 @@ class VYN_API BaseDevice : public Device {
     // on failure with errno set.
     virtual int read(char* buf, int len) = 0;
 
+    // Reads up to this many bytes at a time, 1 to kMostReadSize, into a buffer that belongs to the
+    // thread: fewer calls for large data. Also puts a bound of 16 MiB on the bytes that may wait
+    // to be written, if the worker has no such bound: what was read at once may be answered with
+    // a lot. False for another number.
+    bool setReadSize(int bytes);
+    static constexpr int kMostReadSize = 1 << 20;
+
   protected:
     // The two halves of onDataArrival(). Reads once and reports the bytes; returns what read() did.
     // After a value above 0 the device may be gone.
     int readAndReport();
     // Logs the end, for what read() returned, and reports the disconnection.
     void reportEnd(int count);
+
+  private:
+    int readAndReport(int size);
 };
 
 // "ClassName(0x...): {fd=7, ...}", or "Device(NULL)".

@@ -16,12 +16,38 @@ class Authenticator;
 class Command;
 class Device;
 struct QueuedWrite;
+struct WriteTail;
 
 // One write that waits in a worker's queue.
 struct WriteNode {
     void* data;  // in one block with the node
     int offset;  // how much of it is written
     int size;    // in bytes
+};
+
+class Worker;
+
+// Why a connection ended; see Worker::disconnectReason().
+enum class DisconnectReason : unsigned char {
+    kNone,         // it has not
+    kEndOfStream,  // the peer has ended it
+    kError,        // reading or writing failed, see Worker::disconnectError()
+    kHangUp,       // the peer hung up, and nothing was left to read
+    kOverflow,     // the peer did not read: too much was waiting to be written
+    kTimeout,      // disconnectWhenWritten() took too long
+    kOwnWish,      // the application wanted it
+};
+
+// Is told how the writes of a worker get on, so that whoever produces more than a slow peer takes
+// can wait for it. Not owned, and must outlive its time with the worker; may serve many workers.
+class VYN_API WriteListener {
+  public:
+    virtual ~WriteListener();
+    // Called on the loop's thread, between two turns' worth of events: what was queued has all been
+    // written (pendingBytes() is 0), or less than the mark is left of it. Everything is allowed
+    // that is in the executor's callbacks, deleting the worker included. Not called for writes that
+    // never had to wait.
+    virtual void onWritten(Worker* worker) = 0;
 };
 
 // One connection: joins a device (bytes), a parser (framing), an optional authenticator and, once
@@ -117,13 +143,17 @@ class VYN_API Worker : public Parser::PostListener {
     }
 
     // --- Writing.
+    // What tells its outcome returns true when all bytes were written or queued, and false when
+    // some were lost: the worker is not valid, or was ended by this write.
+    //
     // Encodes the command with the parser and writes the packet. Refused with the warning "not
-    // authenticated" until an attached authenticator passes the peer.
-    void write(Command* cmd);
+    // authenticated" until an attached authenticator passes the peer. False also when the parser
+    // made no packet of it.
+    bool write(Command* cmd);
     // Writes bytes as they are. With asynchronous writing (config::setAsyncWritting) they are
     // copied and queued. Otherwise they are written at once, behind what is still queued, and what
     // the transport does not take is logged and lost; while something stays queued, they are too.
-    void writeRaw(const void* data, int len);
+    bool writeRaw(const void* data, int len);
     // Writes to the device at once. Returns what the device returns; `len` without a device.
     int instantWrite(const void* data, int len);
     // Any thread, while the worker exists. Queues a copy for the loop to write. A peer with more
@@ -136,7 +166,56 @@ class VYN_API Worker : public Parser::PostListener {
     // The loop never waits for one of the library's sockets. What can never be sent, such as a
     // datagram that is too large or bytes for a peer that is gone, is logged: a datagram is
     // dropped, and the end of a stream is reported as that of a peer that does not read.
-    void queueWritting(const void* data, int len);
+    bool queueWritting(const void* data, int len);
+    // Any thread. How many writes, and how many of their bytes, the transport has not taken yet.
+    [[nodiscard]] int pendingWrites() const;
+    [[nodiscard]] size_t pendingBytes();
+
+    // --- Slow peers. All of this is off unless it is asked for.
+    // A second bound beside the 100 writes: a worker for which more than `bytes` wait is ended in
+    // the same way, with the same alert. 0 for none. Counts whole writes, so it should be larger
+    // than the largest of them.
+    void setMaxPendingBytes(size_t bytes);
+    // Has the listener told when everything queued is written, and also when pendingBytes() falls
+    // below `lowMark` after having reached it. Null for none.
+    void setWriteListener(WriteListener* listener, size_t lowMark = 0);
+    // While it is on, write() and writeRaw() on the loop's thread give the device the bytes at once
+    // when nothing is queued, and queue what it does not take: nothing is lost, whether
+    // asynchronous writing is on or not. What is written while a read is handled is gathered, and
+    // becomes one write when the read has been handled, so a peer that sends many commands at once
+    // is answered with one send. Datagrams are not gathered. What a worker is to get that is
+    // disconnected in the same handler is written first by disconnectWhenWritten() only.
+    void setEagerWriting(bool on);
+    // Any thread. Stops reading, which makes a fast peer wait, and begins again. What has been read
+    // is still delivered. A pause is no silence of the peer's: the heartbeat does not count it. A
+    // peer that hangs up meanwhile is noticed when reading resumes: its last bytes come first, then
+    // onDisconnected(). For devices with descriptors.
+    void pauseReading();
+    void resumeReading();
+
+    // --- How a connection ends.
+    // Any thread. Last words: no more commands are taken, not even those of the same read, nor
+    // writes. What is queued is written, this side of a stream ended, and when the peer's system
+    // has got it all, or the peer is gone, onDisconnected() is reported, once; at the latest after
+    // `timeoutMs` milliseconds. What the peer sends meanwhile is read and thrown away. A worker
+    // that is in no connector writes what is taken at once, and reports before this returns.
+    void disconnectWhenWritten(int timeoutMs);
+    // While it is on, a peer that has ended its own half of a stream gets what is queued by then
+    // before onDisconnected() is reported.
+    void setAllowHalfOpen(bool on);
+    // Why onDisconnected() came, or is about to: the first reason since the worker was made or
+    // enabled. Any thread.
+    [[nodiscard]] DisconnectReason disconnectReason() const;
+    // The errno of kError, if it is known; else 0.
+    [[nodiscard]] int disconnectError() const;
+
+    // Any thread. Milliseconds since the transport last took a byte, or since the worker was made.
+    // For policies in which a peer that takes what it is sent is not silent:
+    //
+    //     bool hasRemoteTimedout(long sinceLastRead) override {
+    //         return std::min(sinceLastRead, sinceLastSent()) > 60000;
+    //     }
+    [[nodiscard]] long sinceLastSent() const;
 
     // --- Calls of the connector.
     // Passed on to the device; without one there is no descriptor.
@@ -150,6 +229,10 @@ class VYN_API Worker : public Parser::PostListener {
     void dropWrites();
     // Any thread. True when writes are queued. Waits for nothing.
     bool hasWrittingData();
+    // How many bytes the device is to read at a time; 0 for what is usual. See
+    // BaseDevice::setReadSize(), which sets it, and the bound in bytes if there is none.
+    [[nodiscard]] int readSize() const;
+    void setReadSize(int bytes);
     // Asks sendHeartbit() and hasRemoteTimedout().
     void checkHeartbit();
 
@@ -165,6 +248,11 @@ class VYN_API Worker : public Parser::PostListener {
 
     // The connector that has this worker watches the device's present descriptors.
     void onDescriptorsChanged();
+    // Why the onDisconnected() that follows comes: the first reason counts. `error` is an errno.
+    void setDisconnectReason(DisconnectReason reason, int error = 0);
+    // A stream has reached its end. True when the worker goes on without reading, to write what is
+    // queued; otherwise the device reports onDisconnected().
+    bool outlivesEndOfStream();
     // The connector that has this worker does not watch them for so many milliseconds.
     void onDeviceRests(int ms);
 
@@ -178,47 +266,90 @@ class VYN_API Worker : public Parser::PostListener {
     void onAuthenticationFailed();
 
   private:
+    friend class GatherScope;
     friend class LinuxConnector;
+    friend class WatchedDescriptors;
     friend class WorkerRegistry;
+
+    // Where a drain of the queue stopped.
+    enum class Drained {
+        kAll,             // nothing is left
+        kMore,            // something was queued meanwhile
+        kAwaitsWritable,  // the device takes no more
+        kAwaitsMoment,    // it does, or is done, a moment from now
+        kAwaitsRead,      // it never will, but has no descriptor or is still to be read
+        kFailed,          // it never will
+        kOverflow,        // it took nothing of too much
+        kDone,            // all is written of a connection that was to end then
+    };
+    static bool isEnd(Drained drained) { return drained >= Drained::kFailed; }
+    struct WriteBatch;
+    struct Flow;
 
     // As checkHeartbit() for the connector's worker with this ticket; 0 for one of no connector.
     // What came until `readUntil`, in 64 bits of ticks, has been read; INT64_MIN for nothing yet.
     void checkHeartbit(uint64_t ticket, int64_t readUntil);
-    // Where a drain of the queue stopped.
-    enum class Drained {
-        kAll,               // nothing is left
-        kMore,              // something was queued meanwhile
-        kAwaitsWritable,    // the device takes no more
-        kAwaitsMemory,      // the kernel has no memory for it at present
-        kAwaitsDescriptor,  // the device has none
-        kFailed,            // what is left can never be sent
-        kOverflow,          // the device took nothing of too much
-    };
-    // Why the library itself ends a connection.
-    enum class End : unsigned char { kNone, kOverflow, kNoMemory, kWriteFailed };
-    struct WriteBatch;
+    void deliver(const void* data, int len);
 
-    void writeDirectly(const void* data, int len);
-    void writeForSelfCall(const void* data, int len);
-    void queueNext(const void* data, int len);
-    QueuedWrite* createWrite(const void* data, int len);
-    int append(QueuedWrite* write) VYN_REQUIRES(mWriteLock);
-    int insertNext(QueuedWrite* write) VYN_REQUIRES(mWriteLock);
-    void onQueued(int pending);
-    // Drains the queue, and ends the connection when that fails: the worker may be deleted then.
-    Drained drainOrEnd(bool onlyFirst = false);
-    Drained drain(bool onlyFirst);
-    bool fill(WriteBatch& batch, bool onlyFirst) VYN_REQUIRES(mWriteLock);
+    // --- Into the queue.
+    bool mayWrite(const char* operation = __builtin_FUNCTION());
+    bool writeDirectly(const void* data, int len);
+    bool writeForSelfCall(const void* data, int len);
+    bool writeEagerly(const void* data, int len);
+    bool writeBehindGathered(const void* data, int len);
+    bool gather(const void* data, int len);
+    bool queueRest(const void* data, int len, bool isNext);
+    bool makeRoom(int len) VYN_REQUIRES(mWriteLock);
+    void endWithoutMemory(int len);
+    void append(QueuedWrite* write) VYN_REQUIRES(mWriteLock);
+    void insertNext(QueuedWrite* write) VYN_REQUIRES(mWriteLock);
+    void link(QueuedWrite* write) VYN_REQUIRES(mWriteLock);
+    void closeGathered(bool isFirst = false) VYN_REQUIRES(mWriteLock);
+    void flushGathered();
+    Drained drainAside(bool onlyFirst = false, WriteTail* tail = nullptr);
+    bool onQueued(bool isTooMuch);
+    bool isTooMuch() VYN_REQUIRES(mWriteLock);
+    int waiting() const VYN_REQUIRES(mWriteLock);
+    size_t bytesBehind(int writes) VYN_REQUIRES(mWriteLock);
+
+    // --- Out of it.
+    // Drains the queue, and ends the connection when that fails, or when it was to end with the
+    // last write: the worker may be deleted then.
+    Drained serveWrites();
+    Drained drainOrEnd(bool onlyFirst, WriteTail* tail);
+    Drained drain(bool onlyFirst, WriteTail* tail);
+    bool fill(WriteBatch& batch, bool onlyFirst, WriteTail* tail) VYN_REQUIRES(mWriteLock);
     void transmit(WriteBatch& batch);
     Drained judge(WriteBatch& batch);
+    Drained judgeEnd(int error);
     void consume(const WriteBatch& batch) VYN_REQUIRES(mWriteLock);
     void removeFirst() VYN_REQUIRES(mWriteLock);
-    int waiting() const VYN_REQUIRES(mWriteLock);
+    void noteWritten() VYN_REQUIRES(mWriteLock);
     // Whether a drain finds out by itself, without waiting, what the device takes.
     bool drainsWithoutWaiting();
-    void end(End why);
+    // Any thread. Whether the loop has to look at this worker for its writes.
+    bool needsServing();
+    // Tells the listener what serving found; the worker may be deleted then.
+    void reportWritten();
+    void requestServing();
+
+    // --- Reading.
+    bool isReadingPaused() const;
+    bool isReading() const { return mReadingStops.load(std::memory_order_relaxed) == 0; }
+    void updateReading();
+    long silenceUntil(long until);
+
+    // --- The end.
+    Drained leave(Drained drained);
+    void beginAnew();
+    void onLastWordsTimeout();
+    bool isLeaving() const;
+    void end(DisconnectReason why, int error = 0);
     void onWriteQueueOverflow();
-    static bool isEnd(Drained drained) { return drained >= Drained::kFailed; }
+
+    // Made when it is needed first.
+    Flow& flow() VYN_REQUIRES(mWriteLock);
+    Flow* existingFlow() const { return mFlow.load(std::memory_order_acquire); }
     // Warns in the name of the operation that asks.
     bool checkValid(const char* operation = __builtin_FUNCTION()) const;
 
@@ -235,18 +366,23 @@ class VYN_API Worker : public Parser::PostListener {
     Parser* mParser = nullptr;
     Authenticator* mAuthenticator = nullptr;
     std::atomic<bool> mValid;
+    std::atomic<DisconnectReason> mReason{DisconnectReason::kNone};
+    std::atomic<unsigned char> mError{0};
     int mLoading = 0;
-    // Atomic, since a function device may connect from another thread.
-    std::atomic<long> mLastWriteTick{0};
-    std::atomic<long> mLastReadTick;
+    // Atomic, since a function device may connect from another thread. Ticks have 32 bits.
+    std::atomic<int32_t> mLastWriteTick{0};
+    std::atomic<int32_t> mLastReadTick;
     bool mSelfCall = false;
     // Writes that the device is being given: they may have gone by now.
     int8_t mInFlight VYN_GUARDED_BY(mWriteLock) = 0;
-    std::atomic<End> mEnd{End::kNone};
+    bool mDraining VYN_GUARDED_BY(mWriteLock) = false;
+    std::atomic<unsigned char> mReadingStops{0};
     WriteQueue mWriteQueue VYN_GUARDED_BY(mWriteLock);
     std::atomic<int> mPendingWrites{0};  // changed with the queue
     // Held for the queue alone, never while the device writes.
     Lock mWriteLock;
+    std::atomic<Flow*> mFlow{nullptr};
+    std::atomic<int32_t> mLastSentTick;
 };
 
 // "Worker(0x...): {Connector=0x..., NetDevice(0x...): {...}}", or "Worker(NULL)".

@@ -71,6 +71,11 @@ void Connector::stop() {
     mImpl->stop();
 }
 
+void Connector::requestStop(int flushMs) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->requestStop(flushMs);
+}
+
 void Connector::dump(std::ostream& os) {
     VYN_CHECK_OR_RETURN(mImpl != NULL);
     mImpl->dump(os);
@@ -119,6 +124,16 @@ void Connector::updateDescriptorsOf(Worker* worker) {
 void Connector::restDescriptorsOf(Worker* worker, long ms) {
     VYN_CHECK_OR_RETURN(mImpl != NULL);
     mImpl->restDescriptorsOf(worker, ms);
+}
+
+void Connector::updateReadingOf(Worker* worker) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->updateReadingOf(worker);
+}
+
+void Connector::remindOf(Worker* worker, int delayMs) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->remindOf(worker, delayMs);
 }
 
 uint64_t Connector::ticketOf(Worker* worker) {

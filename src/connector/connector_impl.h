@@ -27,6 +27,9 @@ class Connector::Impl {
     virtual bool queueOverflow(Worker* worker) = 0;
     virtual void updateDescriptorsOf(Worker* worker) = 0;
     virtual void restDescriptorsOf(Worker* worker, long ms) = 0;
+    virtual void requestStop(int flushMs) = 0;
+    virtual void updateReadingOf(Worker* worker) = 0;
+    virtual void remindOf(Worker* worker, int delayMs) = 0;
     virtual uint64_t ticketOf(Worker* worker) = 0;
     virtual int getLoading() = 0;
     virtual void setLoadingRange(int empty, int full) = 0;

@@ -4,6 +4,7 @@
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
+#include <algorithm>
 #include <cerrno>
 
 // The connector's operations; the loop itself is in connector_linux_loop.cpp.
@@ -60,6 +61,11 @@ void LinuxConnector::removeWorkerLocked(Worker* worker) {
 // this connector.
 void LinuxConnector::stop() { mRunning.store(false, std::memory_order_release); }
 
+void LinuxConnector::requestStop(int flushMs) {
+    mStopRequest.store(std::max(flushMs, 0), std::memory_order_release);
+    mTickFd.wake();
+}
+
 void LinuxConnector::dump(std::ostream& os) {
     std::vector<Registration> workers;
     mWorkers.listAll(workers);
@@ -99,11 +105,25 @@ void LinuxConnector::updateDescriptorsOf(Worker* worker) {
 void LinuxConnector::restDescriptorsOf(Worker* worker, long ms) {
     if (isOfAnotherProcess()) return;
     const Registration resting{worker, mWorkers.rest(worker)};
-    if (resting.ticket != 0) sendMessageDelayed(nullptr, mRestEnd.messageFor(resting), ms);
+    if (resting.ticket != 0)
+        sendMessageDelayed(nullptr, mReminder.messageFor(Reminder::kRest, resting), ms);
 }
 
 void LinuxConnector::endRest(const Registration& rested) {
-    if (mWorkers.holds(rested)) updateDescriptorsOf(rested.worker);
+    if (mWorkers.holds(rested)) updateReadingOf(rested.worker);
+}
+
+void LinuxConnector::endLastWords(const Registration& speaker) {
+    if (mWorkers.holds(speaker)) speaker.worker->onLastWordsTimeout();
+}
+
+void LinuxConnector::updateReadingOf(Worker* worker) {
+    onRefused(mWorkers.updateReading(worker), {worker, ticketOf(worker)});
+}
+
+void LinuxConnector::remindOf(Worker* worker, int delayMs) {
+    const Registration registration{worker, mWorkers.ticketOf(worker)};
+    sendMessageDelayed(nullptr, mReminder.messageFor(Reminder::kLastWords, registration), delayMs);
 }
 
 uint64_t LinuxConnector::ticketOf(Worker* worker) { return mWorkers.ticketOf(worker); }

@@ -14,7 +14,7 @@
 #include "connector/message_queue.h"
 #include "connector/once_a_second.h"
 #include "connector/read_horizon.h"
-#include "connector/rest_end.h"
+#include "connector/reminder.h"
 #include "connector/stale_events.h"
 #include "connector/timer_queue.h"
 #include "connector/wake_pipe.h"
@@ -36,6 +36,7 @@ class LinuxConnector : public Connector::Impl {
     void removeWorkerLocked(Worker* worker) override;
     void run() override;
     void stop() override;
+    void requestStop(int flushMs) override;
     void dump(std::ostream& os) override;
     int addTimer(Timer* timer, long intervalMs, void* arg) override;
     void removeTimer(int id) override;
@@ -47,6 +48,8 @@ class LinuxConnector : public Connector::Impl {
     bool queueOverflow(Worker* worker) override;
     void updateDescriptorsOf(Worker* worker) override;
     void restDescriptorsOf(Worker* worker, long ms) override;
+    void updateReadingOf(Worker* worker) override;
+    void remindOf(Worker* worker, int delayMs) override;
     uint64_t ticketOf(Worker* worker) override;
     int getLoading() override;
     void setLoadingRange(int empty, int full) override;
@@ -55,6 +58,8 @@ class LinuxConnector : public Connector::Impl {
     void checkHeartbit();
     // Watches the descriptors of a worker that rested.
     void endRest(const Registration& rested);
+    // Ends what is left of a worker's last words.
+    void endLastWords(const Registration& speaker);
 
   private:
     void init();
@@ -64,9 +69,10 @@ class LinuxConnector : public Connector::Impl {
     int64_t nextDue() const;
     int64_t nowIfDue() const;
     int nextTimerAndMessageTimeout(int64_t now) const;
+    bool shallStop();
     void noteWait(int64_t began, int timeout, int count);
     void checkAndWriteData(int count, const epoll_event* events);
-    bool writeOn(Worker* worker);
+    void writeOn(EpollToken token, Worker* worker, int& error);
     int settle(const Registration& writer, Worker::Drained drained);
     void checkAndHandleMessage();
     void disconnectOverflowed();
@@ -89,15 +95,19 @@ class LinuxConnector : public Connector::Impl {
     int watchWakePipe();
     void mendWakePipe();
 
+    static constexpr int kNoRequest = -1;
+
     Connector* mConnector;
     const pid_t mProcess;
     std::unordered_set<Connector::Executor*> mExecutors;
     std::atomic<bool> mRunning{false};
+    std::atomic<int> mStopRequest{kNoRequest};  // how many milliseconds it may flush
+    int64_t mStopBy = INT64_MAX;                // the tick::now() at which the loop ends
 
     Epoll mEpoll;
     WakePipe mTickFd;
     WorkerRegistry mWorkers{mEpoll, mTickFd};
-    RestEnd mRestEnd{*this};
+    Reminder mReminder{*this};
     HeartbitTimer mHeartbitTimer{*this};  // one of those of mTimers, which drops it at its end
     TimerQueue mTimers{mTickFd};
     MessageQueue mMessages{mTickFd};

@@ -7,6 +7,7 @@
 
 #include "common/tick.h"
 #include "connector/connector_linux.h"
+#include "connector/gather_scope.h"
 
 // The turns of the loop.
 
@@ -27,7 +28,8 @@ void LinuxConnector::run() {
     mRunning.store(true, std::memory_order_relaxed);
     do {
         runTurn(events);
-    } while (mRunning.load(std::memory_order_acquire));
+    } while (mRunning.load(std::memory_order_acquire) && !shallStop());
+    mRunning.store(false, std::memory_order_relaxed);
     do {
         disconnectOverflowed();  // in the last turn, or by these callbacks
     } while (!mWorkers.endServing());
@@ -60,8 +62,11 @@ void LinuxConnector::flushRequestedWrites() {
     for (const Registration& writer : mDirectWriters) {
         if (mWorkers.removals() != removals && !mWorkers.holds(writer)) continue;
         if (!writer.worker->isValid()) continue;
-        const int refused = settle(writer, writer.worker->drainOrEnd());
+        const Worker::Drained drained = writer.worker->serveWrites();
+        if (Worker::isEnd(drained)) continue;
+        const int refused = settle(writer, drained);
         if (refused != 0) error = refused;
+        writer.worker->reportWritten();
     }
     if (error != 0) onInterestRefused(error);
 }
@@ -69,7 +74,7 @@ void LinuxConnector::flushRequestedWrites() {
 // Sees to what a drain left. Returns as WorkerRegistry::awaitWritable().
 int LinuxConnector::settle(const Registration& writer, Worker::Drained drained) {
     if (drained == Worker::Drained::kMore) mWorkers.requestWrite(writer.worker);
-    if (drained == Worker::Drained::kAwaitsMemory) mWorkers.retryWrite(writer);
+    if (drained == Worker::Drained::kAwaitsMoment) mWorkers.retryWrite(writer);
     return drained == Worker::Drained::kAwaitsWritable ? mWorkers.awaitWritable(writer) : 0;
 }
 
@@ -106,12 +111,22 @@ int LinuxConnector::wait(epoll_event* events, int timeout) {
 
 // When the next timer, delayed message or retry is due.
 int64_t LinuxConnector::nextDue() const {
-    return std::min({mTimers.nextExpire(), mMessages.nextDelayed(), mWorkers.nextRetry()});
+    return std::min({mTimers.nextExpire(), mMessages.nextDelayed(), mWorkers.nextRetry(), mStopBy});
 }
 
 // While messages are due anyway, the clock is only looked at when it is likely to matter.
 int64_t LinuxConnector::nowIfDue() const {
     return tick::isReached(nextDue()) ? tick::now() : INT64_MIN;
+}
+
+// Whether a stop was requested, and all is written or the time for that is over.
+bool LinuxConnector::shallStop() {
+    const int flushMs = mStopRequest.exchange(kNoRequest, std::memory_order_acq_rel);
+    if (flushMs != kNoRequest) mStopBy = tick::now() + flushMs;
+    if (mStopBy == INT64_MAX) return false;
+    if (tick::now() < mStopBy && mWorkers.hasWrites()) return false;
+    mStopBy = INT64_MAX;
+    return true;
 }
 
 // Milliseconds until something is due; 0 when it is due now.
@@ -137,8 +152,11 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
         const EpollToken token = EpollToken::of(events[i]);
         Worker* worker = nullptr;
         const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
-        const bool more = owner == WorkerRegistry::Owner::kValid && writeOn(worker);
-        if (!more && !mWorkers.disarmWrite(token)) error = errno;
+        if (owner == WorkerRegistry::Owner::kValid) {
+            writeOn(token, worker, error);
+        } else if (!mWorkers.disarmWrite(token)) {
+            error = errno;
+        }
         if (events[i].events != EPOLLOUT) continue;  // dispatch() sees to the rest
         note(owner, token);
     }
@@ -147,13 +165,17 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
     pause();  // as epoll goes on reporting it
 }
 
-// Whether the worker is to write on when its descriptor is writable. It is not while that is not
-// what it waits for: its interest would keep the loop awake.
-bool LinuxConnector::writeOn(Worker* worker) {
-    const uint64_t ticket = mWorkers.ticketOf(worker);
-    const Worker::Drained drained = worker->drainOrEnd();
-    if (drained == Worker::Drained::kAwaitsMemory) mWorkers.retryWrite({worker, ticket});
-    return drained == Worker::Drained::kAwaitsWritable || drained == Worker::Drained::kMore;
+// Sets `error` when the kernel refused something.
+void LinuxConnector::writeOn(EpollToken token, Worker* worker, int& error) {
+    const Registration writer{worker, mWorkers.ticketOf(worker)};
+    const Worker::Drained drained = worker->serveWrites();
+    const bool more =
+        drained == Worker::Drained::kAwaitsWritable || drained == Worker::Drained::kMore;
+    // Its interest would keep the loop awake while that is not what it waits for.
+    if (!more && !mWorkers.disarmWrite(token)) error = errno;
+    if (Worker::isEnd(drained)) return;
+    if (!more) settle(writer, drained);
+    worker->reportWritten();
 }
 
 void LinuxConnector::checkAndHandleMessage() {
@@ -170,7 +192,10 @@ void LinuxConnector::checkAndHandleMessage() {
 
 void LinuxConnector::dispatch(int count, const epoll_event* events) {
     if (count <= 0) return;
-    for (int i = 0; i < count; ++i) dispatch(events[i]);
+    {
+        const GatherScope gathering(nullptr);
+        for (int i = 0; i < count; ++i) dispatch(events[i]);
+    }
     mReadHorizon.onHandled();
     if (mStaleEvents.last()) dropClosedRegistrations();
 }
@@ -191,6 +216,10 @@ void LinuxConnector::dispatch(const epoll_event& event) {
     const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
     note(owner, token);
     if (owner == WorkerRegistry::Owner::kGone || owner == WorkerRegistry::Owner::kNotReady) return;
+    if (worker != nullptr && worker->isReadingPaused()) {
+        if ((event.events & (EPOLLHUP | EPOLLERR)) != 0) mWorkers.stopWatchingPaused(token);
+        return;
+    }
     hungUp ? onHangUp(event.events, token, worker) : onReadable(token, worker);
 }
 
@@ -211,6 +240,7 @@ void LinuxConnector::onHangUp(uint32_t events, EpollToken token, Worker* worker)
     }
     VYN_LOG_INFO << "rod Main runing disconnect worker events " << events << " fd " << token.fd
                  << " worker " << worker;
+    worker->setDisconnectReason(DisconnectReason::kHangUp);
     worker->onDisconnected();
 }
 

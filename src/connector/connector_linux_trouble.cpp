@@ -65,7 +65,8 @@ void LinuxConnector::onRefused(const WorkerRegistry::Refusal& refusal,
                                const Registration& registration) {
     if (refusal.fd < 0 || refusal.error == EBADF) return;
     if (refusal.error == ENOMEM || refusal.error == ENOSPC) {
-        sendMessageDelayed(nullptr, mRestEnd.messageFor(registration), kRefusedAgainMs);
+        sendMessageDelayed(nullptr, mReminder.messageFor(Reminder::kRest, registration),
+                           kRefusedAgainMs);
         VYN_LOG_WARNING << logging::ErrnoText{refusal.error} << "can not watch fd " << refusal.fd
                         << ", nothing is read from it until that succeeds. worker "
                         << static_cast<const void*>(registration.worker);

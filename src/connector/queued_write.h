@@ -13,19 +13,24 @@ constexpr int kMostPendingWrites = 100;
 
 // A write in a worker's queue, in one block with its bytes.
 struct QueuedWrite : WriteNode {
-    // Null when there is no memory.
+    // With room for so many bytes. Null when there is no memory.
+    static QueuedWrite* create(int room) {
+        void* const block = std::malloc(sizeof(QueuedWrite) + static_cast<size_t>(room));
+        return block == nullptr ? nullptr : new (block) QueuedWrite(room);
+    }
     static QueuedWrite* create(const void* bytes, int length) {
-        const size_t size = length > 0 ? static_cast<size_t>(length) : 0;
-        void* const block = std::malloc(sizeof(QueuedWrite) + size);
-        if (block == nullptr) return nullptr;
-        auto* write = new (block) QueuedWrite;
-        write->data = write + 1;
-        write->size = static_cast<int>(size);
-        if (size > 0) std::memcpy(write->data, bytes, size);
+        QueuedWrite* const write = create(length > 0 ? length : 0);
+        if (write != nullptr && length > 0) write->add(bytes, length);
         return write;
     }
     static void destroy(QueuedWrite* write) { std::free(write); }
 
+    // There must be room.
+    void add(const void* bytes, int length) {
+        std::memcpy(static_cast<char*>(data) + size, bytes, static_cast<size_t>(length));
+        size += length;
+    }
+    int room() const { return mCapacity - size; }
     int remaining() const { return size - offset; }
     char* rest() const { return static_cast<char*>(data) + offset; }
 
@@ -35,7 +40,17 @@ struct QueuedWrite : WriteNode {
     bool first = false;
 
   private:
-    QueuedWrite() : WriteNode{nullptr, 0, 0} {}
+    explicit QueuedWrite(int room) : WriteNode{this + 1, 0, 0}, mCapacity(room) {}
+
+    int mCapacity;
+};
+
+// Bytes that are to go with what is queued, but are not copied for that.
+struct WriteTail {
+    const void* data;
+    int len;
+    int taken = 0;
+    bool isLost = false;  // a datagram that can never be sent; it counts as taken
 };
 
 }  // namespace vyn

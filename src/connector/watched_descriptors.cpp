@@ -36,6 +36,16 @@ WatchedDescriptors::Refusal WatchedDescriptors::update(WorkerEntry& entry) {
     return refusal;
 }
 
+WatchedDescriptors::Refusal WatchedDescriptors::updateReading(WorkerEntry& entry) {
+    const uint32_t wanted = readInterest(entry);
+    Refusal refusal = update(entry);  // which brings back what was suspended
+    for (int fd = entry.firstFd; fd >= 0; fd = slotOf(fd).nextFd) {
+        const int error = setInterest(fd, (slotOf(fd).interest & ~EPOLLIN) | wanted);
+        if (error != 0 && !tellsOfAnEnd(error)) refusal = {fd, error};
+    }
+    return refusal;
+}
+
 void WatchedDescriptors::forget(WorkerEntry& entry) { forgetUnnamed(entry, {}); }
 
 WorkerEntry* WatchedDescriptors::ownerOf(EpollToken token) {
@@ -64,7 +74,8 @@ WatchedDescriptors::Armed WatchedDescriptors::armWrite(WorkerEntry& entry) {
     if (slotOf(fd).readOnly) return Armed::kNever;
     int error = setInterest(fd, slotOf(fd).interest | EPOLLOUT);
     // Another descriptor has taken the number: the device's next one, since it names it.
-    if (error == ENOENT && watch(entry, fd) == 0) error = setInterest(fd, EPOLLIN | EPOLLOUT);
+    if (error == ENOENT && watch(entry, fd) == 0)
+        error = setInterest(fd, readInterest(entry) | EPOLLOUT);
     if (error == 0 || tellsOfAnEnd(error)) return Armed::kYes;
     errno = error;
     return Armed::kLater;
@@ -90,14 +101,19 @@ int WatchedDescriptors::copyTo(Epoll& other, bool isLost) {
     return 0;
 }
 
+uint32_t WatchedDescriptors::readInterest(const WorkerEntry& entry) {
+    return entry.worker->isReading() ? EPOLLIN : 0u;
+}
+
 // Returns 0, or the errno of a refusal.
 int WatchedDescriptors::watch(WorkerEntry& entry, int fd) {
     Slot& slot = slotOf(fd);  // here, so that there is memory for it before the kernel knows
     const bool known = slot.owner == &entry && slot.watched;
     const EpollToken token{fd, nextGeneration()};
-    int error = mEpoll.add(token, EPOLLIN);
+    const uint32_t interest = readInterest(entry);
+    int error = mEpoll.add(token, interest);
     if (error == EEXIST && known) return 0;  // as it is, with its interest in writing
-    if (error == EEXIST || (error != 0 && known)) error = mEpoll.modify(token, EPOLLIN);
+    if (error == EEXIST || (error != 0 && known)) error = mEpoll.modify(token, interest);
     if (error != 0) {
         if (slot.owner == &entry) unchain(fd);
         return error;
@@ -105,7 +121,7 @@ int WatchedDescriptors::watch(WorkerEntry& entry, int fd) {
     // The number may still be on the account of a worker whose device has closed it.
     if (slot.owner != nullptr) unchain(fd);
     const bool readOnly = (fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDONLY;
-    slot = {&entry, token.generation, entry.firstFd, EPOLLIN, true, readOnly};
+    slot = {&entry, token.generation, entry.firstFd, interest, true, readOnly};
     entry.firstFd = fd;
     return 0;
 }

@@ -25,6 +25,8 @@ class WatchedDescriptors {
     // Watches for reading what the worker's device names now, and forgets what it names no more.
     // What is watched already stays as it is. Does nothing for a worker that is not valid.
     Refusal update(WorkerEntry& entry);
+    // The same, and watches them for reading, or not, as the worker wants by now.
+    Refusal updateReading(WorkerEntry& entry);
     // Forgets all descriptors of the worker, also those that were closed meanwhile.
     void forget(WorkerEntry& entry);
 
@@ -62,6 +64,7 @@ class WatchedDescriptors {
         bool readOnly = false;  // never becomes writable, as standard input that is a pipe
     };
 
+    static uint32_t readInterest(const WorkerEntry& entry);
     int watch(WorkerEntry& entry, int fd);
     void forgetUnnamed(WorkerEntry& entry, const std::vector<int>& named);
     void unchain(int fd);

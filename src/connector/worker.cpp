@@ -8,24 +8,30 @@
 #include <algorithm>
 
 #include "common/tick.h"
+#include "connector/gather_scope.h"
 #include "connector/life_watch.h"
 #include "connector/parser_call.h"
+#include "connector/worker_tick.h"
 #include "device/client_link.h"
 
 // The worker's incoming side, its events and its heartbeat; see worker_write.cpp for what goes out.
 
 namespace vyn {
 
-Worker::Worker() : mValid(true), mLastReadTick(helper::mtick()) {}
+Worker::Worker() : mValid(true), mLastReadTick(tick32()), mLastSentTick(tick32()) {}
 
 Worker::Worker(Device* device, Parser* parser)
-    : mDevice(device), mParser(parser), mValid(device != nullptr), mLastReadTick(helper::mtick()) {
+    : mDevice(device),
+      mParser(parser),
+      mValid(device != nullptr),
+      mLastReadTick(tick32()),
+      mLastSentTick(tick32()) {
     if (device != nullptr) device->attach(this);
 }
 
 void Worker::onCommandParsed(Command* cmd) {
-    if (!checkValid()) return;
-    mLastReadTick.store(helper::mtick(), std::memory_order_relaxed);
+    if (!checkValid() || isLeaving()) return;
+    mLastReadTick.store(tick32(), std::memory_order_relaxed);
     onPostCreateCommand(cmd);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onCommand(this, cmd);
@@ -58,10 +64,12 @@ void Worker::attach(Authenticator* auth) {
 bool Worker::isValid() const { return mValid.load(std::memory_order_relaxed); }
 
 void Worker::enable() {
+    mReason.store(DisconnectReason::kNone, std::memory_order_relaxed);
+    mError.store(0, std::memory_order_relaxed);
+    beginAnew();
     mValid.store(true, std::memory_order_relaxed);
     // The loop has let go of writes that were waiting while the worker was not valid.
-    Connector* connector = getConnector();
-    if (connector != nullptr && hasWrittingData()) connector->queueWrite(this);
+    if (hasWrittingData()) requestServing();
 }
 
 void Worker::disable() { mValid.store(false, std::memory_order_relaxed); }
@@ -81,7 +89,9 @@ void Worker::onReady() {
 }
 
 void Worker::onDataArrival(int fd) {
-    if (mDevice != nullptr) mDevice->onDataArrival(fd);
+    if (mDevice == nullptr) return;
+    const GatherScope gathering(this);
+    mDevice->onDataArrival(fd);
 }
 
 void Worker::checkHeartbit() {
@@ -93,8 +103,7 @@ void Worker::checkHeartbit(uint64_t ticket, int64_t readUntil) {
     if (!checkValid()) return;
     long sinceLastRead = 0;
     if (readUntil != INT64_MIN) {
-        sinceLastRead = helper::tickDifference(tick::toTick(readUntil),
-                                               mLastReadTick.load(std::memory_order_relaxed));
+        sinceLastRead = silenceUntil(tick::toTick(readUntil));
     }
     LifeWatch life(static_cast<PostListener*>(this));
     sendHeartbit(
@@ -108,7 +117,13 @@ void Worker::checkHeartbit(uint64_t ticket, int64_t readUntil) {
 
 void Worker::onData(const void* data, int len) {
     if (!checkValid()) return;
-    mLastReadTick.store(helper::mtick(), std::memory_order_relaxed);
+    mLastReadTick.store(tick32(), std::memory_order_relaxed);
+    if (isLeaving()) return;
+    const GatherScope gathering(this);
+    deliver(data, len);
+}
+
+void Worker::deliver(const void* data, int len) {
     if (mAuthenticator != nullptr && !mAuthenticator->pass()) {
         mAuthenticator->onData(data, len);
         return;
@@ -120,6 +135,7 @@ void Worker::onData(const void* data, int len) {
 }
 
 void Worker::onDisconnected() {
+    setDisconnectReason(DisconnectReason::kOwnWish);
     disable();
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     if (!ClientLink::exists()) {
@@ -134,7 +150,7 @@ void Worker::onDisconnected() {
 
 void Worker::onNewConnection(int fd, void* data) {
     if (!checkValid()) return;
-    mLastReadTick.store(helper::mtick(), std::memory_order_relaxed);
+    mLastReadTick.store(tick32(), std::memory_order_relaxed);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onNewConnection(this, fd, data);
 }

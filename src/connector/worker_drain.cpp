@@ -6,6 +6,8 @@
 #include <cerrno>
 
 #include "connector/queued_write.h"
+#include "connector/worker_flow.h"
+#include "connector/worker_tick.h"
 #include "device/drain_scope.h"
 #include "device/own_socket.h"
 
@@ -23,39 +25,58 @@ struct Worker::WriteBatch {
     iovec parts[kMost];
     int count = 0;
     size_t bytes = 0;
+    WriteTail* tail = nullptr;  // the last part, when it is not one of the queue
     // What became of them; `isStream` for any socket of the library's.
     Sent sent{};
     bool isStream = false;
+
+    void add(const void* data, int size) {
+        parts[count++] = {const_cast<void*>(data), static_cast<size_t>(size)};
+        bytes += static_cast<size_t>(size);
+    }
 };
 
 bool Worker::performWrite() {
     if (!checkValid()) return false;
-    return drainOrEnd() == Drained::kAll;
+    const Drained drained = serveWrites();
+    if (!isEnd(drained)) reportWritten();
+    return drained == Drained::kAll;
 }
 
 bool Worker::hasWrittingData() { return mPendingWrites.load(std::memory_order_relaxed) > 0; }
 
 bool Worker::drainsWithoutWaiting() { return OwnSocket::of(mDevice).exists(); }
 
-Worker::Drained Worker::drainOrEnd(bool onlyFirst) {
-    const Drained drained = drain(onlyFirst);
-    if (isEnd(drained)) end(drained == Drained::kOverflow ? End::kOverflow : End::kWriteFailed);
+Worker::Drained Worker::serveWrites() {
+    const Drained drained = drainOrEnd(false, nullptr);
+    return isEnd(drained) || existingFlow() == nullptr ? drained : leave(drained);
+}
+
+Worker::Drained Worker::drainOrEnd(bool onlyFirst, WriteTail* tail) {
+    const Drained drained = drain(onlyFirst, tail);
+    if (drained == Drained::kFailed) end(DisconnectReason::kError);
+    if (drained == Drained::kOverflow) end(DisconnectReason::kOverflow);
     return drained;
 }
 
 // With `onlyFirst` those writes that nothing may go before. What others queue meanwhile is left for
 // the next drain, or a fast producer would keep the loop here.
-Worker::Drained Worker::drain(bool onlyFirst) {
+Worker::Drained Worker::drain(bool onlyFirst, WriteTail* tail) {
     WriteBatch batch;
     batch.socket = OwnSocket::of(mDevice);
-    if (batch.socket.exists() && batch.socket.fd < 0) return Drained::kAwaitsDescriptor;
+    if (batch.socket.exists() && batch.socket.fd < 0) return Drained::kAwaitsRead;
+    const Flow* const flow = existingFlow();
+    if (flow != nullptr && flow->cannotWrite) return Drained::kAwaitsRead;
     AutoLock lock(mWriteLock);
-    if (mInFlight > 0) return Drained::kMore;  // the device has come back here from its write()
+    if (mDraining) return Drained::kMore;  // the device has come back here from its write()
+    mDraining = true;
+    closeGathered();
     Drained drained = Drained::kAll;
     const int before = waiting();
-    for (int left = before; left > 0 && drained == Drained::kAll && fill(batch, onlyFirst);
+    for (int left = before + (tail == nullptr ? 0 : 1);
+         left > 0 && drained == Drained::kAll && fill(batch, onlyFirst, tail);
          left -= batch.count) {
-        mInFlight = static_cast<int8_t>(batch.count);
+        mInFlight = static_cast<int8_t>(batch.tail == nullptr ? batch.count : batch.count - 1);
         mWriteLock.release();
         transmit(batch);
         drained = judge(batch);
@@ -63,31 +84,38 @@ Worker::Drained Worker::drain(bool onlyFirst) {
         mInFlight = 0;
         consume(batch);
     }
+    mDraining = false;
+    if (before > 0) noteWritten();
     if (waiting() > std::max(before, kMostPendingWrites)) return Drained::kOverflow;
     const bool isLeft = mWriteQueue.first != nullptr && (!onlyFirst || mWriteQueue.first->first);
     return drained == Drained::kAll && isLeft ? Drained::kMore : drained;
 }
 
 // False when there is nothing to write.
-bool Worker::fill(WriteBatch& batch, bool onlyFirst) {
+bool Worker::fill(WriteBatch& batch, bool onlyFirst, WriteTail* tail) {
     while (mWriteQueue.first != nullptr && mWriteQueue.first->remaining() < 1) removeFirst();
     const int most = batch.socket.isStream && !onlyFirst ? WriteBatch::kMost : 1;
     batch.count = 0;
     batch.bytes = 0;
-    for (QueuedWrite* write = mWriteQueue.first; write != nullptr && batch.count < most;
+    batch.tail = nullptr;
+    const QueuedWrite* write = mWriteQueue.first;
+    for (; write != nullptr && batch.count < most && (write->first || !onlyFirst);
          write = write->next) {
-        if (onlyFirst && !write->first) break;
-        const auto size = static_cast<size_t>(write->remaining());
-        batch.parts[batch.count++] = {write->rest(), size};
-        batch.bytes += size;
+        batch.add(write->rest(), write->remaining());
     }
-    return batch.count > 0;
+    if (tail == nullptr || write != nullptr || batch.count == most || tail->taken > 0) {
+        return batch.count > 0;
+    }
+    batch.tail = tail;
+    batch.add(tail->data, tail->len);
+    return true;
 }
 
 void Worker::transmit(WriteBatch& batch) {
     if (batch.socket.exists()) {
         batch.sent = sendNow(batch.socket.fd, batch.parts, batch.count);
         batch.isStream = batch.socket.isStream;
+        if (batch.sent.count > 0) mLastSentTick.store(tick32(), std::memory_order_relaxed);
         return;
     }
     DrainScope scope(mDevice);
@@ -104,20 +132,34 @@ Worker::Drained Worker::judge(WriteBatch& batch) {
     if (isWhole) return Drained::kAll;
     const int error = batch.sent.error;
     if (batch.sent.count > 0 || error == 0 || error == EAGAIN) return Drained::kAwaitsWritable;
-    if (error == ENOBUFS || error == ENOMEM) return Drained::kAwaitsMemory;
-    if (!batch.isStream) {
-        VYN_LOG_ERROR << logging::ErrnoText{error} << "a datagram of " << batch.bytes
-                      << " bytes can not be sent, it is dropped. " << this;
-        batch.sent.count = static_cast<int>(batch.bytes);
-        return Drained::kAll;
-    }
+    if (error == ENOBUFS || error == ENOMEM) return Drained::kAwaitsMoment;
+    if (batch.isStream) return judgeEnd(error);
+    VYN_LOG_ERROR << logging::ErrnoText{error} << "a datagram of " << batch.bytes
+                  << " bytes can not be sent, it is dropped. " << this;
+    batch.sent.count = static_cast<int>(batch.bytes);
+    if (batch.tail != nullptr) batch.tail->isLost = true;
+    return Drained::kAll;
+}
+
+// The last bytes of a peer come before its end.
+Worker::Drained Worker::judgeEnd(int error) {
+    if (isReading() && hasUnreadBytes(getFd())) return Drained::kAwaitsMoment;
+    Flow* const flow = isReadingPaused() ? existingFlow() : nullptr;
     VYN_LOG_ERROR << logging::ErrnoText{error} << "can not write, " << mPendingWrites
-                  << " queued writes are lost, disconnect it. " << this;
+                  << " queued writes are lost, disconnect it"
+                  << (flow == nullptr ? ". " : " when it has been read. ") << this;
+    if (flow != nullptr) {
+        flow->cannotWrite = true;
+        return Drained::kAwaitsRead;
+    }
+    setDisconnectReason(DisconnectReason::kError, error);
     return Drained::kFailed;
 }
 
 void Worker::consume(const WriteBatch& batch) {
-    for (int left = batch.sent.count; left > 0;) {
+    int left = std::max(batch.sent.count, 0);
+    for (int writes = batch.tail == nullptr ? batch.count : batch.count - 1; writes > 0 && left > 0;
+         --writes) {
         QueuedWrite* const write = mWriteQueue.first;
         const int taken = std::min(left, write->remaining());
         write->offset += taken;
@@ -128,10 +170,8 @@ void Worker::consume(const WriteBatch& batch) {
             removeFirst();
         }
     }
+    if (batch.tail != nullptr) batch.tail->taken = left;
 }
-
-// How many of the writes the device has not been given yet, or has not taken.
-int Worker::waiting() const { return mPendingWrites.load(std::memory_order_relaxed) - mInFlight; }
 
 void Worker::dropWrites() {
     AutoLock lock(mWriteLock);

@@ -48,6 +48,16 @@ WorkerRegistry::Refusal WorkerRegistry::update(Worker* worker) {
     return refusal;
 }
 
+WorkerRegistry::Refusal WorkerRegistry::updateReading(Worker* worker) {
+    AutoLock lock(mLock);
+    WorkerEntry* const entry = entryOf(worker);
+    if (entry == nullptr) return {};
+    const Refusal refusal = mDescriptors.updateReading(*entry);
+    pushWriteRequest(*entry);
+    mWakePipe.wake();
+    return refusal;
+}
+
 uint64_t WorkerRegistry::rest(Worker* worker) {
     AutoLock lock(mLock);
     WorkerEntry* const entry = entryOf(worker);
@@ -112,6 +122,12 @@ WorkerRegistry::Owner WorkerRegistry::find(EpollToken token, Worker*& worker) {
 void WorkerRegistry::stopWatching(EpollToken token) {
     AutoLock lock(mLock);
     mDescriptors.suspend(token);
+}
+
+void WorkerRegistry::stopWatchingPaused(EpollToken token) {
+    AutoLock lock(mLock);
+    const WorkerEntry* const owner = mDescriptors.ownerOf(token);
+    if (owner != nullptr && owner->worker->isReadingPaused()) mDescriptors.suspend(token);
 }
 
 int64_t WorkerRegistry::mostEvents() {

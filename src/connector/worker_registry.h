@@ -48,6 +48,8 @@ class WorkerRegistry {
     // Watches the descriptors that the worker's device names now, in the place of those that it
     // named before. Unknown workers are ignored.
     Refusal update(Worker* worker);
+    // Watches them for reading, or not, as the worker wants by now. Unknown workers are ignored.
+    Refusal updateReading(Worker* worker);
     // Watches none of them, until it is told to. Returns the worker's ticket, or 0 for an unknown
     // one.
     uint64_t rest(Worker* worker);
@@ -77,6 +79,8 @@ class WorkerRegistry {
     Owner find(EpollToken token, Worker*& worker);
     // Lets epoll forget the descriptor, until its worker is added again.
     void stopWatching(EpollToken token);
+    // The same for one whose peer has hung up while its worker does not read, until it does.
+    void stopWatchingPaused(EpollToken token);
     // How many events there may be at a time, at most.
     int64_t mostEvents();
     // Puts a new epoll set in the place of the old one, which may be lost (see Epoll::replaceBy()),
@@ -96,6 +100,8 @@ class WorkerRegistry {
     // next turn look at it again when its device has no descriptor that tells when it takes more.
     // Returns as armRequestedWrites() does.
     int awaitWritable(const Registration& registration);
+    // Whether a worker that is ready has something left to write.
+    bool hasWrites();
     // Has armRequestedWrites() look at the worker again 10 ms from now.
     void retryWrite(const Registration& registration);
     // The tick::now() at which there is something to try again; INT64_MAX without.

@@ -35,7 +35,7 @@ int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct, int64_
     while (WorkerEntry* const entry = mWrites.first()) {
         mWrites.erase(*entry);
         // One that is not valid would keep the loop awake without ever writing.
-        if (!entry->worker->isValid() || !entry->worker->hasWrittingData()) continue;
+        if (!entry->worker->isValid() || !entry->worker->needsServing()) continue;
         const auto armed =
             canWriteNow(*entry) ? WatchedDescriptors::Armed::kNever : mDescriptors.armWrite(*entry);
         if (armed == WatchedDescriptors::Armed::kNever) direct.push_back(entry->registration());
@@ -62,6 +62,16 @@ void WorkerRegistry::retryWrite(const Registration& registration) {
     AutoLock lock(mLock);
     WorkerEntry* const entry = entryOf(registration);
     if (entry != nullptr) pushRetry(*entry);
+}
+
+bool WorkerRegistry::hasWrites() {
+    AutoLock lock(mLock);
+    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = mOrder.next(*entry)) {
+        Worker* const worker = entry->worker;
+        if (entry->ready && worker->isValid() && (worker->hasWrittingData() || worker->isLeaving()))
+            return true;
+    }
+    return false;
 }
 
 bool WorkerRegistry::disarmWrite(EpollToken token) {
@@ -124,6 +134,7 @@ void WorkerRegistry::takeDueRetries() {
 // Whether a write finds out by itself, without waiting, what the descriptor takes. One of a device
 // of the application's is asked for its mode each time, which the application may have changed.
 bool WorkerRegistry::canWriteNow(const WorkerEntry& entry) {
+    if (!entry.worker->hasWrittingData()) return true;
     return mDescriptors.canArmWrite(entry) &&
            (entry.worker->drainsWithoutWaiting() ||
             (fcntl(entry.worker->getFd(), F_GETFL) & O_NONBLOCK) != 0);

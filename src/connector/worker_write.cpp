@@ -9,8 +9,12 @@
 #include <cerrno>
 #include <utility>
 
+#include "connector/gather_scope.h"
 #include "connector/parser_call.h"
 #include "connector/queued_write.h"
+#include "connector/worker_flow.h"
+#include "connector/worker_tick.h"
+#include "connector/write_outcome.h"
 #include "device/own_socket.h"
 
 // The ways into the write queue and past it; see worker_drain.cpp for how it leaves.
@@ -18,38 +22,51 @@
 namespace vyn {
 
 Worker::~Worker() {
+    GatherScope::remove(this);
     for (QueuedWrite* write = mWriteQueue.first; write != nullptr;) {
         QueuedWrite::destroy(std::exchange(write, write->next));
     }
+    Flow* const flow = existingFlow();
+    if (flow == nullptr) return;
+    if (flow->gathered != nullptr) QueuedWrite::destroy(flow->gathered);
+    delete flow;
 }
 
 void Worker::onPacketCreated(const void* data, int len) {
     if (checkValid()) writeRaw(data, len);
 }
 
-void Worker::write(Command* cmd) {
+bool Worker::write(Command* cmd) {
     if (mAuthenticator != nullptr && !mAuthenticator->pass()) {
         VYN_LOG_WARNING << "not authenticated";
-        return;
+        return false;
     }
-    if (!checkValid()) return;
-    mLastWriteTick.store(helper::mtick(), std::memory_order_relaxed);
+    if (!checkValid()) return false;
+    mLastWriteTick.store(tick32(), std::memory_order_relaxed);
     onBeforeCreatePacket(cmd);
-    VYN_CHECK_OR_RETURN(mParser != NULL);
+    VYN_CHECK_OR_RETURN_VALUE(mParser != NULL, false);
     ParserCall call(mParser, this);
+    const WriteOutcome outcome(this);
     mParser->setListener(this);
     mParser->createPacket(cmd);
+    return outcome.isWhole();
 }
 
-void Worker::writeRaw(const void* data, int len) {
-    if (!checkValid()) return;
+bool Worker::writeRaw(const void* data, int len) {
+    if (!mayWrite()) return WriteOutcome::note(this, false);
+    const Flow* const flow = existingFlow();
+    const bool isEager = flow != nullptr && flow->isEager;
+    bool isWhole;
     if (mSelfCall) {
-        writeForSelfCall(data, len);
+        isWhole = writeForSelfCall(data, len);
+    } else if (isEager) {
+        isWhole = writeEagerly(data, len);
     } else if (config::isAsyncWritting()) {
-        queueWritting(data, len);
+        return queueWritting(data, len);
     } else {
-        writeDirectly(data, len);
+        isWhole = writeDirectly(data, len);
     }
+    return WriteOutcome::note(this, isWhole);
 }
 
 int Worker::instantWrite(const void* data, int len) {
@@ -57,114 +74,131 @@ int Worker::instantWrite(const void* data, int len) {
         VYN_LOG_WARNING << "mDevice is null";
         return len;
     }
-    return mDevice->write(data, len);
+    const int ret = mDevice->write(data, len);
+    if (ret > 0) mLastSentTick.store(tick32(), std::memory_order_relaxed);
+    return ret;
 }
 
-void Worker::queueWritting(const void* data, int len) {
-    if (!checkValid()) return;
-    QueuedWrite* const write = createWrite(data, len);
-    if (write == nullptr) return;
-    int pending;
-    {
-        AutoLock lock(mWriteLock);
-        pending = append(write);
-    }
-    onQueued(pending);
+bool Worker::queueWritting(const void* data, int len) {
+    return WriteOutcome::note(this, mayWrite() && queueRest(data, len, false));
+}
+
+bool Worker::mayWrite(const char* operation) {
+    if (!checkValid(operation)) return false;
+    if (!isLeaving()) return true;
+    VYN_LOG_WARNING << "no write after disconnectWhenWritten()";
+    return false;
 }
 
 // What is still queued, from a time of asynchronous writing or from another thread, goes first.
-void Worker::writeDirectly(const void* data, int len) {
-    const Drained drained = hasWrittingData() ? drainOrEnd() : Drained::kAll;
-    if (isEnd(drained)) return;
-    if (drained != Drained::kAll) {
-        queueWritting(data, len);
-        return;
-    }
+bool Worker::writeDirectly(const void* data, int len) {
+    const Drained drained = hasWrittingData() ? drainAside() : Drained::kAll;
+    if (isEnd(drained)) return false;
+    if (drained != Drained::kAll) return queueRest(data, len, false);
     const int ret = instantWrite(data, len);
     if (ret < len) VYN_LOG_ERRNO_ERROR << "ret < len. " << ret << " bytes written.";
+    return ret >= len;
 }
 
 // No packet may be cut, neither a queued one by this one nor this one by the next.
-void Worker::writeForSelfCall(const void* data, int len) {
-    const Drained drained = hasWrittingData() ? drainOrEnd(true) : Drained::kAll;
-    if (isEnd(drained)) return;
+bool Worker::writeForSelfCall(const void* data, int len) {
+    {
+        AutoLock lock(mWriteLock);
+        closeGathered(true);
+    }
+    const Drained drained = hasWrittingData() ? drainAside(true) : Drained::kAll;
+    if (isEnd(drained)) return false;
     int written = 0;
     if (drained == Drained::kAll) {
         const int ret = instantWrite(data, len);
         const bool isOnlyLate = ret < 1 && errno == EAGAIN && OwnSocket::of(mDevice).exists();
         VYN_LOG_DEBUG << "write len " << len << " ret len " << ret << " for self call";
-        if (ret >= len || (ret < 1 && !isOnlyLate)) return;
+        if (ret >= len) return true;
+        if (ret < 1 && !isOnlyLate) return false;
         written = std::max(ret, 0);
     }
     VYN_LOG_ERROR << written << " of " << len
                   << " bytes written for self call, the rest is next in the queue. " << this;
-    queueNext(static_cast<const char*>(data) + written, len - written);
+    return queueRest(static_cast<const char*>(data) + written, len - written, true);
 }
 
-void Worker::queueNext(const void* data, int len) {
-    QueuedWrite* const write = createWrite(data, len);
-    if (write == nullptr) return;
-    int pending;
+// Behind all others, or next in line. False when that ends the connection.
+bool Worker::queueRest(const void* data, int len, bool isNext) {
+    QueuedWrite* const write = QueuedWrite::create(data, len);
+    if (write == nullptr) {
+        endWithoutMemory(len);
+        return false;
+    }
+    bool isTooMuchNow;
     {
         AutoLock lock(mWriteLock);
-        pending = insertNext(write);
+        isNext ? insertNext(write) : append(write);
+        isTooMuchNow = isTooMuch();
     }
-    onQueued(pending);
+    return onQueued(isTooMuchNow);
 }
 
-// Null when there is no memory. The peer would miss the bytes in the middle of all others, so that
-// ends the connection.
-QueuedWrite* Worker::createWrite(const void* data, int len) {
-    QueuedWrite* const write = QueuedWrite::create(data, len);
-    if (write != nullptr) return write;
+// The peer would miss the bytes in the middle of all others, so this ends the connection.
+void Worker::endWithoutMemory(int len) {
     VYN_LOG_ERROR << "out of memory, " << len << " bytes are not written by worker "
                   << static_cast<const void*>(this) << ", disconnect it.";
-    end(End::kNoMemory);
-    return nullptr;
+    end(DisconnectReason::kError, ENOMEM);
 }
 
-// Returns how many writes are waiting now, as insertNext().
-int Worker::append(QueuedWrite* write) {
+void Worker::append(QueuedWrite* write) {
+    closeGathered();
+    mPendingWrites.fetch_add(1, std::memory_order_relaxed);
+    link(write);
+}
+
+// At the end of the list.
+void Worker::link(QueuedWrite* write) {
     (mWriteQueue.last == nullptr ? mWriteQueue.first : mWriteQueue.last->next) = write;
     mWriteQueue.last = write;
-    mPendingWrites.fetch_add(1, std::memory_order_relaxed);
-    return waiting();
+    Flow* const flow = existingFlow();
+    if (flow == nullptr || flow->lowMark == 0 || flow->wasAboveMark) return;
+    flow->wasAboveMark = bytesBehind(0) >= flow->lowMark;
 }
 
 // In front of all whole packets but those that were put there before.
-int Worker::insertNext(QueuedWrite* write) {
+void Worker::insertNext(QueuedWrite* write) {
     write->first = true;
-    if (mInFlight > 0) return append(write);  // nobody knows yet what is whole
     QueuedWrite** place = &mWriteQueue.first;
     while (*place != nullptr && (*place)->first) place = &(*place)->next;
-    if (*place == nullptr) return append(write);
-    write->next = std::exchange(*place, write);
+    // Nobody knows what is whole of those on their way.
+    if (*place == nullptr || mInFlight > 0) return append(write);
     mPendingWrites.fetch_add(1, std::memory_order_relaxed);
-    return waiting();
+    write->next = std::exchange(*place, write);
 }
 
-void Worker::onQueued(int pending) {
+bool Worker::onQueued(bool isTooMuchNow) {
     // Without a connector the writes wait until the worker is added to one.
-    Connector* connector = getConnector();
-    if (connector != nullptr) connector->queueWrite(this);
-    if (pending > kMostPendingWrites) end(End::kOverflow);
+    requestServing();
+    if (isTooMuchNow) end(DisconnectReason::kOverflow);
+    return !isTooMuchNow;
 }
 
-// The caller may be in the middle of something, such as parsing, that could not bear the worker
-// being deleted, or on another thread than the loop: so the loop gets to report it, once.
-void Worker::end(End why) {
-    if (!mValid.exchange(false, std::memory_order_relaxed)) return;
-    mEnd.store(why, std::memory_order_relaxed);
-    Connector* connector = getConnector();
-    if (connector == nullptr || !connector->queueOverflow(this)) onWriteQueueOverflow();
+bool Worker::isTooMuch() {
+    if (waiting() > kMostPendingWrites) return true;
+    const Flow* const flow = existingFlow();
+    return flow != nullptr && flow->maxPendingBytes > 0 &&
+           bytesBehind(mInFlight) > flow->maxPendingBytes;
 }
 
-void Worker::onWriteQueueOverflow() {
-    if (mEnd.load(std::memory_order_relaxed) == End::kOverflow) {
-        VYN_LOG_ERROR << "\033[1;31mAlert! \033[mclient blocks " << mPendingWrites
-                      << " writting requests, disconnect it. " << this;
+// How many of the writes the device has not been given yet, or has not taken.
+int Worker::waiting() const { return mPendingWrites.load(std::memory_order_relaxed) - mInFlight; }
+
+// What is left of all writes but the first so many. There are never many more than a hundred.
+size_t Worker::bytesBehind(int writes) {
+    size_t bytes = 0;
+    for (const QueuedWrite* write = mWriteQueue.first; write != nullptr; write = write->next) {
+        if (--writes < 0) bytes += static_cast<size_t>(write->remaining());
     }
-    onDisconnected();
+    const Flow* const flow = existingFlow();
+    if (flow != nullptr && flow->gathered != nullptr) {
+        bytes += static_cast<size_t>(flow->gathered->remaining());
+    }
+    return bytes;
 }
 
 }  // namespace vyn

@@ -5,10 +5,14 @@
 #include <cerrno>
 
 #include "connector/life_watch.h"
+#include "device/read_size.h"
 
 namespace vyn {
 
-Device::~Device() { LifeWatch::end(this); }
+Device::~Device() {
+    LifeWatch::end(this);
+    forgetReadSize(*this);
+}
 
 const char* Device::getClassName() { return "Device"; }
 
@@ -64,15 +68,40 @@ void BaseDevice::onDataArrival(int) {
 int BaseDevice::create() { return -1; }
 
 int BaseDevice::readAndReport() {
+    const int size = readSizeOf(*this, mWorker);
+    if (size > 0) return readAndReport(size);
     char buffer[2048] = {};
     const int count = read(buffer, sizeof buffer);
     if (count > 0) onData(buffer, count);
     return count;  // the device may be gone by now
 }
 
+// Into memory of the thread's; where there is none, what fits elsewhere.
+int BaseDevice::readAndReport(int size) {
+    char few[256];
+    ReadBuffer buffer(static_cast<size_t>(size));
+    const bool isThere = buffer.bytes() != nullptr;
+    char* const bytes = isThere ? buffer.bytes() : few;
+    const int count = read(bytes, isThere ? size : static_cast<int>(sizeof few));
+    if (count > 0) onData(bytes, count);
+    return count;
+}
+
+bool BaseDevice::setReadSize(int bytes) {
+    if (bytes < 1 || bytes > kMostReadSize) return false;
+    mWorker == nullptr ? rememberReadSize(*this, bytes) : mWorker->setReadSize(bytes);
+    return true;
+}
+
 void BaseDevice::reportEnd(int count) {
     if (count == 0) errno = 0;  // whatever it was, it is not why the stream ends
+    const int error = errno;
     VYN_LOG_ERRNO_INFO << "read. ret:" << count;
+    if (mWorker != nullptr) {
+        if (count == 0 && mWorker->outlivesEndOfStream()) return;
+        mWorker->setDisconnectReason(
+            count == 0 ? DisconnectReason::kEndOfStream : DisconnectReason::kError, error);
+    }
     onDisconnected();
 }
 

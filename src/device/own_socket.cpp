@@ -1,5 +1,8 @@
 #include "device/own_socket.h"
 
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <vyn/net_device.h>
 #include <vyn/unix_device.h>
@@ -50,6 +53,23 @@ Sent sendNow(int fd, const iovec* parts, int count) {
     const ssize_t sent =
         io::uninterrupted([&] { return ::sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL); });
     return {static_cast<int>(sent), sent < 0 ? errno : 0};
+}
+
+bool isDatagramSocket(int fd) { return io::getOption(fd, SOL_SOCKET, SO_TYPE) == SOCK_DGRAM; }
+
+void endSending(int fd) {
+    if (io::getOption(fd, SOL_SOCKET, SO_TYPE) == SOCK_STREAM) ::shutdown(fd, SHUT_WR);
+}
+
+bool hasBytesUnderWay(int fd) {
+    int bytes = 0;
+    return io::getOption(fd, SOL_SOCKET, SO_PROTOCOL) == IPPROTO_TCP &&
+           ::ioctl(fd, SIOCOUTQ, &bytes) == 0 && bytes > 0;
+}
+
+bool hasUnreadBytes(int fd) {
+    char byte;
+    return io::receive(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT, nullptr, nullptr) > 0;
 }
 
 int writeToSocket(const Device* device, SocketBase& socket, bool isStream, const void* data,

@@ -30,6 +30,14 @@ struct Sent {
 // Sends the parts, in one call and without waiting.
 Sent sendNow(int fd, const iovec* parts, int count);
 
+// Of any descriptor: whether it is a socket for datagrams; ends this side's half of a stream;
+// whether there are bytes that the peer's system has not confirmed yet, which is known for TCP
+// only; and whether there are bytes to read.
+bool isDatagramSocket(int fd);
+void endSending(int fd);
+bool hasBytesUnderWay(int fd);
+bool hasUnreadBytes(int fd);
+
 // What the write() of the library's devices does: sends as SocketBase::send(), but without waiting
 // while a worker drains its queue.
 int writeToSocket(const Device* device, SocketBase& socket, bool isStream, const void* data,

@@ -1,0 +1,165 @@
+#include <vyn/connector.h>
+#include <vyn/logging.h>
+#include <vyn/worker.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "connector/gather_scope.h"
+#include "connector/queued_write.h"
+#include "connector/worker_flow.h"
+#include "device/own_socket.h"
+
+// Eager writing: at once, or gathered while a read is handled.
+
+namespace vyn {
+
+namespace {
+
+// Copying more than this costs more than sending it by itself.
+constexpr int kLargestGathered = 16 << 10;
+constexpr int kMostGathered = 64 << 10;
+constexpr int kFirstRoom = 1 << 10;
+
+}  // namespace
+
+GatherScope::~GatherScope() {
+    if (tFirst != nullptr && mReader != nullptr) {
+        // By its address only, since it may be gone.
+        for (Worker* worker = tFirst; worker != nullptr;
+             worker = worker->existingFlow()->nextGathering) {
+            if (worker != mReader) continue;
+            flush(worker);
+            break;
+        }
+    }
+    // A device that is written to here may gather again, for another one.
+    while (tDepth == 1 && tFirst != nullptr) flush(tFirst);
+    --tDepth;
+}
+
+void GatherScope::add(Worker* worker) {
+    Worker::Flow& flow = *worker->existingFlow();
+    if (std::exchange(flow.isGathering, true)) return;
+    flow.nextGathering = std::exchange(tFirst, worker);
+}
+
+void GatherScope::remove(Worker* worker) {
+    Worker::Flow* const flow = worker->existingFlow();
+    if (flow == nullptr || !std::exchange(flow->isGathering, false)) return;
+    Worker** link = &tFirst;
+    while (*link != nullptr && *link != worker) link = &(*link)->existingFlow()->nextGathering;
+    if (*link != nullptr) *link = flow->nextGathering;
+}
+
+void GatherScope::flush(Worker* worker) {
+    remove(worker);
+    worker->flushGathered();
+}
+
+void Worker::setEagerWriting(bool on) {
+    if (!on) flushGathered();
+    AutoLock lock(mWriteLock);
+    flow().isEager = on;
+    flow().gathers = !isDatagramSocket(getFd());
+}
+
+bool Worker::writeEagerly(const void* data, int len) {
+    const Connector* const connector = getConnector();
+    if (connector != nullptr && Connector::current() != connector) {
+        return queueRest(data, len, false);
+    }
+    if (GatherScope::isOpen() && existingFlow()->gathers) {
+        const bool isLarge = len >= kLargestGathered;
+        return isLarge ? writeBehindGathered(data, len) : gather(data, len);
+    }
+    return writeBehindGathered(data, len);
+}
+
+// Gives the device what was gathered, and these bytes, unless something else waits already.
+bool Worker::writeBehindGathered(const void* data, int len) {
+    bool isIdle;
+    {
+        AutoLock lock(mWriteLock);
+        isIdle = mWriteQueue.first == nullptr;
+        closeGathered();
+    }
+    if (!isIdle) return queueRest(data, len, false);
+    WriteTail tail{data, len};
+    if (isEnd(drainAside(false, &tail))) return false;
+    if (tail.taken == len) return !tail.isLost;
+    return queueRest(static_cast<const char*>(data) + tail.taken, len - tail.taken, tail.taken > 0);
+}
+
+bool Worker::gather(const void* data, int len) {
+    bool isFull;
+    {
+        AutoLock lock(mWriteLock);
+        const QueuedWrite* const gathered = flow().gathered;
+        isFull = gathered != nullptr && gathered->size + len > kMostGathered;
+        if (!isFull && makeRoom(len)) {
+            flow().gathered->add(data, len);
+            GatherScope::add(this);
+            return true;
+        }
+    }
+    if (isFull) return writeBehindGathered(data, len);
+    endWithoutMemory(len);
+    return false;
+}
+
+// False when there is no memory.
+bool Worker::makeRoom(int len) {
+    QueuedWrite*& gathered = flow().gathered;
+    if (gathered != nullptr && gathered->room() >= len) return true;
+    const int used = gathered == nullptr ? 0 : gathered->size;
+    QueuedWrite* const larger = QueuedWrite::create(std::max(kFirstRoom, 2 * (used + len)));
+    if (larger == nullptr) return false;
+    if (gathered == nullptr) {
+        mPendingWrites.fetch_add(1, std::memory_order_relaxed);
+    } else {
+        larger->add(gathered->data, used);
+        QueuedWrite::destroy(gathered);
+    }
+    gathered = larger;
+    return true;
+}
+
+// What is gathered becomes a queued write like any other; with `isFirst` one that no self call goes
+// before.
+void Worker::closeGathered(bool isFirst) {
+    Flow* const flow = existingFlow();
+    if (flow == nullptr || flow->gathered == nullptr) return;
+    QueuedWrite* const write = std::exchange(flow->gathered, nullptr);
+    write->first = isFirst;
+    link(write);
+}
+
+// Writes at once what was gathered, unless something waits already.
+void Worker::flushGathered() {
+    bool isIdle;
+    {
+        AutoLock lock(mWriteLock);
+        isIdle = mWriteQueue.first == nullptr;
+        closeGathered();
+    }
+    const Drained drained = isIdle ? drainAside() : Drained::kAwaitsWritable;
+    if (drained == Drained::kAll || isEnd(drained)) return;
+    bool isTooMuchNow;
+    {
+        AutoLock lock(mWriteLock);
+        isTooMuchNow = isTooMuch();
+    }
+    onQueued(isTooMuchNow);
+}
+
+// For drains in the middle of something else: the listener hears of them from the loop.
+Worker::Drained Worker::drainAside(bool onlyFirst, WriteTail* tail) {
+    const Drained drained = drainOrEnd(onlyFirst, tail);
+    const Flow* const flow = existingFlow();
+    if (!isEnd(drained) && flow != nullptr && flow->hasNews) requestServing();
+    return drained;
+}
+
+}  // namespace vyn

@@ -1,0 +1,141 @@
+#include "connector/worker_flow.h"
+
+#include <vyn/connector.h>
+#include <vyn/logging.h>
+#include <vyn/worker.h>
+
+#include "connector/queued_write.h"
+#include "connector/worker_tick.h"
+
+// What an application does about slow peers; see worker_end.cpp for how a connection ends.
+
+namespace vyn {
+
+namespace {
+
+// Answers to a large read may be many times as large.
+constexpr size_t kMaxPendingOfLargeReads = 16 << 20;
+
+}  // namespace
+
+WriteListener::~WriteListener() = default;
+
+Worker::Flow& Worker::flow() {
+    Flow* flow = existingFlow();
+    if (flow == nullptr) {
+        flow = new Flow;
+        mFlow.store(flow, std::memory_order_release);
+    }
+    return *flow;
+}
+
+int Worker::pendingWrites() const { return mPendingWrites.load(std::memory_order_relaxed); }
+
+size_t Worker::pendingBytes() {
+    AutoLock lock(mWriteLock);
+    return bytesBehind(0);
+}
+
+long Worker::sinceLastSent() const {
+    return helper::tickDifference(helper::mtick(), mLastSentTick.load(std::memory_order_relaxed));
+}
+
+void Worker::setMaxPendingBytes(size_t bytes) {
+    AutoLock lock(mWriteLock);
+    flow().maxPendingBytes = bytes;
+}
+
+void Worker::setWriteListener(WriteListener* listener, size_t lowMark) {
+    AutoLock lock(mWriteLock);
+    flow().listener = listener;
+    flow().lowMark = lowMark;
+    flow().wasAboveMark = lowMark > 0 && bytesBehind(0) >= lowMark;
+}
+
+// After some of the queue was taken.
+void Worker::noteWritten() {
+    Flow* const flow = existingFlow();
+    if (flow == nullptr || flow->listener == nullptr) return;
+    const bool isBelowMark = flow->wasAboveMark && bytesBehind(0) < flow->lowMark;
+    if (isBelowMark) flow->wasAboveMark = false;
+    if (isBelowMark || mPendingWrites.load(std::memory_order_relaxed) == 0) flow->hasNews = true;
+}
+
+void Worker::reportWritten() {
+    Flow* const flow = existingFlow();
+    if (flow == nullptr || !flow->hasNews.exchange(false) || !isValid()) return;
+    WriteListener* listener;
+    {
+        AutoLock lock(mWriteLock);
+        listener = flow->listener;
+    }
+    if (listener != nullptr) listener->onWritten(this);
+}
+
+bool Worker::needsServing() {
+    if (hasWrittingData()) return true;
+    const Flow* const flow = existingFlow();
+    return flow != nullptr && (flow->hasNews || flow->isLeaving ||
+                               (mReadingStops.load(std::memory_order_relaxed) & kStreamHasEnded));
+}
+
+void Worker::requestServing() {
+    Connector* const connector = getConnector();
+    if (connector != nullptr) connector->queueWrite(this);
+}
+
+void Worker::pauseReading() {
+    {
+        AutoLock lock(mWriteLock);
+        Flow& own = flow();
+        if (own.isLeaving || isReadingPaused()) return;
+        own.pausedAt = tick32();
+        mReadingStops.fetch_or(kPausedByApplication);
+    }
+    updateReading();
+}
+
+void Worker::resumeReading() {
+    {
+        AutoLock lock(mWriteLock);
+        if (!isReadingPaused()) return;
+        // The peer's silence begins where it was interrupted.
+        const long silent =
+            helper::tickDifference(flow().pausedAt, mLastReadTick.load(std::memory_order_relaxed));
+        mLastReadTick.store(static_cast<int32_t>(helper::mtick() - silent),
+                            std::memory_order_relaxed);
+        mReadingStops.fetch_and(static_cast<unsigned char>(~kPausedByApplication));
+    }
+    updateReading();
+}
+
+bool Worker::isReadingPaused() const {
+    return (mReadingStops.load(std::memory_order_relaxed) & kPausedByApplication) != 0;
+}
+
+void Worker::updateReading() {
+    Connector* const connector = getConnector();
+    if (connector != nullptr) connector->updateReadingOf(this);
+}
+
+// How long the peer has been silent by then, not counting pauses.
+long Worker::silenceUntil(long until) {
+    if (isReadingPaused()) {
+        AutoLock lock(mWriteLock);
+        until = flow().pausedAt;
+    }
+    return helper::tickDifference(until, mLastReadTick.load(std::memory_order_relaxed));
+}
+
+void Worker::setReadSize(int bytes) {
+    AutoLock lock(mWriteLock);
+    flow().readSize = bytes;
+    if (flow().maxPendingBytes == 0) flow().maxPendingBytes = kMaxPendingOfLargeReads;
+}
+
+int Worker::readSize() const {
+    const Flow* const flow = existingFlow();
+    return flow == nullptr ? 0 : flow->readSize;
+}
+
+}  // namespace vyn

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <vyn/helper.h>
+
+#include <cstdint>
+
+namespace vyn {
+
+// helper::mtick() in the 32 bits that it has.
+inline int32_t tick32() { return static_cast<int32_t>(helper::mtick()); }
+
+}  // namespace vyn
