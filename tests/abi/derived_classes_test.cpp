@@ -13,11 +13,10 @@
 
 #include <sstream>
 
-#include "support/fake_device.h"
-#include "support/line_protocol.h"
+#include "support/application.h"
+#include "support/devices.h"
+#include "support/files.h"
 #include "support/log_capture.h"
-#include "support/recording_executor.h"
-#include "support/temporary_folder.h"
 
 // This program is linked with the shared library, as an application is. A class that is derived
 // from one of the library's needs its vtable and, with run-time type information, that of the base:

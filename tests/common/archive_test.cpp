@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
 #include <vyn/archive.h>
 
-#include "support/log_capture.h"
+#include "support/support.h"
 
 namespace vyn::testing {
 namespace {
@@ -36,14 +35,14 @@ TEST(Archive, ReadsTheWholeRecordsOfABlockBehindWhatItHolds) {
 
 TEST(Archive, GetsNoMoreThanTheTargetTakesAndNothingWithoutAnItem) {
     Archive archive;
-    std::string text = "....", target = "........";
-    archive.get(target.data(), 8);
+    std::string text = "....";
     archive >> text << Buffer() >> text;
     EXPECT_EQ(text, "....") << "an empty item leaves it, too";
-    for (const int size : {2, 8}) {
-        archive.put("12345", 5);
-        archive.get(target.data(), size);
-        EXPECT_EQ(target, size == 2 ? "12......" : "12345...");
+    for (const int size : {2, 4}) {
+        archive.get(text.data(), size);
+        archive.put("123", 3);
+        archive.get(text.data(), size);
+        EXPECT_EQ(text, size == 2 ? "12.." : "123.");
     }
 }
 
@@ -69,7 +68,7 @@ TEST(Archive, WarnsOfAnItemOfMoreThan100MiBAndWritesIt) {
     Buffer flat;
     archive.copyTo(flat);
     EXPECT_EQ(flat.size, 2 * kLimit + 9);
-    EXPECT_EQ(log.texts(), std::vector<std::string>{"len is abnormal, len = 104857601"});
+    EXPECT_EQ(log.texts(), Strings{"len is abnormal, len = 104857601"});
 }
 
 struct Named : Serializer {

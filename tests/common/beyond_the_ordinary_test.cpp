@@ -1,21 +1,14 @@
 // Sizes, depths and arguments that only few callers ever use.
 
-#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/xattr.h>
 #include <vyn/archive.h>
 #include <vyn/helper.h>
 #include <vyn/ini_config.h>
-#include <vyn/message.h>
-#include <vyn/property.h>
 #include <vyn/xml_codec.h>
 
-#include <sstream>
-
 #include "common/archive_items.h"
-#include "support/log_capture.h"
-#include "support/property_file.h"
-#include "support/temporary_folder.h"
+#include "support/support.h"
 
 namespace vyn {
 namespace {

@@ -3,23 +3,14 @@
 
 #include <dirent.h>
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vyn/file_utils.h>
 #include <vyn/ini_config.h>
 #include <vyn/thread_pool.h>
 
-#include <atomic>
 #include <cstring>
-#include <filesystem>
 
-#include "support/fatal_capture.h"
-#include "support/log_capture.h"
-#include "support/plain_user.h"
-#include "support/temporary_folder.h"
-#include "support/wait.h"
+#include "support/support.h"
 
 namespace {
 

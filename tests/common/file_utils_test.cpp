@@ -1,14 +1,8 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vyn/file_utils.h>
 
-#include <cerrno>
 #include <climits>
 
-#include "support/log_capture.h"
-#include "support/plain_user.h"
-#include "support/temporary_folder.h"
+#include "support/support.h"
 
 namespace vyn::testing {
 namespace {
@@ -21,8 +15,7 @@ TEST(FileUtils, CreateMeasureAndReadFiles) {
     EXPECT_EQ(readFile(path, out), 300000);
     EXPECT_EQ(std::string(out.data, 300000), content);
     EXPECT_TRUE(createfile(folder / "new"));
-    EXPECT_EQ(readFile(folder / "new", out), 0);
-    EXPECT_EQ(out.size, 0);
+    EXPECT_EQ(readFile(folder / "new", out) + out.size, 0);
     ASSERT_EQ(truncate(path.c_str(), 3000000000), 0);
     EXPECT_EQ(filesize(path), INT_MAX);
     ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
@@ -49,10 +42,9 @@ TEST(FileUtils, LogWhatTheyCannotDo) {
         EXPECT_FALSE(fileexists(secret)) << "silently";
     }
     const std::string none = "[2] No such file or directory. ";
-    const std::string stat = none + "stat fail.", open = none + "fopen fail.";
-    EXPECT_EQ(log.texts(), (std::vector<std::string>{stat, stat, open, none + "fread fail.",
-                                                     "[21] Is a directory. fread fail.",
-                                                     "[13] Permission denied. fopen fail."}));
+    EXPECT_EQ(log.texts(), (Strings{none + "stat fail.", none + "stat fail.", none + "fopen fail.",
+                                    none + "fread fail.", "[21] Is a directory. fread fail.",
+                                    "[13] Permission denied. fopen fail."}));
 }
 
 // The kernel announces a page for such a file and gives less, as a file does that shrinks after its
@@ -64,10 +56,9 @@ TEST(FileUtils, FailToReadAFileThatEndsBeforeItsSize) {
     LogCapture log;
     Buffer out;
     EXPECT_EQ(readFile(path, out), -EIO);
-    EXPECT_EQ(log.count("[5] Input/output error. fread fail."), 1);
+    EXPECT_EQ(log.texts(), Strings{"[5] Input/output error. fread fail."});
     EXPECT_EQ(out.size, size);
-    EXPECT_EQ(out[0], '0') << "what could be read is there";
-    EXPECT_EQ(out[-1], 0);
+    EXPECT_TRUE(out[0] == '0' && out[-1] == 0) << "what could be read is there";
 }
 
 TEST(FileUtils, CountDirectoriesWithNamesOf9And16Characters) {

@@ -1,22 +1,15 @@
-#include <gtest/gtest.h>
 #include <vyn/helper.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <fstream>
+#include <regex>
 #include <set>
-#include <vector>
 
 #include "common/checksum.h"
-#include "support/descriptors.h"
-#include "support/emulator.h"
-#include "support/log_capture.h"
-#include "support/manual_clock.h"
+#include "support/support.h"
 
 namespace vyn::helper {
 namespace {
 
-using Pieces = std::vector<std::string>;
+using Pieces = testing::Strings;
 
 TEST(HelperString, TrimsAndComparesTheEndsOnly) {
     EXPECT_EQ(trim("\t a b\r\n"), "a b");
@@ -33,26 +26,16 @@ TEST(HelperString, SplitsAtEachDelimiterAndIntoAContainerWithoutAnEmptyLastPiece
         if (pieces.back().empty()) pieces.pop_back();
         std::list<std::string> list{"old"};
         Pieces vector{"old"};
-        EXPECT_EQ(split(text, list, ','), static_cast<int>(pieces.size()));
-        EXPECT_EQ(split(text, vector, ','), static_cast<int>(pieces.size()));
+        EXPECT_EQ(split(text, list, ',') + split(text, vector, ','),
+                  static_cast<int>(2 * pieces.size()));
         EXPECT_EQ(l2v(list), pieces);
         EXPECT_EQ(v2l(vector), list);
     }
     EXPECT_EQ(implode({"a", "", "b"}, ", "), "a, , b");
-    EXPECT_EQ(dumplist({"a", "b"}, '|'), "|a|b|");
-    EXPECT_EQ(dumplist({}, '|'), "|");
+    EXPECT_EQ(dumplist({"a", "b"}, '|') + dumplist({}, '|'), "|a|b||");
 }
 
-TEST(Tick, TurnsNegativeBehindItsLargestValueAndDifferencesStayExact) {
-    testing::ManualClock clock(INT32_MAX);
-    const long largest = mtick();
-    clock.advance(1);
-    EXPECT_EQ(mtick(), INT32_MIN);
-    EXPECT_EQ(tickDifference(mtick(), largest), 1);
-    EXPECT_EQ(tickDifference(INT32_MAX, 0), INT32_MAX);
-}
-
-TEST(Tick, FollowsItsClock) {
+TEST(Tick, FollowsItsClockAndTurnsNegativeBehindItsLargestValue) {
     using std::chrono::duration_cast, std::chrono::milliseconds, std::chrono::system_clock;
     const long monotonic = tick::toTick(ntick() / 1000000), ticks = mtick(), absolute = abstime();
     const auto wall = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
@@ -61,6 +44,10 @@ TEST(Tick, FollowsItsClock) {
                               tickDifference(tick::toTick(wall.count()), absolute)}) {
         EXPECT_TRUE(passed >= 0 && passed < 30000) << passed;
     }
+    testing::ManualClock clock(int64_t{INT32_MAX} + 1);
+    EXPECT_EQ(mtick(), INT32_MIN);
+    EXPECT_EQ(tickDifference(mtick(), INT32_MAX), 1);
+    EXPECT_EQ(tickDifference(INT32_MAX, 0), INT32_MAX);
 }
 
 // Asks for the name without and then with descriptors to read it.
@@ -75,23 +62,25 @@ void askForNameTwice() {
     std::_Exit(getCurrentProcessName() == word.substr(0, 1023) ? 7 : 1);
 }
 
+// In a new process, in which nobody has asked yet. Under an emulator, which cannot execute another,
+// a fork is as good where ctest runs each test by itself.
 TEST(ProcessNameDeathTest, IsTheFirstWordOfTheCommandLineAndAskedForAgainAfterAFailure) {
-    testing::startDeathTestsAnew();
+    std::string command;
+    std::ifstream("/proc/self/comm") >> command;
+    GTEST_FLAG_SET(death_test_style, command.rfind("qemu-", 0) == 0 ? "fast" : "threadsafe");
     EXPECT_EXIT(askForNameTwice(), ::testing::ExitedWithCode(7), "Too many open files. open");
 }
 
 // How many of a hundred identifiers have the marks of a version and a variant at their places.
 int marked(std::string (*make)()) {
-    int marked = 0;
+    const std::regex form("[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}"), marks(".{14}4.{4}[89ab].*");
     std::set<std::string> seen;
+    int marked = 0;
     for (int i = 0; i < 100; ++i) {
-        std::string id = make();
-        seen.insert(id);
-        marked += id[14] == '4' && std::string("89ab").find(id[19]) != std::string::npos;
-        for (char& c : id) c = std::string("0123456789abcdef").find(c) < 16 ? 'x' : c;
-        EXPECT_EQ(id, "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx");
+        const std::string id = make();
+        EXPECT_TRUE(std::regex_match(id, form) && seen.insert(id).second) << id;
+        marked += std::regex_match(id, marks);
     }
-    EXPECT_EQ(seen.size(), 100u);
     return marked;
 }
 
@@ -106,11 +95,9 @@ TEST(Uuid, IsRandomAndHasItsSubstituteWhereTheDeviceCannotBeOpened) {
 }
 
 // The same checksum one bit at a time, without a table.
-uint32_t bitByBit(uint32_t crc, const uint8_t* data, size_t size) {
-    for (size_t i = 0; i < size; ++i) {
-        crc ^= data[i];
-        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1) * 0xEDB88320u);
-    }
+uint32_t addBitByBit(uint32_t crc, uint8_t byte) {
+    crc ^= byte;
+    for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1) * 0xEDB88320u);
     return crc;
 }
 
@@ -120,32 +107,26 @@ TEST(Crc32, EqualsABitByBitComputationAtEveryLengthWithAndWithoutTheProcessorsHe
     for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * i * 7 >> 5);
     for (size_t size = 0; size < 66000; size += size < 300 ? 1 : 997) {
         const uint8_t* unaligned = bytes.data() + 65999 - size;
-        uint32_t expected = bitByBit(0xFFFFFFFF, unaligned, size);
+        uint32_t expected = 0xFFFFFFFF;
+        for (size_t i = 0; i < size; ++i) expected = addBitByBit(expected, unaligned[i]);
         ASSERT_EQ(checksum::addByTables(0xFFFFFFFF, unaligned, size), expected) << size;
         for (size_t rest = size; rest != 0; rest >>= 8) {
-            const auto byte = static_cast<uint8_t>(rest);
-            expected = bitByBit(expected, &byte, 1);
+            expected = addBitByBit(expected, static_cast<uint8_t>(rest));
         }
         ASSERT_EQ(crc32(unaligned, static_cast<int>(size)), expected) << size;
     }
-}
-
-// The published check value over "123456789" is 0xCBF43926, inverted 0x340BC6D9; the length byte 9
-// then moves the register on.
-TEST(Crc32, ContinuesTheStandardValueOverTheLengthWithoutInvertingIt) {
-    const uint8_t length = 9;
-    EXPECT_EQ(crc32("123456789", 9), bitByBit(0x340BC6D9, &length, 1));
     EXPECT_EQ(crc32("x", -5), 0xFFFFFFFF);
+    // The published check value is 0xCBF43926, inverted 0x340BC6D9; the length moves it on.
+    EXPECT_EQ(crc32("123456789", 9), addBitByBit(0x340BC6D9, 9));
 }
 
-// The last digest is the one of the digests of every length around the block's padding limits;
-// computed with another implementation.
-TEST(Md5, GivesTheDigestsOfRfc1321AndPadsEveryLengthAroundABlock) {
+// The first digest is one of RFC 1321; the last is that of the digests of every length around the
+// block's padding limits, computed with another implementation.
+TEST(Md5, PadsEveryLengthAroundABlock) {
     const auto md5Of = [](const std::string& text) {
         return md5sum(text.data(), static_cast<int>(text.size()));
     };
-    EXPECT_EQ(md5sum("abc", -1), "D41D8CD98F00B204E9800998ECF8427E");
-    EXPECT_EQ(md5Of("message digest"), "F96B697D7CB7938D525A2F31AAF161D0");
+    EXPECT_EQ(md5sum("abc", -1), "D41D8CD98F00B204E9800998ECF8427E") << "no bytes";
     std::string digests;
     for (size_t size = 0; size <= 200; ++size) digests += md5Of(std::string(size, 'x'));
     EXPECT_EQ(md5Of(digests), "8AE09F497C75770BAAF4597F52858CDD");

@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
 #include <vyn/xml_codec.h>
 
-#include <climits>
-
-#include "support/log_capture.h"
+#include "support/support.h"
 
 namespace vyn::testing {
 namespace {
@@ -71,15 +68,13 @@ TEST(XmlCodec, ReadsAttributesOfOneNameInTheOrderTheyWerePut) {
     XmlCodec codec("<a n='12 apples' n='x' n='' n='99999999999999999999' n='-3000000000'/>");
     codec.enter("a", false);
     codec.put("n", 4);
-    codec.put("s", 5);
     std::string read;
     for (int i = 0, number = -1; i < 7; ++i) {
         codec.get("n", number);
         read += std::to_string(number) + " ";
     }
-    EXPECT_EQ(read, "12 0 0 2147483647 -2147483648 4 0 ");
-    for (int i = 0; i < 2; ++i) codec.get("s", read);
-    EXPECT_EQ(read, "5") << "what is not there changes no string";
+    codec.get("n", read);
+    EXPECT_EQ(read, "12 0 0 2147483647 -2147483648 4 0 ") << "also as a string that is not there";
 }
 
 TEST(XmlCodec, FindsChildrenByTheirExactNameAndConsumesThem) {
@@ -129,9 +124,11 @@ std::string repeated(int count, const std::string& text) {
 bool isUnderstood(const std::string& xml) { return XmlCodec(xml).has("a"); }
 
 TEST(XmlCodec, Understands256LevelsOfElements) {
-    EXPECT_TRUE(isUnderstood(repeated(255, "<a>") + "<a/>" + repeated(255, "</a>")));
-    EXPECT_FALSE(isUnderstood(repeated(257, "<a>") + repeated(257, "</a>")));
-    EXPECT_FALSE(isUnderstood(repeated(256, "<a>") + "<a/>" + repeated(256, "</a>")));
+    for (const int levels : {255, 256}) {
+        const std::string starts = repeated(levels, "<a>"), ends = repeated(levels, "</a>");
+        EXPECT_EQ(isUnderstood(starts + "<a/>" + ends), levels == 255);
+        EXPECT_TRUE(isUnderstood(starts + ends));
+    }
     for (const std::string element :
          {"<a></a>", "<a b='>'/>", "<!--<b>-->", "<![CDATA[<b>]]>", "<?b <b>?>", "<!b>"}) {
         EXPECT_TRUE(isUnderstood("<a>" + repeated(1000, element) + "</a>")) << element;

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "support/stream_device.h"
 #include "support/support.h"
 
 namespace vyn {

@@ -18,13 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/descriptors.h"
-#include "support/log_capture.h"
-#include "support/loop_thread.h"
-#include "support/received_worker.h"
-#include "support/recording_executor.h"
-#include "support/stream_device.h"
-#include "support/wait.h"
+#include "support/support.h"
 
 // A loop whose calls of the kernel fail, which was held up, or which was inherited by a child says
 // so, goes on where it can, and does not take the whole processor.

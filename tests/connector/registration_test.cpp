@@ -13,13 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/fake_device.h"
-#include "support/log_capture.h"
-#include "support/loop_thread.h"
-#include "support/received_worker.h"
-#include "support/recording_executor.h"
-#include "support/stream_device.h"
-#include "support/wait.h"
+#include "support/support.h"
 
 // What a loop remembers of a worker ends with the worker's registration, and what it remembers of a
 // descriptor with the descriptor's.

@@ -1,19 +1,8 @@
-#include <gtest/gtest.h>
 #include <linux/tcp.h>
-#include <vyn/config.h>
-#include <vyn/worker.h>
-
-#include <atomic>
-#include <string>
-#include <thread>
 
 #include "device/drain_scope.h"
-#include "support/fake_device.h"
-#include "support/log_capture.h"
-#include "support/loop_thread.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 #include "support/transports.h"
-#include "support/wait.h"
 
 // A worker's write queue over real sockets, and what it makes of devices that take a part.
 

@@ -8,12 +8,8 @@
 
 #include <atomic>
 
-#include "support/fatal_capture.h"
-#include "support/log_capture.h"
-#include "support/loop_thread.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 #include "support/transports.h"
-#include "support/wait.h"
 
 namespace {
 

@@ -12,7 +12,6 @@
 
 #include "device/inotify_records.h"
 #include "device/netlink_records.h"
-#include "support/record_feed.h"
 #include "support/support.h"
 
 namespace vyn {

@@ -1,13 +1,8 @@
 // Lines that are written where not all is as it should be.
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-#include <vyn/logging.h>
-
 #include <climits>
 
-#include "support/console_redirect.h"
-#include "support/log_capture.h"
+#include "support/support.h"
 
 namespace {
 

@@ -1,19 +1,11 @@
-#include <gtest/gtest.h>
-#include <vyn/logging.h>
-
-#include <cerrno>
-#include <thread>
-
-#include "support/emulator.h"
-
-#include "support/log_capture.h"
+#include "support/support.h"
 
 namespace logging {
 namespace {
 
 using vyn::testing::FatalCapture;
 using vyn::testing::LogCapture;
-using Texts = std::vector<std::string>;
+using Texts = vyn::testing::Strings;
 
 TEST(LogMessage, IsOneLineWithItsSourcePositionAndAColourReset) {
     const struct {
@@ -57,23 +49,19 @@ TEST(LogMessage, IsEvaluatedAndWrittenOnlyWhenItsLevelPasses) {
 }
 
 TEST(LogMessage, TellsErrnoAndLeavesItAsItWas) {
-    struct Disturber : LogPrinter {
+    struct Disturber : LogCapture {
         void print(const std::string& line) override {
-            text = line;
+            add(line);
             errno = EIO;
         }
-        std::string text;
     } disturber;
-    setLoggingPrinter(&disturber);
     errno = ENOENT;
     VYN_LOG_ERRNO_INFO << "stat fail.";
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_NE(disturber.text.find("]  [2] No such file or directory. stat fail."),
-              std::string::npos);
+    EXPECT_EQ(disturber.texts(), Texts{"[2] No such file or directory. stat fail."});
     // No byte of the default locale stands for this character, which printf reports in errno.
     logging_printf("f", "f", 1, kLevelInfo, "%ls", L"\u4e2d");
     EXPECT_EQ(errno, ENOENT);
-    setLoggingPrinter(nullptr);
 }
 
 // What the system's log shows of lines of all levels: the letters of their priorities.
@@ -96,10 +84,10 @@ TEST(SystemLog, GetsEachLevelAtItsPriorityOrUpToThePrintLevelAsErrors) {
     for (int level = 0; level <= 5; ++level) letters += getLogLevelStr(level);
     EXPECT_EQ(letters, "EEWIDV");
     const LogCapture restoresTheLevel;
-    setLogLevel(0);
-    EXPECT_EQ(getLogLevel(), 1) << "brought back into range";
-    setLogLevel(9);
-    EXPECT_EQ(getLogLevel(), 5);
+    for (const int level : {0, 9}) {
+        setLogLevel(level);
+        EXPECT_EQ(getLogLevel(), level == 0 ? 1 : 5) << "brought back into range";
+    }
     EXPECT_FALSE(passes(6));
 }
 
@@ -126,15 +114,13 @@ TEST(Fatal, IsWrittenWhateverTheLevelAndThenReachesTheAborter) {
         VYN_CHECK_OR_RETURN_VALUE(size > 0, -1);
         return size;
     };
-    EXPECT_EQ(checked(0), -1);
-    EXPECT_EQ(checked(2), 2);
+    EXPECT_EQ(checked(0) + checked(2), 1);
     EXPECT_EQ(log.texts(), (Texts{"no way on", "Check failed. (impl != NULL) after 3",
                                   "Check failed. (size > 0)"}));
     EXPECT_EQ(log.lines(), fatal.lines());
 }
 
 TEST(FatalDeathTest, EndsTheProcessByDefault) {
-    vyn::testing::startDeathTestsAnew();
     EXPECT_DEATH(VYN_CHECK(1 + 1 == 3), "Check failed. \\(1 \\+ 1 == 3\\)");
 }
 

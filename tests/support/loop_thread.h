@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <future>
-#include <memory>
 #include <thread>
 
 namespace vyn::testing {
@@ -15,13 +14,12 @@ class LoopThread {
   public:
     LoopThread() {
         std::promise<Connector*> created;
-        std::future<Connector*> connector = created.get_future();
         mThread = std::thread([&created] {
             Connector loop;
             created.set_value(&loop);
             loop.run();
         });
-        mConnector = connector.get();
+        mConnector = created.get_future().get();
         // Until the loop has started, stop() would have no effect.
         call([] {});
     }
@@ -34,20 +32,18 @@ class LoopThread {
 
     // Runs `function` on the loop's thread and waits for its end.
     void call(std::function<void()> function) {
-        auto* request = new Call{std::move(function)};
-        std::future<void> done = request->done.get_future();
+        auto* request = new Call;
+        request->task = std::packaged_task<void()>(std::move(function));
+        std::future<void> done = request->task.get_future();
         mConnector->sendMessageDelayed(nullptr, Message::obtain(request, 0, 0, 0, nullptr), 0);
         done.get();
     }
 
   private:
     struct Call : Message::Callback {
-        explicit Call(std::function<void()> toRun) : function(std::move(toRun)) {}
-        std::function<void()> function;
-        std::promise<void> done;
+        std::packaged_task<void()> task;
         void onMessage(Message) override {
-            function();
-            done.set_value();
+            task();
             delete this;
         }
     };

@@ -1,3 +1,0 @@
-#pragma once
-
-#include "support/log_capture.h"
