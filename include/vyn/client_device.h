@@ -19,7 +19,8 @@ struct ClientOptions {
     bool reconnect = false;
     // How long to wait before that, in milliseconds: `firstDelayMs` at first, after each failed
     // attempt twice as long, up to `longestDelayMs`. The actual delay is between half of that and
-    // all of it, by chance, so that the clients of a server that comes back do not come all at once.
+    // all of it, by chance, so that the clients of a server that comes back do not come all at
+    // once.
     int firstDelayMs = 100;
     int longestDelayMs = 30000;
     // After how many failed attempts in a row to give up; 0 for never.
@@ -34,8 +35,8 @@ struct ConnectFailure {
     int retryMs;    // the next one follows so many milliseconds later; -1 when there is none
 };
 
-// What a client reports. The functions are called on the loop's thread, where everything is allowed;
-// they may delete the device. Either may be null.
+// What a client reports. The functions are called on the loop's thread, where everything is
+// allowed; they may delete the device. Either may be null.
 struct ClientFunctions {
     std::function<void()> connected;
     std::function<void(const ConnectFailure&)> failed;
@@ -54,8 +55,8 @@ struct ClientFunctions {
 //
 // Executor::onDisconnected() follows when the connection is lost, and when the client gives up.
 // Leave the worker alone there if willReconnect(): when the callback returns, what it still had
-// queued is dropped, it is valid again, and the next attempt follows after the delay. The parser had
-// better forget half a packet then. Remove the worker to be rid of it, as ever.
+// queued is dropped, it is valid again, and the next attempt follows after the delay. The parser
+// had better forget half a packet then. Remove the worker to be rid of it, as ever.
 //
 // While there is no connection the worker's heartbeat goes on: have it ask isConnected().
 class VYN_API ClientDevice : public NetDevice {

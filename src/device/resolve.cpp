@@ -13,8 +13,7 @@ std::vector<SocketAddress> resolve(const std::string& name, int port) {
     hints.ai_socktype = SOCK_STREAM;  // each address once
     hints.ai_flags = AI_ADDRCONFIG | AI_NUMERICSERV;
     addrinfo* first = nullptr;
-    const int error =
-        getaddrinfo(name.c_str(), std::to_string(port).c_str(), &hints, &first);
+    const int error = getaddrinfo(name.c_str(), std::to_string(port).c_str(), &hints, &first);
     if (error != 0) {
         VYN_LOG_INFO << "no address of " << name << ": "
                      << (error == EAI_SYSTEM ? std::strerror(errno) : gai_strerror(error));

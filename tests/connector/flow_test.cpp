@@ -8,13 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "support/fake_device.h"
-#include "support/line_protocol.h"
-#include "support/log_capture.h"
-#include "support/loop_thread.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 #include "support/transports.h"
-#include "support/wait.h"
 
 // What a worker offers for slow peers and for an orderly end.
 

@@ -7,11 +7,8 @@
 
 #include <atomic>
 
-#include "support/loop_thread.h"
-#include "support/received_worker.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 #include "support/transports.h"
-#include "support/wait.h"
 
 namespace vyn {
 namespace {
@@ -30,9 +27,7 @@ struct ServedClient {
                       ++failed;
                   }}),
           worker(&device) {
-        executor.disconnected = [this](Worker*) {
-            ++(device.willReconnect() ? lost : ended);
-        };
+        executor.disconnected = [this](Worker*) { ++(device.willReconnect() ? lost : ended); };
         loop.call([this] {
             loop.connector().addWorkerLocked(&worker, &executor);
             EXPECT_TRUE(device.connect());
@@ -132,7 +127,7 @@ TEST(ClientDevice, GivesUpAndSaysWhy) {
 
 TEST(UnixClientDevice, ConnectsWhenItsServerAppearsAndWritesWhatWaited) {
     testing::UnixTransport transport;
-    const std::string path = transport.newPath();
+    const std::string path = transport.folder / "socket";
     ServedClient<UnixClientDevice> client(persistent(), path);
     client.worker.queueWritting("early", 5);
     ASSERT_TRUE(waitUntil([&] { return client.failed >= 2; }));

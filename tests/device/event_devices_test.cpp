@@ -12,9 +12,7 @@
 #include <fstream>
 #include <memory>
 
-#include "support/log_capture.h"
-#include "support/record_feed.h"
-#include "support/recording_executor.h"
+#include "support/support.h"
 #include "support/transports.h"
 
 namespace vyn {
@@ -165,7 +163,7 @@ TEST(Descriptor, FromElsewhereIsServedAndGivenBack) {
     EXPECT_FALSE(Socket::fromDescriptor(STDIN_FILENO).isValid());
     testing::UnixTransport local;
     UnixSocket bound(UnixSocket::STREAM);
-    ASSERT_TRUE(bound.bind(local.newPath()));
+    ASSERT_TRUE(bound.bind(local.folder / "bound"));
     UnixSocket taken = UnixSocket::fromDescriptor(bound.release());
     UnixListenerDevice listening(&taken);
     EXPECT_TRUE(UnixSocket(UnixSocket::STREAM).connect(listening.getAddress()));
