@@ -1,0 +1,1 @@
+// Nothing of what this lists for such processors matters here.
