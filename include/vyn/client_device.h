@@ -38,8 +38,8 @@ struct ConnectFailure {
 // What a client reports. The functions are called on the loop's thread, where everything is
 // allowed; they may delete the device. Either may be null.
 struct ClientFunctions {
-    std::function<void()> connected;
-    std::function<void(const ConnectFailure&)> failed;
+    std::function<void()> connected;                    // there is a connection now
+    std::function<void(const ConnectFailure&)> failed;  // an attempt has failed
 };
 
 // The client's end of a TCP connection, which neither connecting nor waiting for another attempt
@@ -93,6 +93,7 @@ class VYN_API ClientDevice : public NetDevice {
 // The same over a Unix socket. EAGAIN is the error of a server whose backlog is full.
 class VYN_API UnixClientDevice : public UnixDevice {
   public:
+    // To the server at this path or abstract name, as UnixDevice takes them.
     explicit UnixClientDevice(const std::string& addr, const ClientOptions& options = {},
                               const ClientFunctions& functions = {});
     ~UnixClientDevice() override;

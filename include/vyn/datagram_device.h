@@ -26,10 +26,11 @@ class VYN_API DatagramDevice : public Device {
   public:
     // What has come; valid for the length of the call only.
     struct Datagram {
-        const void* data;
-        int size;  // 0 for an empty one
-        SocketAddress from;
+        const void* data;    // its bytes
+        int size;            // 0 for an empty one
+        SocketAddress from;  // who sent it
     };
+    // Is given each datagram.
     using Function = std::function<void(const Datagram&)>;
 
     // With an open socket that is not bound. `onDatagram` is called on the loop's thread; it may

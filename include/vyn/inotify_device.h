@@ -41,6 +41,7 @@ class VYN_API InotifyDevice : public Device {
         // The kernel has dropped changes: look at everything that is watched.
         [[nodiscard]] bool isOverflow() const;
     };
+    // Is given each change.
     using Function = std::function<void(const Change&)>;
 
     // Opens the descriptor. When that fails it is logged, and the device never reports anything.
@@ -65,6 +66,7 @@ class VYN_API InotifyDevice : public Device {
     // Null restores that.
     void setOnChange(Function onChange);
 
+    // IN_ALL_EVENTS, which takes <sys/inotify.h>.
     static constexpr uint32_t kEveryEvent = 0xFFF;
 
     const char* getClassName() override;

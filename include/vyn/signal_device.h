@@ -26,12 +26,14 @@ namespace vyn {
 // of the program's own (SIGSEGV, ...) stay as they are.
 class VYN_API SignalDevice : public Device {
   public:
+    // One that came.
     struct Signal {
         int number;  // such as SIGTERM
         pid_t pid;   // the process that sent it, or 0 for the kernel; for SIGCHLD the child
         uid_t uid;   // its user
         int status;  // for SIGCHLD: the exit status, or the signal that ended the child
     };
+    // Is given each signal.
     using Function = std::function<void(const Signal&)>;
 
     // Blocks the signals and opens the descriptor. When that fails it is logged, and the device
