@@ -145,13 +145,14 @@ Worker::Drained Worker::judge(WriteBatch& batch) {
 Worker::Drained Worker::judgeEnd(int error) {
     if (isReading() && hasUnreadBytes(getFd())) return Drained::kAwaitsMoment;
     Flow* const flow = isReadingPaused() ? existingFlow() : nullptr;
-    VYN_LOG_ERROR << logging::ErrnoText{error} << "can not write, " << mPendingWrites
-                  << " queued writes are lost, disconnect it"
-                  << (flow == nullptr ? ". " : " when it has been read. ") << this;
     if (flow != nullptr) {
+        VYN_LOG_ERROR << logging::ErrnoText{error} << "can not write, " << mPendingWrites
+                      << " queued writes are lost, disconnect it when it has been read. " << this;
         flow->cannotWrite = true;
         return Drained::kAwaitsRead;
     }
+    VYN_LOG_ERROR << logging::ErrnoText{error} << "can not write, " << mPendingWrites
+                  << " queued writes are lost, disconnect it. " << this;
     setDisconnectReason(DisconnectReason::kError, error);
     return Drained::kFailed;
 }
