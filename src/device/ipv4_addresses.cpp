@@ -47,8 +47,8 @@ Answer readPart(int fd, std::vector<Ipv4Address>& out) {
     alignas(nlmsghdr) char buffer[16384];
     auto left = static_cast<unsigned>(io::receive(fd, buffer, sizeof buffer, 0, nullptr, nullptr));
     if (static_cast<int>(left) < 0) return Answer::kFailed;
-    for (auto* message = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(message, left);
-         message = NLMSG_NEXT(message, left)) {
+    for (auto* message = static_cast<const nlmsghdr*>(static_cast<void*>(buffer));
+         NLMSG_OK(message, left); message = NLMSG_NEXT(message, left)) {
         if (message->nlmsg_type == NLMSG_DONE) return Answer::kComplete;
         if (message->nlmsg_type == NLMSG_ERROR) {
             errno = -static_cast<const nlmsgerr*>(NLMSG_DATA(message))->error;
