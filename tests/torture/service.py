@@ -57,7 +57,7 @@ class Gateway:
         self.environment = dict(
             os.environ,
             VYN_PROPERTY_FILE=self.path("properties"),
-            LD_PRELOAD=os.path.join(build, "tests/libtorture_shim.so"),
+            LD_PRELOAD=os.path.join(build, "tests/torture/libtorture_shim.so"),
             TORTURE_PAGE=self.path("page"),
             MALLOC_PERTURB_="165",  # shows who uses memory after it was freed
             ASAN_OPTIONS="verify_asan_link_order=0:detect_leaks=0:allocator_may_return_null=1"
