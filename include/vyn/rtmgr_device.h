@@ -24,6 +24,7 @@ class VYN_API RtmgrDevice : public Device {
     void disconnect() override;
 
   private:
+    void onFailure(int error);
     void joinGroups();
 
     int mSocket;

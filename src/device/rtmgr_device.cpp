@@ -3,6 +3,8 @@
 #include <vyn/logging.h>
 #include <vyn/rtmgr_device.h>
 
+#include <cerrno>
+
 #include "device/netlink_records.h"
 #include "device/socket_io.h"
 
@@ -46,7 +48,17 @@ void RtmgrDevice::onDataArrival(int fd) {
     // The event carries no detail, so the names are not used: reading them shows in the log what
     // arrives damaged.
     if (count > 0) netlink::interfaceNames(buffer, static_cast<size_t>(count));
+    if (count < 0) onFailure(errno);
     onNetworkChanged();  // the device may be gone afterwards
+}
+
+// Where more has changed than the kernel keeps reports of, it tells so once. Of other failures it
+// tells each time it is asked, for as long as a report waits.
+void RtmgrDevice::onFailure(int error) {
+    constexpr int kRestMs = 1000;
+    if (error == EAGAIN) return;
+    VYN_LOG_ERRNO_ERROR << "netlink read fail. a change is reported all the same.";
+    if (error != ENOBUFS) restFor(kRestMs);
 }
 
 int RtmgrDevice::write(const void*, int len) { return len; }
