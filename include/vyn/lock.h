@@ -25,7 +25,7 @@ class VYN_API VYN_CAPABILITY("mutex") Lock {
     void assertHeld() VYN_ASSERT_HELD(this) {}
 
   private:
-    pthread_mutex_t mMutex;
+    pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;  // which can not fail
 };
 
 // Holds a Lock for the length of a scope. The Lock is not owned and must outlive the holder.

@@ -13,7 +13,7 @@ void holdOn() {
 
 }  // namespace
 
-Lock::Lock() { pthread_mutex_init(&mMutex, nullptr); }
+Lock::Lock() = default;
 
 Lock::~Lock() = default;
 
