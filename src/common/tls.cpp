@@ -10,7 +10,10 @@ Tls::Tls() : mKey(new pthread_key_t()) {
 
 Tls::~Tls() { delete mKey; }
 
-void Tls::set(void* value) { pthread_setspecific(*mKey, value); }
+void Tls::set(void* value) {
+    const int ret = pthread_setspecific(*mKey, value);
+    if (ret != 0) VYN_LOG_ERROR << logging::ErrnoText{ret} << "pthread_setspecific fail.";
+}
 
 void* Tls::get() const { return pthread_getspecific(*mKey); }
 

@@ -20,7 +20,7 @@ namespace {
 
 using namespace vyn;
 
-constexpr long kToleranceKb = 16 * 1024;  // for what allocator and sanitizers take meanwhile
+constexpr long kToleranceKb = 8 * 1024;  // for what allocator and sanitizers take meanwhile
 constexpr int kPatienceMs = 60000;
 
 enum What {

@@ -47,6 +47,7 @@ ERRORS = {
     "lseek64": ["EINVAL"],
     "lstat64": FILES,
     "malloc": NO_MEMORY,
+    "nanosleep": ["EINTR"],
     "open64": DESCRIPTORS + FILES + ["EINTR"],
     "opendir": DESCRIPTORS + ["EACCES"],
     "pipe": DESCRIPTORS,
@@ -94,6 +95,7 @@ OF_CONNECTIONS = {
 # Failures that need no line: of a function, wherever or in one of the project's functions.
 WITHOUT_LINE = {
     ("_Znwm", ""): "one that is not passed on was caught by a stream, as the standard has it",
+    ("bind", "UnixSocket::bind"): "tried again once the file is known to be abandoned; else fatal",
     ("close", ""): "the descriptor is closed all the same",
     ("closedir", ""): "likewise",
     ("fclose", ""): "the file was only made or read",
@@ -103,10 +105,16 @@ WITHOUT_LINE = {
     ("fsync", "syncDirectoryOf"): "the content is whole either way",
     ("fopen64", "RecorderService::RecorderService"): "tried again before anything is recorded",
     ("getpeername", ""): "an address that is not shown",
+    ("fcntl64", "WatchedDescriptors::"): "asks for the mode of a descriptor that it knows",
+    ("fcntl64", "WorkerRegistry::canWriteNow"): "likewise",
     ("getsockname", "hasOwnName"): "an address that is not shown",
     ("open64", "io::refillSpare"): "as above",
-    ("open64", "fillFromDevice"): "told at verbose level, since there are other identifiers",
+    ("open64", "readRandomDevice"): "told at verbose level, since there are other identifiers",
     ("open64", "syncDirectoryOf"): "as above",
+    ("getsockopt", "outlivesEmptyRead"): "what can not be told from a stream's end is one",
+    ("malloc", "platform::writeLine"): "of the line itself",
+    ("malloc", "serve in"): "a buffer of the standard output's, which does without",
+    ("read", "readRandomDevice"): "told at verbose level, since there are other identifiers",
     ("prctl", ""): "a thread's name, for ps alone",
     ("pthread_detach", ""): "the thread ends all the same",
     ("setsockopt", ""): "what it leads to is told, such as a port that is in use",
@@ -120,8 +128,22 @@ LASTING = {
     ("pthread_create", "ThreadPool::startThreads"): "snapshots",
 }
 
-# Whoever replaces a file may take another way when one is closed. When none is left, it is told.
-WITH_ANOTHER_WAY = "src/common/file_replacement.cpp", "src/common/descriptor.h"
+# Errors that a place can not meet, and why.
+NOT_THERE = {
+    ("epoll_ctl", "Epoll::remove", "ENOMEM"): "taking out asks for nothing",
+    ("epoll_ctl", "Epoll::remove", "ENOSPC"): "likewise",
+    ("epoll_ctl", "Epoll::remove", "EPERM"): "likewise",
+    ("getsockname", "Socket::localAddress", "ENOBUFS"): "the address of a socket that is bound is known",
+}
+
+# There is another way, or another try: only when somebody notices, a line is to tell of it.
+WITH_ANOTHER_WAY = {
+    ("", "src/common/file_replacement.cpp"): "how a file is replaced",
+    ("", "src/common/descriptor.h"): "likewise",
+    ("epoll_ctl", ""): "what is watched already is so in any case",
+    ("getsockopt", "peerCredentials"): "whether it listens; if so, it has no peer",
+    ("write", "WakePipe::"): "written again",
+}
 
 # Imported, and either they can not fail, or their failure means nothing but what it says, or failing
 # them would be another program's fault.
@@ -141,8 +163,20 @@ def passes(function, action):
     """Whether a failure comes to nothing: what was to be done is done later."""
     if action in ("EINTR", "short"):
         return True
-    return action == "EAGAIN" and function in (
-        "accept4", "read", "recvmsg", "send", "sendmsg", "sendto", "write")
+    if function in ("send", "sendmsg", "sendto"):
+        return action in ("EAGAIN", "ENOBUFS", "ENOMEM")
+    return action == "EAGAIN" and function in ("accept4", "recvmsg", "write")
+
+
+def comes_and_goes(function, action):
+    """Whether a failure can not last: it is then made every other time, and not every time."""
+    ends = {"EINTR", "EAGAIN"} | ({"ENOBUFS"} if function == "recvmsg" else set())
+    return action in ends and function != "pthread_create"
+
+
+def can_meet(function, label, action):
+    return not any((function, action) == (of, error) and place in label
+                   for of, place, error in NOT_THERE)
 
 
 def number(action):

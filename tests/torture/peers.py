@@ -19,6 +19,7 @@ class Peer:
         self.seen = {}  # the last number of each topic
         self.problems = []
         self.was_refused = False
+        self.was_denied = False
         self.is_lost = False  # the gateway has ended the connection
         self.is_to_end = False  # the gateway should
         self.is_closed = False  # the peer has
@@ -40,6 +41,11 @@ class Peer:
     @property
     def is_open(self):
         return not (self.is_lost or self.is_closed)
+
+    @property
+    def has_heard(self):
+        """All answers, whether the connection is to end or not."""
+        return self.is_open and self.answers >= len(self.expected)
 
     @property
     def is_answered(self):
@@ -94,7 +100,7 @@ class Peer:
         if self.answers >= len(self.expected):
             self.problems.append(f"heard without a question: {text[:60]}")
         elif text == "DENIED" and self.expected[self.answers] == "WELCOME":
-            self.is_lost = True
+            self.is_lost = self.was_denied = True
         elif not re.fullmatch(self.expected[self.answers], text):
             self.problems.append(f"heard {text[:60]!r}, not {self.expected[self.answers]!r}")
         self.was_refused = self.was_refused or text.startswith("ERR not saved")

@@ -38,8 +38,10 @@ class Sites:
         return found[1] if found and not path.startswith("/usr/") else ""
 
     def own(self, callers, depth):
-        """The innermost callers that are the project's own lines."""
-        return tuple(address for address in callers if self.names[address])[:depth]
+        """The innermost callers that are the project's own lines, but those that only pass on."""
+        passing_on = ("io::uninterrupted", "Descriptor::retry")
+        return tuple(address for address in callers if self.names[address] and
+                     not any(name in self.names[address] for name in passing_on))[:depth]
 
 
 def function_name(demangled):
@@ -67,17 +69,20 @@ class Plan:
 
     @property
     def connections_at_stake(self):
-        if self.function not in calls.OF_CONNECTIONS or self.passes:
+        if self.function not in calls.OF_CONNECTIONS or self.action in ("short", "EINTR"):
             return 0
-        return 1 if self.times == 1 else 1000
+        if self.times != 1:
+            return 1000
+        return 0 if self.passes else 1
 
     @property
     def needs_line(self):
-        return not self.passes and self.entry(calls.WITHOUT_LINE) is None
+        return (not self.passes and self.action != "EAGAIN" and
+                self.entry(calls.WITHOUT_LINE) is None)
 
     @property
     def has_another_way(self):
-        return any(file in self.label for file in calls.WITH_ANOTHER_WAY)
+        return self.entry(calls.WITH_ANOTHER_WAY) is not None
 
     @property
     def takes_away(self):
@@ -86,7 +91,7 @@ class Plan:
     def entry(self, table):
         """What a table says of this function at this place."""
         return next((said for (function, place), said in table.items()
-                     if function == self.function and place in self.label), None)
+                     if function in ("", self.function) and place in self.label), None)
 
     @property
     def concerns_the_record(self):
@@ -97,13 +102,14 @@ class Plan:
         return f"{self.function} {self.action} {often} from the {self.phase}: {self.label}"
 
 
-def group(traces, sites, depth):
+def group(traces, sites, is_short):
     """The calls of the project's lines: {(function, callers): {phase: count}}."""
     groups = defaultdict(lambda: {"start": 0, "run": 0})
     for phase, table in traces.items():
         for (function, callers), count in table.items():
-            own = sites.own(callers, depth)
-            if own and function in calls.ERRORS:
+            is_brief = is_short and function in calls.ALLOCATIONS
+            own = sites.own(callers, 1 if is_brief else 2)
+            if own and function in calls.ERRORS and errors_of((function, own), sites):
                 groups[function, own][phase] += count
     for counts in groups.values():
         counts["run"] -= counts["start"]  # the later trace holds the earlier
@@ -112,13 +118,21 @@ def group(traces, sites, depth):
             if key[0] != "malloc" or not {("_Znwm", key[1]), ("_Znam", key[1])} & groups.keys()}
 
 
+def errors_of(key, sites):
+    label = label_of(key[1], sites)
+    return [action for action in calls.ERRORS[key[0]] if calls.can_meet(key[0], label, action)]
+
+
+def label_of(own, sites):
+    return " < ".join(sites.names[address] for address in own)
+
+
 def make(key, counts, sites, phase, action, forever, later):
     function, own = key
     first = random.randint(1, max(1, counts[phase])) if later else 1
-    every = 2 if forever and calls.passes(function, action) and action != "short" else 1
-    label = " < ".join(sites.names[address] for address in own)
+    every = 2 if forever and calls.comes_and_goes(function, action) else 1
     return Plan(phase, function, action, first, 0 if forever else 1, every,
-                *map(hex, own), label=label)
+                *map(hex, own), label=label_of(own, sites))
 
 
 def short_plans(groups, sites):
@@ -129,7 +143,7 @@ def short_plans(groups, sites):
     for i, plans in enumerate(rounds):
         for key, counts in sorted(groups.items()):
             phase = "run" if counts["run"] > 0 else "start"
-            action = random.choice(calls.ERRORS[key[0]])
+            action = random.choice(errors_of(key, sites))
             plan = make(key, counts, sites, phase, action, first[key] == (i == 0), False)
             if i == 0 or not plan.is_allocation:
                 plans.append(plan)
@@ -141,7 +155,7 @@ def long_plans(groups, sites):
     plans = []
     for key, counts in sorted(groups.items()):
         for phase in (phase for phase in ("start", "run") if counts[phase] > 0):
-            for action in calls.ERRORS[key[0]]:
+            for action in errors_of(key, sites):
                 for forever, later in ((False, False), (False, True), (True, False)):
                     if not later or counts[phase] > 1:
                         plans.append(make(key, counts, sites, phase, action, forever, later))

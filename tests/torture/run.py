@@ -53,8 +53,7 @@ class Torture:
             self.known_lines |= shapes(life.log)
             for table in life.traces.values():
                 self.sites.learn(address for _, callers in table for address in callers)
-            depth = 1 if self.arguments.short else 2
-            groups.update(plans.group(life.traces, self.sites, depth))
+            groups.update(plans.group(life.traces, self.sites, self.arguments.short))
         return groups
 
     def judge(self, plan):
@@ -73,7 +72,9 @@ class Torture:
             again = f'scripts/torture {asan}--plan "{plan.again}"'
             print(f"{outcome}: {plan}", *life.problems, f"again: {again}", sep="\n    ")
             if life.problems:
-                print(*[f"    | {line}" for line in life.log.splitlines()[-15:]], sep="\n")
+                most = None if self.arguments.plan else 15
+                lines = life.log.splitlines()[-most if most else None:]
+                print(*[f"    | {line}" for line in lines], sep="\n")
             sys.stdout.flush()
 
     def run(self):

@@ -170,7 +170,7 @@ FAILING(getpeername) FAILING(getsockname) FAILING(getsockopt) FAILING(inotify_ad
 FAILING(inotify_init1) FAILING(listen) FAILING(lseek64) FAILING(lstat64) FAILING(open64)
 FAILING(pipe) FAILING(pipe2) FAILING(poll) FAILING(prctl) FAILING(readlink) FAILING(recvmsg)
 FAILING(rename) FAILING(sendmsg) FAILING(setsockopt) FAILING(shutdown) FAILING(socket)
-FAILING(stat) FAILING(stat64) FAILING(unlink) FAILING(writev)
+FAILING(stat) FAILING(stat64) FAILING(unlink) FAILING(writev) FAILING(nanosleep)
 FAILING_OR_SHORT(read) FAILING_OR_SHORT(recv) FAILING_OR_SHORT(recvfrom) FAILING_OR_SHORT(send)
 FAILING_OR_SHORT(sendto) FAILING_OR_SHORT(write)
 FAILING_LATE(close) FAILING_LATE(closedir) FAILING_LATE(fclose)
