@@ -4,16 +4,17 @@
 // when more memory is in use at the end than after a third of the time.
 #include <unistd.h>
 #include <vyn/config.h>
+#include <vyn/handler.h>
 #include <vyn/logging.h>
 #include <vyn/net_device.h>
 #include <vyn/timer.h>
 #include <vyn/unix_device.h>
+#include <vyn/worker.h>
 
 #include <fstream>
 #include <iostream>
 #include <iterator>
 
-#include "gateway/handler.h"
 #include "support/loop_thread.h"
 
 namespace {
