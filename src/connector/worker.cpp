@@ -10,6 +10,7 @@
 #include "common/tick.h"
 #include "connector/gather_scope.h"
 #include "connector/life_watch.h"
+#include "connector/missing_part.h"
 #include "connector/parser_call.h"
 #include "connector/worker_tick.h"
 #include "device/client_link.h"
@@ -17,6 +18,10 @@
 // The worker's incoming side, its events and its heartbeat; see worker_write.cpp for what goes out.
 
 namespace vyn {
+
+void reportMissingPart(Worker* worker) {
+    VYN_LOG_ERROR << "executor or parser is missing. " << worker;
+}
 
 Worker::Worker() : mValid(true), mLastReadTick(tick32()), mLastSentTick(tick32()) {}
 
@@ -33,6 +38,7 @@ void Worker::onCommandParsed(Command* cmd) {
     if (!checkValid() || isLeaving()) return;
     mLastReadTick.store(tick32(), std::memory_order_relaxed);
     onPostCreateCommand(cmd);
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onCommand(this, cmd);
 }
@@ -111,6 +117,7 @@ void Worker::checkHeartbit(uint64_t ticket, int64_t readUntil) {
     // The keep-alive may have found the peer gone, and the executor acted on it.
     if (life.ended() || (ticket != 0 && getConnector()->ticketOf(this) != ticket)) return;
     if (!hasRemoteTimedout(std::max(sinceLastRead, 0L))) return;
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onHeartbitTimeout(this);
 }
@@ -129,6 +136,7 @@ void Worker::deliver(const void* data, int len) {
         return;
     }
     if (handledBeforeParser(data, len)) return;
+    tellIfMissing(mParser, this);
     VYN_CHECK_OR_RETURN(mParser != NULL);
     mParser->setListener(this);
     mParser->doParse(data, len);
@@ -137,6 +145,7 @@ void Worker::deliver(const void* data, int len) {
 void Worker::onDisconnected() {
     setDisconnectReason(DisconnectReason::kOwnWish);
     disable();
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     if (!ClientLink::exists()) {
         getExecutor()->onDisconnected(this);
@@ -151,18 +160,21 @@ void Worker::onDisconnected() {
 void Worker::onNewConnection(int fd, void* data) {
     if (!checkValid()) return;
     mLastReadTick.store(tick32(), std::memory_order_relaxed);
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onNewConnection(this, fd, data);
 }
 
 void Worker::onNetworkChanged() {
     if (!checkValid()) return;
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onNetworkChanged(this);
 }
 
 void Worker::onFileChanged(const std::string& path, int mask) {
     if (!checkValid()) return;
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onFileChanged(this, path, mask);
 }
@@ -185,12 +197,14 @@ bool Worker::hasAuthenticated() { return mAuthenticator == nullptr || mAuthentic
 
 void Worker::onAuthenticated() {
     if (!checkValid()) return;
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onAuthenticated(this);
 }
 
 void Worker::onAuthenticationFailed() {
     if (!checkValid()) return;
+    tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
     getExecutor()->onAuthenticationFailed(this);
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "connector/gather_scope.h"
+#include "connector/missing_part.h"
 #include "connector/parser_call.h"
 #include "connector/queued_write.h"
 #include "connector/worker_flow.h"
@@ -44,6 +45,7 @@ bool Worker::write(Command* cmd) {
     if (!checkValid()) return false;
     mLastWriteTick.store(tick32(), std::memory_order_relaxed);
     onBeforeCreatePacket(cmd);
+    tellIfMissing(mParser, this);
     VYN_CHECK_OR_RETURN_VALUE(mParser != NULL, false);
     ParserCall call(mParser, this);
     const WriteOutcome outcome(this);
