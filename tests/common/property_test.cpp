@@ -29,8 +29,9 @@ TEST(Property, IsSetInMemoryAndReadFromTheFileAgainByReloading) {
 }
 
 TEST(Property, RefusesAnEmptyKeyAndValuesOfMoreThan91Characters) {
-    LogCapture log;
     const PropertyFile file("fits=" + kLongest + "\nlong=" + kLongest + "y\n");
+    LogCapture log;
+    Property::reload();
     EXPECT_EQ(valueOf("fits"), kLongest);
     EXPECT_EQ(valueOf("long"), "default");
     EXPECT_EQ(log.count("property long left out: its value has more than 91 characters."), 1);
