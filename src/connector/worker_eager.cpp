@@ -138,6 +138,7 @@ void Worker::closeGathered(bool isFirst) {
 
 // Writes at once what was gathered, unless something waits already.
 void Worker::flushGathered() {
+    if (!isValid()) return;
     bool isIdle;
     {
         AutoLock lock(mWriteLock);
@@ -157,8 +158,9 @@ void Worker::flushGathered() {
 // For drains in the middle of something else: the listener hears of them from the loop.
 Worker::Drained Worker::drainAside(bool onlyFirst, WriteTail* tail) {
     const Drained drained = drainOrEnd(onlyFirst, tail);
+    if (isEnd(drained)) return drained;  // the worker may be gone
     const Flow* const flow = existingFlow();
-    if (!isEnd(drained) && flow != nullptr && flow->hasNews) requestServing();
+    if (flow != nullptr && flow->hasNews) requestServing();
     return drained;
 }
 

@@ -89,6 +89,7 @@ void Worker::beginAnew() {
     flow->isLeaving = false;
     flow->sendEnded = flow->cannotWrite = false;
     mReadingStops.fetch_and(static_cast<unsigned char>(~kStreamHasEnded));
+    updateReading();
 }
 
 void Worker::setAllowHalfOpen(bool on) {
