@@ -13,48 +13,35 @@ struct Registration {
     uint64_t ticket = 0;  // each addition of a worker gets its own; never 0
 };
 
-struct WorkerEntry;
-
-// A worker's place in one list.
-struct WorkerLinks {
-    WorkerEntry* previous = nullptr;
-    WorkerEntry* next = nullptr;
-    bool linked = false;
-};
-
-// What a connector knows of one of its workers. Ends when the worker is removed, and takes all that
-// was asked for the worker along.
+// What a connector knows of one of its workers. Ends when the worker is removed. There is one for
+// each connection, so it is kept small.
 struct WorkerEntry {
     Worker* worker = nullptr;
     uint64_t ticket = 0;
-    int firstFd = -1;    // its descriptors are chained, see WatchedDescriptors
-    bool ready = false;  // its onReady() has returned
-    WorkerLinks inOrder, inWrites, inRetries, inOverflows;
+    WorkerEntry* previous = nullptr;  // in the order of addition
+    WorkerEntry* next = nullptr;
+    int firstFd = -1;            // its descriptors are chained, see WatchedDescriptors
+    bool ready = false;          // its onReady() has returned
+    bool asksToWrite = false;    // it is among those requests,
+    bool waitsToWrite = false;   // those that are tried again,
+    bool hasOverflowed = false;  // and those overflows
 
     Registration registration() const { return {worker, ticket}; }
 };
 
-// A list of workers, each in it once at most. Needs no memory of its own.
-template <WorkerLinks WorkerEntry::*Links>
+// Workers in the order in which they were added.
 class WorkerList {
   public:
     WorkerEntry* first() const { return mFirst; }
-    static WorkerEntry* next(const WorkerEntry& entry) { return (entry.*Links).next; }
-    bool empty() const { return mFirst == nullptr; }
-    bool contains(const WorkerEntry& entry) const { return (entry.*Links).linked; }
 
     void append(WorkerEntry& entry) {
-        if (contains(entry)) return;
-        entry.*Links = {mLast, nullptr, true};
-        (mLast == nullptr ? mFirst : (mLast->*Links).next) = &entry;
+        entry.previous = mLast;
+        (mLast == nullptr ? mFirst : mLast->next) = &entry;
         mLast = &entry;
     }
     void erase(WorkerEntry& entry) {
-        if (!contains(entry)) return;
-        const WorkerLinks links = entry.*Links;
-        (links.previous == nullptr ? mFirst : (links.previous->*Links).next) = links.next;
-        (links.next == nullptr ? mLast : (links.next->*Links).previous) = links.previous;
-        entry.*Links = {};
+        (entry.previous == nullptr ? mFirst : entry.previous->next) = entry.next;
+        (entry.next == nullptr ? mLast : entry.next->previous) = entry.previous;
     }
 
   private:

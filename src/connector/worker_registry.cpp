@@ -29,9 +29,9 @@ WorkerRegistry::Readied WorkerRegistry::setReady(const Registration& registratio
     entry->ready = true;
     readied.refusal = mDescriptors.update(*entry);
     pushWriteRequest(*entry);
-    if (mOverflows.contains(*entry)) {
+    if (entry->hasOverflowed) {
         readied.hasOverflowed = !mServing;
-        if (!mServing) mOverflows.erase(*entry);
+        if (!mServing) entry->hasOverflowed = false;
         mHasOverflowRequests.store(true, std::memory_order_release);
     }
     mWakePipe.wake();
@@ -72,9 +72,6 @@ void WorkerRegistry::remove(Worker* worker) {
     if (entry == nullptr) return;
     mDescriptors.forget(*entry);
     mOrder.erase(*entry);
-    mWrites.erase(*entry);
-    mRetries.erase(*entry);
-    mOverflows.erase(*entry);
     mEntries.erase(worker);
     mRemovals.fetch_add(1, std::memory_order_release);
 }
@@ -93,7 +90,7 @@ bool WorkerRegistry::holds(const Registration& registration) {
 void WorkerRegistry::listAll(std::vector<Registration>& out) {
     out.clear();
     AutoLock lock(mLock);
-    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = mOrder.next(*entry)) {
+    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = entry->next) {
         out.push_back(entry->registration());
     }
 }
@@ -101,7 +98,7 @@ void WorkerRegistry::listAll(std::vector<Registration>& out) {
 void WorkerRegistry::listReady(std::vector<Registration>& out) {
     out.clear();
     AutoLock lock(mLock);
-    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = mOrder.next(*entry)) {
+    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = entry->next) {
         if (entry->ready) out.push_back(entry->registration());
     }
 }

@@ -128,7 +128,7 @@ class WorkerRegistry {
     void pushRetry(WorkerEntry& entry) VYN_REQUIRES(mLock);
     void takeDueRetries() VYN_REQUIRES(mLock);
     bool canWriteNow(const WorkerEntry& entry) VYN_REQUIRES(mLock);
-    WorkerEntry* firstOverflow() VYN_REQUIRES(mLock);
+    WorkerEntry* overflowed(const Registration& registration) VYN_REQUIRES(mLock);
 
     Epoll& mEpoll;
     WakePipe& mWakePipe;
@@ -137,10 +137,11 @@ class WorkerRegistry {
     WatchedDescriptors mDescriptors VYN_GUARDED_BY(mLock);
     uint64_t mLastTicket VYN_GUARDED_BY(mLock) = 0;
     bool mServing VYN_GUARDED_BY(mLock) = false;
-    WorkerList<&WorkerEntry::inOrder> mOrder VYN_GUARDED_BY(mLock);
-    WorkerList<&WorkerEntry::inWrites> mWrites VYN_GUARDED_BY(mLock);
-    WorkerList<&WorkerEntry::inRetries> mRetries VYN_GUARDED_BY(mLock);
-    WorkerList<&WorkerEntry::inOverflows> mOverflows VYN_GUARDED_BY(mLock);
+    WorkerList mOrder VYN_GUARDED_BY(mLock);
+    // Requests. Removals leave what they ended, which is passed over.
+    std::vector<Registration> mWrites VYN_GUARDED_BY(mLock);
+    std::vector<Registration> mRetries VYN_GUARDED_BY(mLock);
+    std::vector<Registration> mOverflows VYN_GUARDED_BY(mLock);
     int64_t mNextRetry = INT64_MAX;  // the loop's
     // Spare the loop the lock when there is nothing to look at.
     std::atomic<bool> mHasWriteRequests{false};

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <vyn/worker.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "common/tick.h"
@@ -32,8 +33,10 @@ int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct, int64_
     if (retry) takeDueRetries();
     mHasWriteRequests.store(false, std::memory_order_relaxed);
     int error = 0;
-    while (WorkerEntry* const entry = mWrites.first()) {
-        mWrites.erase(*entry);
+    for (const Registration& request : mWrites) {
+        WorkerEntry* const entry = entryOf(request);
+        if (entry == nullptr) continue;
+        entry->asksToWrite = false;
         // One that is not valid would keep the loop awake without ever writing.
         if (!entry->worker->isValid() || !entry->worker->needsServing()) continue;
         const auto armed =
@@ -43,6 +46,7 @@ int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct, int64_
         error = errno;
         pushRetry(*entry);
     }
+    mWrites.clear();
     return error;
 }
 
@@ -66,7 +70,7 @@ void WorkerRegistry::retryWrite(const Registration& registration) {
 
 bool WorkerRegistry::hasWrites() {
     AutoLock lock(mLock);
-    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = mOrder.next(*entry)) {
+    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = entry->next) {
         Worker* const worker = entry->worker;
         if (entry->ready && worker->isValid() && (worker->hasWrittingData() || worker->isLeaving()))
             return true;
@@ -86,7 +90,8 @@ void WorkerRegistry::beginServing() {
 
 bool WorkerRegistry::endServing() {
     AutoLock lock(mLock);
-    mServing = firstOverflow() != nullptr;
+    mServing = std::any_of(mOverflows.begin(), mOverflows.end(),
+                           [this](const Registration& each) { return overflowed(each); });
     return !mServing;
 }
 
@@ -94,7 +99,8 @@ bool WorkerRegistry::requestOverflow(Worker* worker) {
     AutoLock lock(mLock);
     WorkerEntry* const entry = entryOf(worker);
     if (entry == nullptr || (entry->ready && !mServing)) return false;
-    mOverflows.append(*entry);
+    if (!entry->hasOverflowed) mOverflows.push_back(entry->registration());
+    entry->hasOverflowed = true;
     mHasOverflowRequests.store(true, std::memory_order_release);
     mWakePipe.wake();
     return true;
@@ -105,30 +111,40 @@ void WorkerRegistry::takeOverflows(std::vector<Registration>& out) {
     if (!mHasOverflowRequests.load(std::memory_order_acquire)) return;
     AutoLock lock(mLock);
     mHasOverflowRequests.store(false, std::memory_order_relaxed);
-    while (WorkerEntry* const entry = firstOverflow()) {
-        out.push_back(entry->registration());
-        mOverflows.erase(*entry);
+    std::vector<Registration> later;  // those that are not ready
+    for (const Registration& request : mOverflows) {
+        WorkerEntry* const entry = entryOf(request);
+        if (entry == nullptr || !entry->hasOverflowed) continue;
+        entry->hasOverflowed = !entry->ready;
+        (entry->ready ? out : later).push_back(request);
     }
+    mOverflows.swap(later);
 }
 
 void WorkerRegistry::pushWriteRequest(WorkerEntry& entry) {
-    if (!entry.ready || mRetries.contains(entry)) return;
-    mWrites.append(entry);
+    if (!entry.ready || entry.waitsToWrite || entry.asksToWrite) return;
+    mWrites.push_back(entry.registration());
+    entry.asksToWrite = true;
     mHasWriteRequests.store(true, std::memory_order_release);
 }
 
 void WorkerRegistry::pushRetry(WorkerEntry& entry) {
     if (mRetries.empty()) mNextRetry = tick::after(kRetryMs);
-    mRetries.append(entry);
+    if (entry.waitsToWrite) return;
+    mRetries.push_back(entry.registration());
+    entry.waitsToWrite = true;
 }
 
 // All of them: those that were added later come a little early.
 void WorkerRegistry::takeDueRetries() {
     mNextRetry = INT64_MAX;
-    while (WorkerEntry* const entry = mRetries.first()) {
-        mRetries.erase(*entry);
-        mWrites.append(*entry);
+    for (const Registration& retry : mRetries) {
+        WorkerEntry* const entry = entryOf(retry);
+        if (entry == nullptr) continue;
+        entry->waitsToWrite = false;
+        pushWriteRequest(*entry);
     }
+    mRetries.clear();
 }
 
 // Whether a write finds out by itself, without waiting, what the descriptor takes. One of a device
@@ -140,11 +156,10 @@ bool WorkerRegistry::canWriteNow(const WorkerEntry& entry) {
             (fcntl(entry.worker->getFd(), F_GETFL) & O_NONBLOCK) != 0);
 }
 
-// Of those that are ready.
-WorkerEntry* WorkerRegistry::firstOverflow() {
-    WorkerEntry* entry = mOverflows.first();
-    while (entry != nullptr && !entry->ready) entry = mOverflows.next(*entry);
-    return entry;
+// The worker, if that has not been withdrawn and the worker is ready.
+WorkerEntry* WorkerRegistry::overflowed(const Registration& registration) {
+    WorkerEntry* const entry = entryOf(registration);
+    return entry != nullptr && entry->ready && entry->hasOverflowed ? entry : nullptr;
 }
 
 }  // namespace vyn
