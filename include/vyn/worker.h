@@ -309,6 +309,7 @@ class VYN_API Worker : public Parser::PostListener {
     Drained drainAside(bool onlyFirst = false, WriteTail* tail = nullptr);
     bool onQueued(bool isTooMuch);
     bool isTooMuch() VYN_REQUIRES(mWriteLock);
+    bool hasTooManyBytes() VYN_REQUIRES(mWriteLock);
     int waiting() const VYN_REQUIRES(mWriteLock);
     size_t bytesBehind(int writes) VYN_REQUIRES(mWriteLock);
 

@@ -23,6 +23,18 @@ struct QueuedWrite : WriteNode {
         if (write != nullptr && length > 0) write->add(bytes, length);
         return write;
     }
+    // The same write, or a new one for null, with room for so many bytes in all. Null when there is
+    // no memory; then the write is as it was.
+    static QueuedWrite* enlarge(QueuedWrite* write, int room) {
+        if (write == nullptr) return create(room);
+        void* const block = std::realloc(static_cast<void*>(write),
+                                         sizeof(QueuedWrite) + static_cast<size_t>(room));
+        if (block == nullptr) return nullptr;
+        auto* const larger = static_cast<QueuedWrite*>(block);
+        larger->data = larger + 1;
+        larger->mCapacity = room;
+        return larger;
+    }
     static void destroy(QueuedWrite* write) { std::free(write); }
 
     // There must be room.

@@ -17,9 +17,10 @@ namespace vyn {
 
 namespace {
 
-// Copying more than this costs more than sending it by itself.
-constexpr int kLargestGathered = 16 << 10;
-constexpr int kMostGathered = 64 << 10;
+// Copying more than these costs more than sending them does.
+constexpr int kLargestCopied = 16 << 10;
+constexpr int kMostCopied = 64 << 10;
+constexpr int kMostGathered = 1 << 29;
 constexpr int kFirstRoom = 1 << 10;
 
 }  // namespace
@@ -70,11 +71,8 @@ bool Worker::writeEagerly(const void* data, int len) {
     if (connector != nullptr && Connector::current() != connector) {
         return queueRest(data, len, false);
     }
-    if (GatherScope::isOpen() && existingFlow()->gathers) {
-        const bool isLarge = len >= kLargestGathered;
-        return isLarge ? writeBehindGathered(data, len) : gather(data, len);
-    }
-    return writeBehindGathered(data, len);
+    const bool gathers = GatherScope::isOpen() && existingFlow()->gathers && len >= 0;
+    return gathers ? gather(data, len) : writeBehindGathered(data, len);
 }
 
 // Gives the device what was gathered, and these bytes, unless something else waits already.
@@ -92,21 +90,29 @@ bool Worker::writeBehindGathered(const void* data, int len) {
     return queueRest(static_cast<const char*>(data) + tail.taken, len - tail.taken, tail.taken > 0);
 }
 
+// While the device takes what it is given, no more is gathered than is well copied. While it does
+// not, all that one read is answered with becomes one write, however large.
 bool Worker::gather(const void* data, int len) {
-    bool isFull;
+    bool isToLeave, isGathered, isTooMuchNow;
     {
         AutoLock lock(mWriteLock);
-        const QueuedWrite* const gathered = flow().gathered;
-        isFull = gathered != nullptr && gathered->size + len > kMostGathered;
-        if (!isFull && makeRoom(len)) {
+        const int used = flow().gathered == nullptr ? 0 : flow().gathered->size;
+        isToLeave = mWriteQueue.first == nullptr ? len >= kLargestCopied || used + len > kMostCopied
+                                                 : len > kMostGathered - used;
+        isGathered = !isToLeave && makeRoom(len);
+        if (isGathered) {
             flow().gathered->add(data, len);
             GatherScope::add(this);
-            return true;
         }
+        isTooMuchNow = hasTooManyBytes();
     }
-    if (isFull) return writeBehindGathered(data, len);
-    endWithoutMemory(len);
-    return false;
+    if (isToLeave) return writeBehindGathered(data, len);
+    if (!isGathered) {
+        endWithoutMemory(len);
+    } else if (isTooMuchNow) {
+        end(DisconnectReason::kOverflow);
+    }
+    return isGathered && !isTooMuchNow;
 }
 
 // False when there is no memory.
@@ -114,14 +120,10 @@ bool Worker::makeRoom(int len) {
     QueuedWrite*& gathered = flow().gathered;
     if (gathered != nullptr && gathered->room() >= len) return true;
     const int used = gathered == nullptr ? 0 : gathered->size;
-    QueuedWrite* const larger = QueuedWrite::create(std::max(kFirstRoom, 2 * (used + len)));
+    QueuedWrite* const larger =
+        QueuedWrite::enlarge(gathered, std::max(kFirstRoom, 2 * (used + len)));
     if (larger == nullptr) return false;
-    if (gathered == nullptr) {
-        mPendingWrites.fetch_add(1, std::memory_order_relaxed);
-    } else {
-        larger->add(gathered->data, used);
-        QueuedWrite::destroy(gathered);
-    }
+    if (gathered == nullptr) mPendingWrites.fetch_add(1, std::memory_order_relaxed);
     gathered = larger;
     return true;
 }

@@ -180,8 +180,9 @@ bool Worker::onQueued(bool isTooMuchNow) {
     return !isTooMuchNow;
 }
 
-bool Worker::isTooMuch() {
-    if (waiting() > kMostPendingWrites) return true;
+bool Worker::isTooMuch() { return waiting() > kMostPendingWrites || hasTooManyBytes(); }
+
+bool Worker::hasTooManyBytes() {
     const Flow* const flow = existingFlow();
     return flow != nullptr && flow->maxPendingBytes > 0 &&
            bytesBehind(mInFlight) > flow->maxPendingBytes;
