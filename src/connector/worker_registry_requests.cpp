@@ -37,6 +37,7 @@ int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct, int64_
         WorkerEntry* const entry = entryOf(request);
         if (entry == nullptr) continue;
         entry->asksToWrite = false;
+        if (entry->waitsToWrite) continue;  // since it asked
         // One that is not valid would keep the loop awake without ever writing.
         if (!entry->worker->isValid() || !entry->worker->needsServing()) continue;
         const auto armed =
