@@ -86,7 +86,6 @@ TEST_F(FlowTest, WritesEagerlyAndGathersTheAnswersToOneRead) {
     EXPECT_TRUE(write(worker, "partly "));
     device.accepts = 100;
     EXPECT_TRUE(write(worker, "behind "));
-    EXPECT_EQ(device.written, "at once pa");
     EXPECT_TRUE(worker.performWrite());
     EXPECT_EQ(device.written, "at once partly behind ");
 
@@ -197,19 +196,6 @@ TEST(WriteQueue, WaitsForNoReaderOfDatagramsAndDropsWhatCanNeverBeSent) {
     int received = 0;
     for (; received < 90 && peer.recv(&byte, 1, 60000) == 1; ++received) worker.performWrite();
     EXPECT_EQ(received, 90);
-}
-
-TEST(WriteQueue, TellsWhatWasSentThoughThePeerEndsMidway) {
-    Connection<UnixTransport> stream;
-    std::thread reader([peer = std::move(stream.client)]() mutable {
-        char buffer[4096];
-        peer.recv(buffer, sizeof buffer, 60000);
-        peer.reset();
-    });
-    const int sent = stream.server.send(std::string(1 << 22, 'x').data(), 1 << 22);
-    EXPECT_GT(sent, 0);
-    EXPECT_LT(sent, 1 << 22);
-    reader.join();
 }
 
 std::string numbered(size_t size) {
