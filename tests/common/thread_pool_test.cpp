@@ -3,6 +3,7 @@
 #include <climits>
 #include <future>
 
+#include "common/task_ids.h"
 #include "support/support.h"
 
 namespace vyn::testing {
@@ -21,6 +22,12 @@ struct FunctionTask : ThreadPool::Task {
 
 void add(ThreadPool& pool, FunctionTask::Work work) {
     pool.addTask(new FunctionTask(std::move(work)));
+}
+
+TEST(TaskIds, StartAtOneAndGoRoundThroughTheSmallestIntAndZero) {
+    EXPECT_EQ(TaskIds().next(), 1);
+    TaskIds late(INT_MAX - 1);
+    for (const int id : {INT_MAX, INT_MIN, 0, 1}) EXPECT_EQ(late.next(), id);
 }
 
 TEST(ThreadPool, RunsAndDeletesEachTaskOnce) {

@@ -3,11 +3,21 @@
 #include <vyn/pipe_waiter.h>
 
 #include <climits>
+#include <limits>
 
+#include "common/deadline.h"
 #include "support/support.h"
 
 namespace vyn::testing {
 namespace {
+
+TEST(Deadline, NeverWrapsRound) {
+    constexpr time_t kNow = std::numeric_limits<time_t>::max() - 1;
+    for (const int ms : {INT_MIN, -1, 0, 1, INT_MAX}) {
+        const auto [seconds, ns] = deadlineAfter({kNow, 999999}, ms);
+        EXPECT_EQ(std::pair(seconds, ns) < std::pair(kNow, 999999000L), ms < 0) << ms;
+    }
+}
 
 TEST(Condition, ASignalWakesOneWaiterAndABroadcastEveryOne) {
     for (const int count : {1, 3}) {
