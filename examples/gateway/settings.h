@@ -37,8 +37,9 @@ class SettingsFile : public vyn::Handler {
         sendMessageDelayed(vyn::Message::obtain(), 50);
     }
     void onMessage(vyn::Message message) override {
-        load();
-        if (message.what == kLook) sendMessageDelayed(message, kLookAgainMs);
+        const bool isLook = message.what == kLook;
+        load(isLook && mIsMissed);
+        if (isLook) sendMessageDelayed(message, kLookAgainMs);
     }
     void onDisconnected(vyn::Worker* worker) override {
         VYN_LOG_ERROR << "changes of " << mPath << " are not reported any more";
@@ -53,19 +54,16 @@ class SettingsFile : public vyn::Handler {
 
     // Opening the file is a change in the folder too: without a look at the time it was written, it
     // would be read again and again.
-    void load() {
+    void load(bool evenIfKnown) {
         std::error_code error;
         const auto written = std::filesystem::last_write_time(mPath, error);
-        if (!error && written == mWritten) return;
+        if (!error && std::exchange(mWritten, written) == written && !evenIfKnown) return;
         vyn::IniConfig file;
-        if (error || !file.load(mPath)) {
-            if (std::exchange(mIsMissed, true)) return;
+        const bool isRead = !error && file.load(mPath);
+        if (isRead) take(file);
+        if (!std::exchange(mIsMissed, !isRead) && mIsMissed) {
             VYN_LOG_WARNING << "no settings in " << mPath << ", they stay as they are";
-            return;
         }
-        mWritten = written;
-        mIsMissed = false;
-        take(file);
     }
     void take(const vyn::IniConfig& file) {
         mCurrent = Settings();

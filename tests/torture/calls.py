@@ -1,4 +1,4 @@
-"""What the shim can make fail, and how: each function with the errors that its manual page names."""
+"""What can be made to fail, and how: each function with the errors that its manual page names."""
 
 import errno
 import signal
@@ -32,6 +32,7 @@ ERRORS = {
     "fopen64": DESCRIPTORS + FILES,
     "fsetxattr": ["ENOSPC", "EPERM"],
     "fstat64": ["ENOMEM", "EIO"],
+    "fstatat64": ["ENOMEM", "EIO"],
     "fsync": ["EIO", "ENOSPC"],
     "ftruncate64": ["EIO", "EINTR"],
     "getcwd": ["ENOENT", "ENOMEM"],
@@ -102,6 +103,7 @@ WITHOUT_LINE = {
     ("fcntl64", "io::setNonBlocking"): "no write waits for a peer, in neither mode",
     ("fcntl64", "io::connectWithin"): "told to the caller, who tells of it",
     ("fcntl64", "io::refillSpare"): "tried again later; what comes of it is told when it is missed",
+    ("fstat64", "platform::mayLoseItsReader"): "of the line itself; the careful way is taken",
     ("fsync", "syncDirectoryOf"): "the content is whole either way",
     ("fopen64", "RecorderService::RecorderService"): "tried again before anything is recorded",
     ("getpeername", ""): "an address that is not shown",
@@ -122,7 +124,7 @@ WITHOUT_LINE = {
     ("unlink", ""): "what stays behind is reported by who wants its name",
 }
 
-# Failures that take away what does not come back, as described, and what the gateway is then without.
+# Failures that take away what does not come back, as described: what the gateway is without.
 LASTING = {
     ("calloc", "ThreadPool::startThreads"): "snapshots",
     ("pthread_create", "ThreadPool::startThreads"): "snapshots",
@@ -133,7 +135,7 @@ NOT_THERE = {
     ("epoll_ctl", "Epoll::remove", "ENOMEM"): "taking out asks for nothing",
     ("epoll_ctl", "Epoll::remove", "ENOSPC"): "likewise",
     ("epoll_ctl", "Epoll::remove", "EPERM"): "likewise",
-    ("getsockname", "Socket::localAddress", "ENOBUFS"): "the address of a socket that is bound is known",
+    ("getsockname", "Socket::localAddress", "ENOBUFS"): "a bound socket has an address",
 }
 
 # There is another way, or another try: only when somebody notices, a line is to tell of it.
@@ -145,10 +147,10 @@ WITH_ANOTHER_WAY = {
     ("write", "WakePipe::"): "written again",
 }
 
-# Imported, and either they can not fail, or their failure means nothing but what it says, or failing
-# them would be another program's fault.
+# Imported, and they can not fail, or their failing means nothing but what they say, or only a fault of
+# the program can make them fail.
 NEVER_FAILING = set("""
-    abort atoi clock_gettime free freeifaddrs geteuid getenv getpid gettimeofday htons inet_ntop
+    abort atoi clock_gettime dirfd free freeifaddrs geteuid getenv getpid gettimeofday htons inet_ntop
     inet_pton kill memchr memcmp memcpy memmove memset memrchr ntohs pthread_cond_broadcast
     pthread_cond_destroy pthread_cond_signal pthread_cond_timedwait pthread_cond_wait
     pthread_getspecific pthread_mutex_destroy pthread_mutex_lock pthread_mutex_trylock

@@ -68,6 +68,10 @@ class Plan:
         return self.function in calls.ALLOCATIONS
 
     @property
+    def may_end_the_console(self):
+        return self.is_allocation or "ConsoleDevice" in self.label
+
+    @property
     def connections_at_stake(self):
         if self.function not in calls.OF_CONNECTIONS or self.action in ("short", "EINTR"):
             return 0

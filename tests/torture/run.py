@@ -80,7 +80,8 @@ class Torture:
     def run(self):
         unknown = unknown_imports(self.build)
         if unknown:
-            sys.exit(f"calls.py knows nothing of {', '.join(unknown)}")
+            sys.exit(f"new calls: {', '.join(unknown)}. add them to tests/torture/calls.py, and to "
+                     "shim.cpp those that can fail")
         groups = self.learn()
         if self.arguments.plan:
             chosen = [plans.Plan.parse(self.arguments.plan)]

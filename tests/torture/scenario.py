@@ -67,7 +67,7 @@ class Life:
         if self.gateway.ended():
             return self.judge_early_end("run")
         by_signal = self.plan is not None and (len(self.plan.text) % 2 == 0 or
-                                               "ConsoleDevice" in self.plan.label)
+                                               self.plan.may_end_the_console)
         if not self.gateway.stop(by_signal):
             self.problems.append("it does not stop when asked to")
         self.traces["run"] = self.page.table()
