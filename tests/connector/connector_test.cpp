@@ -1,5 +1,8 @@
 #include <vyn/diagnoser.h>
 
+#include <algorithm>
+#include <tuple>
+
 #include "common/tick.h"
 #include "connector/message_queue.h"
 #include "support/support.h"
@@ -69,9 +72,9 @@ TEST_F(ConnectorTest, DeliversOneMessageATurnAndFiresDueTimersInEachTurn) {
         journal += std::to_string(message.what);
         if (message.what == 3) connector.stop();
     };
-    addTimer(0, [](int) { return false; });
+    const FunctionTimer& other = addTimer(0, [](int) { return false; });
     connector.removeTimer(2);
-    EXPECT_EQ(timers[1]->removed, 1);
+    EXPECT_EQ(other.removed, 1);
     for (int what = 1; what <= 4; ++what) post(what);
     connector.stop();  // forgotten when it begins to run
     connector.run();
@@ -96,11 +99,10 @@ TEST_F(ConnectorTest, GivesAMessageToItsCallbackOrItsExecutorOrTellsThatItIsForN
     connector.detach(&executor);
     post(3, 30);
     executor.sendMessage(Message::obtain(&callback, 1, 0, 0, nullptr));
-    connector.sendMessageDelayed(nullptr, Message::obtain(2, 4, 5, 6, nullptr), 0);
+    connector.sendMessageDelayed(nullptr, Message::obtain(2, 4, 5, nullptr), 0);
     connector.run();
     EXPECT_GE(tick::now() - start, 30);
-    EXPECT_EQ(log.count("nobody handle message: Message {what: 2, name: PING, arg1: 4, arg2: 5, "
-                        "arg3: 6, obj: 0, when: "),
+    EXPECT_EQ(log.count("nobody handle message: Message {what: 2, name: PING, arg1: 4, arg2: 5, "),
               1);
     EXPECT_EQ(fatal.count("only one connector is allowed on each thread."), 1);
 }
@@ -110,7 +112,6 @@ TEST_F(ConnectorTest, FiresTimersThatAnotherThreadAddsUntilThatStopsIt) {
     std::atomic<int> fired{0};
     FunctionTimer& timer = addTimer(5, [&](int count) { return ++fired < 3 && count == fired; });
     EXPECT_TRUE(waitUntil([&] { return fired == 3; }));
-    EXPECT_EQ(Connector::current(), nullptr);
     connector.stop();
     thread.join();
     EXPECT_EQ(timer.removed, 1);
@@ -145,21 +146,19 @@ TEST_F(ConnectorTest, ReportsItsLoadingWithinTheRange) {
         return true;
     });
     connector.run();
-    EXPECT_GT(connector.getLoading(), 1000);
-    EXPECT_LE(connector.getLoading(), 1100);
+    EXPECT_EQ(std::clamp(connector.getLoading(), 1001, 1100), connector.getLoading());
 }
 
 TEST(Diagnoser, CountsTheTimeBeforeEachWaitAsBusyWithinTheLastMarks) {
     Diagnoser diagnoser(3);
-    struct {
-        bool awake;
-        uint64_t time;
-        int percent;
-    } const marks[] = {{true, 5, 0},     {false, 5, 0},    {true, 1000, 0},
-                       {false, 1002, 0}, {true, 1004, 50}, {false, 1005, 33}};
-    for (const auto& mark : marks) {
-        diagnoser.record(mark.awake, mark.time);
-        EXPECT_EQ(diagnoser.busyPercent(), mark.percent) << "at " << mark.time;
+    for (const auto& [awake, time, percent] : {std::tuple(true, 5u, 0),
+                                               {false, 5, 0},
+                                               {true, 1000, 0},
+                                               {false, 1002, 0},
+                                               {true, 1004, 50},
+                                               {false, 1005, 33}}) {
+        diagnoser.record(awake, time);
+        EXPECT_EQ(diagnoser.busyPercent(), percent) << "at " << time;
     }
 }
 
@@ -168,9 +167,8 @@ TEST(MessageQueue, DeliversByTickAndThenByPosting) {
     ManualClock clock{kLastPositiveTick - 10};
     WakePipe wakePipe;
     MessageQueue queue{wakePipe};
-    RecordingExecutor executor;
     const auto post = [&](int what, long delayMs) {
-        queue.post(&executor, Message::obtain(what, 0, 0, nullptr), delayMs);
+        queue.post(nullptr, Message::obtain(what, 0, 0, nullptr), delayMs);
     };
     Message last;
     // The codes of all messages that are due then, in the order of delivery.
@@ -180,25 +178,21 @@ TEST(MessageQueue, DeliversByTickAndThenByPosting) {
         while (queue.takeDue(last, tick::now())) codes.push_back(last.what);
         return codes;
     };
-    post(1, 20);
-    post(2, 10);
-    post(3, 20);
-    post(4, 0);
-    post(5, -5);
-    EXPECT_EQ(takeAfter(0), (std::vector<int>{5, 4}));
+    const long delays[] = {0, -5, 20, 10, 20};
+    for (int what = 0; what < 5; ++what) post(what, delays[what]);
+    EXPECT_EQ(takeAfter(0), (std::vector<int>{1, 0}));
     EXPECT_EQ(takeAfter(9), std::vector<int>{});
     EXPECT_EQ(queue.nextDelayed(), kLastPositiveTick);
     clock.advance(11);
-    post(6, 0);
-    post(7, -10);
-    EXPECT_EQ(takeAfter(0), (std::vector<int>{2, 7, 1, 3, 6}));
+    post(5, 0);
+    post(6, -10);
+    EXPECT_EQ(takeAfter(0), (std::vector<int>{3, 6, 2, 4, 5}));
     EXPECT_EQ(last.when, INT32_MIN + 9);
-    EXPECT_EQ(last.target, &executor);
     EXPECT_EQ(queue.nextDelayed(), INT64_MAX);
-    post(8, INT32_MAX);
-    post(9, INT32_MIN);
-    EXPECT_EQ(takeAfter(INT32_MAX - 1), std::vector<int>{9});
-    EXPECT_EQ(takeAfter(1), std::vector<int>{8});
+    post(7, INT32_MAX);
+    post(8, INT32_MIN);
+    EXPECT_EQ(takeAfter(INT32_MAX - 1), std::vector<int>{8});
+    EXPECT_EQ(takeAfter(1), std::vector<int>{7});
 }
 
 }  // namespace

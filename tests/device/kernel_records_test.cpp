@@ -1,10 +1,7 @@
 // The devices that read records of the kernel: what changed among files and networks.
 
 #include <linux/rtnetlink.h>
-#include <net/if.h>
-#include <sched.h>
 #include <sys/inotify.h>
-#include <sys/ioctl.h>
 #include <vyn/inotify_device.h>
 #include <vyn/rtmgr_device.h>
 
@@ -103,15 +100,10 @@ TEST_F(KernelRecords, WithoutANameArePassedOverAndReadingStopsAtOnesThatReachToo
     log.clear();
     ASSERT_TRUE(feed.send(fileRecord(IN_Q_OVERFLOW, 0, "") + fileRecord(IN_IGNORED, 0, "") +
                           fileRecord(IN_CREATE | IN_DELETE, 4, "abcd") +
-                          fileRecord(IN_MODIFY, 1, "x")));
+                          fileRecord(IN_MODIFY, 1, "x") + fileRecord(IN_CREATE, UINT32_MAX, "ab")));
     EXPECT_EQ(watcher.drain(), (Changes{256, 2}));
-    EXPECT_EQ(log.texts(), Strings{"inotify has dropped changes of files, more came than were "
-                                   "read."});
-    log.clear();
-    ASSERT_TRUE(
-        feed.send(fileRecord(IN_DELETE, 4, "abcd") + fileRecord(IN_CREATE, UINT32_MAX, "abcd")));
-    EXPECT_EQ(watcher.drain(), (Changes{512}));
-    EXPECT_EQ(log.texts().size(), 1u);
+    EXPECT_EQ(log.texts().size(), 2u);
+    EXPECT_EQ(log.count("inotify has dropped changes of files, more came than were read."), 1);
     ASSERT_TRUE(feed.send(std::string(15, 'x')));
     EXPECT_EQ(watcher.drain(), Changes{-100});
 }
@@ -119,44 +111,17 @@ TEST_F(KernelRecords, WithoutANameArePassedOverAndReadingStopsAtOnesThatReachToo
 TEST_F(KernelRecords, CannotBeReadWithoutADescriptor) {
     const int before = openDescriptors();
     {
-        FileWatcher open;
-        EXPECT_NE(fcntl(open.device->getFd(), F_GETFD) & FD_CLOEXEC, 0);
-        EXPECT_NE(fcntl(RouteWatcher().device->getFd(), F_GETFD) & FD_CLOEXEC, 0);
+        FileWatcher files;
         const ExhaustedDescriptors none;
         RouteWatcher routes;
         EXPECT_EQ(FileWatcher().device->getFd(), -1);
         routes.device->onDataArrival(-1);
         EXPECT_EQ(routes.changes, Changes{});
-        EXPECT_EQ(routes.device->write("x", 1) + open.device->write("x", 1), 2);
+        EXPECT_EQ(routes.device->write("x", 1) + files.device->write("x", 1), 2);
     }
     EXPECT_EQ(openDescriptors(), before);
     EXPECT_EQ(log.count("[24] Too many open files. mFd == -1. inotify init fail."), 1);
-    EXPECT_EQ(log.count("Check failed. (mSocket >= 0)"), 1);
     EXPECT_EQ(log.count("[24] Too many open files. create socket(AF_NETLINK, "), 1);
-}
-
-TEST_F(KernelRecords, TellOfRealChangesOfLinks) {
-    int obstacle = 0;
-    // A namespace of its own, which goes with the thread.
-    std::thread([&] {
-        if (unshare(CLONE_NEWNET) != 0) {
-            obstacle = errno;
-            return;
-        }
-        RouteWatcher watcher;
-        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ifreq loopback{};
-        std::strcpy(loopback.ifr_name, "lo");
-        for (const int flags : {IFF_UP | IFF_LOOPBACK, int{IFF_LOOPBACK}}) {
-            loopback.ifr_flags = static_cast<short>(flags);
-            EXPECT_EQ(ioctl(fd, SIOCSIFFLAGS, &loopback), 0);
-            EXPECT_TRUE(awaitReadable(watcher.device->getFd()));
-            EXPECT_NE(watcher.drain(), Changes{});
-        }
-        close(fd);
-        EXPECT_EQ(log.texts(), Strings{});  // nothing that the kernel sends counts as damaged
-    }).join();
-    if (obstacle != 0) GTEST_SKIP() << "no network namespace: " << std::strerror(obstacle);
 }
 
 std::string message(uint16_t type, const std::string& content, uint32_t claimedLength = 0) {
@@ -186,17 +151,12 @@ TEST_F(KernelRecords, OfNetworksAreReadUpToWhatIsDamagedAndReportedOnceADatagram
         size_t names;
         size_t lines;
     } const cases[] = {{link, 1, 0},
-                       {link + link, 2, 0},
                        {message(NLMSG_DONE, "") + link, 0, 0},
-                       {message(NLMSG_ERROR, start) + link, 0, 0},
                        {message(RTM_NEWADDR, "") + link, 1, 0},
                        {link + message(RTM_NEWLINK, start, 15), 1, 1},
-                       {link + message(RTM_NEWLINK, start, 33), 1, 1},
                        {link + message(RTM_NEWLINK, start, UINT32_MAX), 1, 1},
                        {message(RTM_NEWLINK, start + damagedName(3)) + link, 1, 1},
                        {message(RTM_NEWLINK, start + damagedName(9)) + link, 1, 1},
-                       {message(RTM_NEWLINK, start + damagedName(65535)) + link, 1, 1},
-                       {"x", 0, 0},
                        {std::string(9000, '\xFF'), 0, 1}};
     RouteWatcher watcher;
     RecordFeed feed(watcher.device->getFd());

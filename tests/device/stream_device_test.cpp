@@ -54,7 +54,6 @@ TYPED_TEST(StreamDevice, TheEndOfTheStreamIsOneLineAndOneDisconnectionAndClosesN
     this->connection.client.reset();
     ASSERT_TRUE(awaitReadable(this->device.getFd()));
     this->device.onDataArrival(this->device.getFd());
-    EXPECT_EQ(this->log.texts().size(), 1u);
     EXPECT_EQ(this->log.count("read. ret:0"), 1);
     EXPECT_EQ(this->disconnections, 1);
     EXPECT_GE(this->device.getFd(), 0);
@@ -132,23 +131,22 @@ TEST(ListenerDevice, ListensAnewAndTellsOfSuccessAndFailure) {
     const std::string taken = "127.0.0.1:" + std::to_string(port);
     ListenerDevice second(port, "127.0.0.1");
     EXPECT_EQ(fatal.count("Check failed. (b == true) bind [" + taken + "] failed."), 1);
-    EXPECT_EQ(ListenerDevice(-1, "127.0.0.1").getFd(), -1);
     EXPECT_FALSE(second.listen(port, "127.0.0.1"));
-    EXPECT_TRUE(second.listen(0, "127.0.0.1"));
-    EXPECT_EQ(log.count("listen on " + taken), 1);
-    EXPECT_EQ(log.count("listen on 127.0.0.1:"), 2);
     EXPECT_EQ(log.count("bind [" + taken + "] failed."), 2);
+    EXPECT_TRUE(second.listen(0, "127.0.0.1"));
+    EXPECT_EQ(log.count("listen on 127.0.0.1:"), 2);
+    EXPECT_EQ(ListenerDevice(-1, "127.0.0.1").getFd(), -1);
 }
 
 TEST(UnixListenerDevice, OpensItsFileToEveryoneAndFailingToIsFatal) {
-    TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string path = folder / "socket";
-    const mode_t mask = umask(0077);
     FatalCapture fatal;
     LogCapture log;
+    const mode_t mask = umask(0077);
     UnixListenerDevice device(path);
-    UnixListenerDevice nameless("@vyn-test-device-" + folder.path());
     umask(mask);
+    const UnixListenerDevice nameless("@vyn-test-device-" + folder.path());
     EXPECT_EQ(fatal.lines(), Strings{});
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::all);
     EXPECT_EQ(log.count("bind on " + path) + log.count("listen on " + path), 2);
@@ -158,9 +156,8 @@ TEST(UnixListenerDevice, OpensItsFileToEveryoneAndFailingToIsFatal) {
     for (Device* each : {static_cast<Device*>(&device), static_cast<Device*>(&client)}) {
         EXPECT_NE(printed(each).find(", addr=" + path + "}"), std::string::npos);
     }
-    UnixListenerDevice rival(path);
-    EXPECT_EQ(fatal.count("Check failed. (b == true) bind addr " + path + " failed."), 1);
-    UnixListenerDevice homeless(path + "/none");
+    const UnixListenerDevice homeless(path + "/none");
+    EXPECT_EQ(fatal.count("Check failed. (b == true) bind addr " + path + "/none failed."), 1);
     EXPECT_EQ(fatal.count("Check failed. (ret == 0) chmod addr " + path + "/none to 0777"), 1);
 }
 
