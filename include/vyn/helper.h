@@ -73,7 +73,8 @@ VYN_API void sleep(int seconds);
 // A 32-bit checksum. It is the CRC-32 of IEEE 802.3 (reflected polynomial 0xEDB88320, register
 // started with all ones), continued over the length, low byte first, in as many bytes as its value
 // needs, and not inverted at the end: nothing gives 0xFFFFFFFF. It is therefore not the value other
-// CRC-32 functions give. `data` may be null when `len` is 0; a negative length counts as 0.
+// CRC-32 functions give. `data` may be null when `len` is 0; a negative length counts as 0. For
+// data in pieces see digest.h.
 [[nodiscard]] VYN_API uint32_t crc32(const void* data, int len);
 
 // The MD5 digest (RFC 1321) in 32 upper-case hex digits. `data` may be null when `len` is 0; a

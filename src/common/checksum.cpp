@@ -1,3 +1,4 @@
+#include <vyn/digest.h>
 #include <vyn/helper.h>
 
 #include <algorithm>
@@ -98,11 +99,23 @@ uint32_t add(uint32_t crc, const uint8_t* bytes, size_t size) {
 
 namespace vyn::helper {
 
-uint32_t crc32(const void* data, int len) {
-    const size_t size = static_cast<size_t>(std::max(len, 0));
-    uint32_t crc = checksum::add(0xFFFFFFFF, static_cast<const uint8_t*>(data), size);
-    for (size_t rest = size; rest != 0; rest >>= 8) crc = checksum::addByte(crc, rest & 0xFF);
+void Crc32::add(const void* data, size_t size) {
+    mRegister = checksum::add(mRegister, static_cast<const uint8_t*>(data), size);
+    mSize += size;
+}
+
+uint32_t Crc32::value() const {
+    uint32_t crc = mRegister;
+    for (uint64_t rest = mSize; rest != 0; rest >>= 8) {
+        crc = checksum::addByte(crc, static_cast<uint32_t>(rest & 0xFF));
+    }
     return crc;
+}
+
+uint32_t crc32(const void* data, int len) {
+    Crc32 crc;
+    crc.add(data, static_cast<size_t>(std::max(len, 0)));
+    return crc.value();
 }
 
 }  // namespace vyn::helper

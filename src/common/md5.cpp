@@ -1,4 +1,5 @@
 #include <vyn/buffer.h>
+#include <vyn/digest.h>
 #include <vyn/helper.h>
 
 #include <algorithm>
@@ -11,14 +12,6 @@
 
 // The MD5 digest, RFC 1321.
 namespace vyn::helper {
-
-// The state between two pieces of input. The fifth chaining word belongs to digests of five words
-// and stays as it is here.
-struct md5ctx {
-    uint32_t state[5] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0};
-    uint64_t count = 0;  // bytes added so far
-    uint8_t block[64];   // the last count % 64 of them
-};
 
 namespace {
 
@@ -78,7 +71,7 @@ void addBlock(md5ctx& ctx, const uint8_t* block) {
     for (size_t i = 0; i < 4; ++i) ctx.state[i] += words[i];
 }
 
-void hash_update(const char* data, unsigned int len, md5ctx& ctx) {
+void hash_update(const char* data, size_t len, md5ctx& ctx) {
     if (len == 0) return;
     const uint8_t* bytes = reinterpret_cast<const uint8_t*>(data);
     const size_t held = ctx.count % kBlockSize;
@@ -104,19 +97,28 @@ void pad(md5ctx& ctx) {
     for (size_t i = 0; i < kLengthSize; ++i, bits >>= 8) {
         padding[gap + i] = static_cast<char>(bits & 0xFF);
     }
-    hash_update(padding, static_cast<unsigned int>(gap + kLengthSize), ctx);
+    hash_update(padding, gap + kLengthSize, ctx);
 }
 
 }  // namespace
 
-std::string md5sum(const void* data, int len) {
-    md5ctx ctx;
-    hash_update(static_cast<const char*>(data), static_cast<unsigned int>(std::max(len, 0)), ctx);
+void Md5::add(const void* data, size_t size) {
+    hash_update(static_cast<const char*>(data), size, mContext);
+}
+
+std::string Md5::text() const {
+    md5ctx ctx = mContext;
     pad(ctx);
     // The digest is the words' bytes, low byte first.
     uint8_t digest[16];
     for (size_t i = 0; i < 4; ++i) little_endian::store(digest + 4 * i, ctx.state[i]);
     return Buffer(digest, sizeof digest).toHexString();
+}
+
+std::string md5sum(const void* data, int len) {
+    Md5 md5;
+    md5.add(data, static_cast<size_t>(std::max(len, 0)));
+    return md5.text();
 }
 
 }  // namespace vyn::helper
