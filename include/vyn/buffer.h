@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 #include <vyn/export.h>
 
@@ -28,6 +29,9 @@ namespace vyn {
 // bytes. When memory does not suffice, or the content would exceed INT_MAX bytes, std::bad_alloc
 // is thrown and the buffer is as it was.
 //
+// So it is with containers: a std::vector of buffers that is assigned to another leaves empty
+// buffers behind, while a copy that is made of it by its constructor is one.
+//
 // Not synchronised: one thread at a time.
 class VYN_API Buffer {
   public:
@@ -42,13 +46,16 @@ class VYN_API Buffer {
     explicit Buffer(const char* text);
     // A copy of bytes and words.
     Buffer(const Buffer& other);
+    // As move().
+    Buffer(Buffer&& other) noexcept;
     ~Buffer();
 
-    // Move from `other`, see above; a buffer assigned to itself ends up empty. The words travel
-    // along and also stay with the source. move() returns 0.
-    Buffer& operator=(const Buffer& other);
-    Buffer& operator=(const Buffer* other);
-    int move(const Buffer& other);
+    // THESE MOVE, ALSO FROM A CONST BUFFER, which is empty afterwards; see above. A buffer assigned
+    // to itself ends up empty. The words travel along and also stay with the source. move() returns
+    // 0.
+    Buffer& operator=(const Buffer& other) noexcept;
+    Buffer& operator=(const Buffer* other) noexcept;
+    int move(const Buffer& other) noexcept;
 
     // Replace the content; sizes as for the constructors.
     void assign(const void* bytes, int n);
@@ -89,11 +96,22 @@ class VYN_API Buffer {
     [[nodiscard]] int str_length();
     [[nodiscard]] int str_length() const;
 
-    // The text up to the first NUL. Appends a NUL first when the content does not end in one.
+    // The text up to the first NUL. Appends a NUL first when the content does not end in one; of a
+    // constant buffer all bytes are the text then.
     [[nodiscard]] std::string std_string();
+    [[nodiscard]] std::string std_string() const;
+
+    // All bytes, NULs too; good until the buffer is changed.
+    [[nodiscard]] std::string_view bytes() const noexcept;
 
     // True when the content is `text` and its NUL; compared up to the first NUL.
     [[nodiscard]] bool operator==(const std::string& text) const;
+    [[nodiscard]] bool operator!=(const std::string& text) const { return !(*this == text); }
+
+    // By the bytes, as std::string_view compares them; the words do not count.
+    [[nodiscard]] bool operator==(const Buffer& other) const { return bytes() == other.bytes(); }
+    [[nodiscard]] bool operator!=(const Buffer& other) const { return bytes() != other.bytes(); }
+    [[nodiscard]] bool operator<(const Buffer& other) const { return bytes() < other.bytes(); }
 
     // A negative index counts from the end: -1 is the last byte. An index outside -size to size-1
     // is fatal. Should the process live on all the same (logging::setAborter), at() returns the
@@ -118,8 +136,8 @@ class VYN_API Buffer {
     mutable char* data = nullptr;
 
   private:
-    [[nodiscard]] int heldBytes() const;
-    void adopt(char* block, int blockSize);
+    [[nodiscard]] int heldBytes() const noexcept;
+    void adopt(char* block, int blockSize) noexcept;
 };
 
 // Writes "Buffer(5 bytes): {ab 00 0ac}": printable bytes as they are, others as a blank and two

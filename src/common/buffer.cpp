@@ -49,19 +49,21 @@ Buffer::Buffer(const char* text) : Buffer(text, sizeWithNul(text)) {}
 
 Buffer::Buffer(const Buffer& other) : Buffer(other.data, other.size) { words = other.words; }
 
+Buffer::Buffer(Buffer&& other) noexcept { move(other); }
+
 Buffer::~Buffer() { adopt(nullptr, 0); }
 
-Buffer& Buffer::operator=(const Buffer& other) {
+Buffer& Buffer::operator=(const Buffer& other) noexcept {
     move(other);
     return *this;
 }
 
-Buffer& Buffer::operator=(const Buffer* other) {
+Buffer& Buffer::operator=(const Buffer* other) noexcept {
     if (other != nullptr) move(*other);
     return *this;
 }
 
-int Buffer::move(const Buffer& other) {
+int Buffer::move(const Buffer& other) noexcept {
     // Freed first, so that a buffer moved to itself takes over nothing.
     adopt(nullptr, 0);
     words = other.words;
@@ -152,10 +154,10 @@ char Buffer::operator[](int index) const {
 }
 
 // The fields are public: the size may be negative, or stand beside a null block.
-int Buffer::heldBytes() const { return data == nullptr ? 0 : std::max(size, 0); }
+int Buffer::heldBytes() const noexcept { return data == nullptr ? 0 : std::max(size, 0); }
 
 // Takes over a block. The old one is freed only now, since the new one may be made from its bytes.
-void Buffer::adopt(char* block, int blockSize) {
+void Buffer::adopt(char* block, int blockSize) noexcept {
     delete[] data;
     data = block;
     size = blockSize;

@@ -18,6 +18,12 @@ std::string Buffer::std_string() {
     return data;
 }
 
+std::string Buffer::std_string() const {
+    return std::string(bytes().substr(0, static_cast<size_t>(str_length())));
+}
+
+std::string_view Buffer::bytes() const noexcept { return {data, static_cast<size_t>(heldBytes())}; }
+
 bool Buffer::operator==(const std::string& text) const {
     const size_t length = text.length();
     return static_cast<size_t>(heldBytes()) == length + 1 && data[length] == '\0' &&
