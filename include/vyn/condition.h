@@ -1,5 +1,8 @@
 #pragma once
 
+#include <ctime>
+#include <type_traits>
+
 #include <vyn/export.h>
 #include <vyn/thread_annotations.h>
 
@@ -9,10 +12,9 @@ namespace vyn {
 // is not recursive. A waiter tests what it waits for in a loop, since a wait may also end without a
 // signal:
 //
-//     condition.lock();
-//     while (queue.empty()) condition.wait();
+//     Condition::Holder holder(condition);
+//     condition.wait([&] { return !queue.empty(); });
 //     ... take from the queue ...
-//     condition.unlock();
 //
 // Every operation returns the result of the pthread call behind it: 0, or an error number. A
 // Condition that has been destroyed, as a global one is while the process exits, answers 0 and does
@@ -38,13 +40,53 @@ class VYN_API VYN_CAPABILITY("mutex") Condition {
     // wait.
     int wait(int ms) VYN_REQUIRES(this);
 
+    // As wait(int), but the end lies on the monotonic clock, which nobody sets.
+    int waitMonotonic(int ms) VYN_REQUIRES(this);
+
+    // Waits until `done`, which is called with the mutex held, gives true. Returns 0, or the error
+    // that ended the waiting.
+    template <typename Done, std::enable_if_t<std::is_invocable_r_v<bool, Done&>, int> = 0>
+    int wait(Done done) VYN_REQUIRES(this) {
+        int error = 0;
+        while (error == 0 && mPair != nullptr && !done()) error = wait();
+        return error;
+    }
+    // The same for at most `ms` milliseconds of the monotonic clock, in all. Returns what `done`
+    // gave in the end.
+    template <typename Done, std::enable_if_t<std::is_invocable_r_v<bool, Done&>, int> = 0>
+    bool wait(int ms, Done done) VYN_REQUIRES(this) {
+        const timespec end = monotonicEnd(ms);
+        for (int error = 0; !done(); error = waitUntil(end)) {
+            if (error != 0 || mPair == nullptr) return false;
+        }
+        return true;
+    }
+
     // Wake one waiter, or all. The caller need not hold the mutex.
     int signal();
     int broadcast();
 
+    // Holds the mutex for the length of a scope. The Condition must outlive it.
+    class VYN_SCOPED_CAPABILITY Holder {
+      public:
+        explicit Holder(Condition& condition) VYN_ACQUIRE(condition) : mCondition(condition) {
+            mCondition.lock();
+        }
+        ~Holder() VYN_RELEASE() { mCondition.unlock(); }
+        Holder(const Holder&) = delete;
+        Holder& operator=(const Holder&) = delete;
+
+      private:
+        Condition& mCondition;
+    };
+
   private:
     friend class ThreadPool;
     struct Pair;
+
+    // The instant `ms` milliseconds from now on the monotonic clock, and as wait() until then.
+    static timespec monotonicEnd(int ms);
+    int waitUntil(const timespec& end) VYN_REQUIRES(this);
 
     // As wait(), with the mutex of another: its holders may then wait for two different things.
     int waitInside(Condition& other) VYN_REQUIRES(other);

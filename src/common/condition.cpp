@@ -56,6 +56,20 @@ int Condition::wait(int ms) {
     return pthread_cond_timedwait(&pair->condition, &pair->mutex, &deadline);
 }
 
+int Condition::waitMonotonic(int ms) { return waitUntil(monotonicEnd(ms)); }
+
+timespec Condition::monotonicEnd(int ms) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return laterBy(now, ms);
+}
+
+int Condition::waitUntil(const timespec& end) {
+    Pair* const pair = mPair;
+    if (pair == nullptr) return 0;
+    return pthread_cond_clockwait(&pair->condition, &pair->mutex, CLOCK_MONOTONIC, &end);
+}
+
 int Condition::waitInside(Condition& other) {
     Pair* const pair = mPair;
     Pair* const locked = other.mPair;

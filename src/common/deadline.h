@@ -10,10 +10,10 @@ namespace vyn {
 // The time `ms` milliseconds after `now`; before it when `ms` is negative. The nanoseconds always
 // lie within one second, as pthread_cond_timedwait demands. Where time_t ends, so does the
 // deadline.
-inline timespec deadlineAfter(const timeval& now, int ms) {
+inline timespec laterBy(const timespec& now, int ms) {
     constexpr long kSecond = 1000000000;
     // Below two seconds, which 32 bits hold.
-    long nanoseconds = static_cast<long>(now.tv_usec) * 1000 + ms % 1000 * 1000000L;
+    long nanoseconds = static_cast<long>(now.tv_nsec) + ms % 1000 * 1000000L;
     long seconds = ms / 1000 + nanoseconds / kSecond;
     nanoseconds %= kSecond;
     if (nanoseconds < 0) {
@@ -26,6 +26,13 @@ inline timespec deadlineAfter(const timeval& now, int ms) {
         deadline.tv_sec = std::numeric_limits<time_t>::max();
     }
     return deadline;
+}
+
+inline timespec deadlineAfter(const timeval& now, int ms) {
+    timespec precise{};
+    precise.tv_sec = now.tv_sec;
+    precise.tv_nsec = static_cast<long>(now.tv_usec) * 1000;
+    return laterBy(precise, ms);
 }
 
 }  // namespace vyn

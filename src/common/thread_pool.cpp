@@ -18,19 +18,6 @@ constexpr long kTimeoutMs = 10001;
 
 TaskIds gTaskIds;
 
-class VYN_SCOPED_CAPABILITY Holder {
-  public:
-    explicit Holder(Condition& condition) VYN_ACQUIRE(condition) : mCondition(condition) {
-        mCondition.lock();
-    }
-    ~Holder() VYN_RELEASE() { mCondition.unlock(); }
-    Holder(const Holder&) = delete;
-    Holder& operator=(const Holder&) = delete;
-
-  private:
-    Condition& mCondition;
-};
-
 long elapsedSince(long start) { return helper::tickDifference(helper::mtick(), start); }
 
 void nameThread() {
@@ -61,14 +48,14 @@ void ThreadPool::addTask(Task* task) {
     task->mId = gTaskIds.next();
     // The node is made and later freed outside of the lock.
     std::list<Task*> node{task};
-    Holder holder(mCond);
+    Condition::Holder holder(mCond);
     mTasks.splice(mTasks.end(), node);
     wakeThread();
 }
 
 std::string ThreadPool::checkTaskTimeout() {
     std::ostringstream text;
-    Holder holder(mTimeCond);
+    Condition::Holder holder(mTimeCond);
     for (const auto& [id, start] : mRunningSince) {
         const long elapsed = elapsedSince(start);
         if (elapsed < kTimeoutMs) continue;
@@ -101,7 +88,7 @@ void ThreadPool::startThreads(int count) {
     }
     VYN_LOG_DEBUG << "worker thread created. count: " << started;
     // No thread can have left yet: only the destructor makes them leave.
-    Holder holder(mCond);
+    Condition::Holder holder(mCond);
     mThreads = started;
 }
 
@@ -114,7 +101,7 @@ void ThreadPool::runTasks() {
 // Null when the thread is to leave.
 ThreadPool::Task* ThreadPool::nextTask() {
     std::list<Task*> taken;
-    Holder holder(mCond);
+    Condition::Holder holder(mCond);
     while (mTasks.empty() && !mQuit) waitForTask();
     if (mQuit) return nullptr;
     taken.splice(taken.begin(), mTasks, mTasks.begin());
@@ -169,13 +156,13 @@ void ThreadPool::runTask(Task* task) {
 // take down what its log lines go to.
 void ThreadPool::leave() {
     VYN_LOG_DEBUG << "worker thread " << reinterpret_cast<void*>(pthread_self()) << " destroyed.";
-    Holder holder(mCond);
+    Condition::Holder holder(mCond);
     if (--mThreads == 0) mCond.signal();
 }
 
 void ThreadPool::recordStart(int id) {
     const long start = helper::mtick();
-    Holder holder(mTimeCond);
+    Condition::Holder holder(mTimeCond);
     try {
         mRunningSince[id] = start;
     } catch (const std::bad_alloc&) {
@@ -186,7 +173,7 @@ void ThreadPool::recordStart(int id) {
 void ThreadPool::reportTime(const Task* task, int id) {
     long elapsed = 0;
     {
-        Holder holder(mTimeCond);
+        Condition::Holder holder(mTimeCond);
         const auto entry = mRunningSince.find(id);
         if (entry == mRunningSince.end()) return;
         elapsed = elapsedSince(entry->second);
@@ -198,7 +185,7 @@ void ThreadPool::reportTime(const Task* task, int id) {
 }
 
 void ThreadPool::drainAndQuit() {
-    Holder holder(mCond);
+    Condition::Holder holder(mCond);
     mDraining = true;
     while (!mTasks.empty() && mThreads > 0) mCond.wait();
     mQuit = true;
@@ -208,12 +195,12 @@ void ThreadPool::drainAndQuit() {
 
 // Tasks still running are not reported any more.
 void ThreadPool::forgetStarts() {
-    Holder holder(mTimeCond);
+    Condition::Holder holder(mTimeCond);
     mRunningSince.clear();
 }
 
 void ThreadPool::waitForThreads() {
-    Holder holder(mCond);
+    Condition::Holder holder(mCond);
     while (mThreads > 0) mCond.wait();
 }
 
@@ -228,7 +215,7 @@ void ThreadPool::deleteTasks() {
 }
 
 ThreadPool::Task* ThreadPool::takeLost() {
-    Holder holder(mCond);
+    Condition::Holder holder(mCond);
     if (mTasks.empty()) return nullptr;
     Task* task = mTasks.front();
     mTasks.pop_front();
