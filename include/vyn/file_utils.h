@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <vyn/buffer.h>
 #include <vyn/export.h>
@@ -29,6 +30,26 @@ VYN_API bool createfile(const std::string& path);
 // result is -EIO or the error of the read, and `out` has the file's size, the bytes that were read
 // and then zeros.
 [[nodiscard]] VYN_API int readFile(const std::string& path, Buffer& out);
+
+// Fills `out` with all that can be read until the end comes and returns how much that is: for files
+// without a size, such as those under /proc and /sys, and for pipes, whose writers it waits for. On
+// failure returns -errno, and `out` is as it was; -EFBIG means more than a buffer holds. A
+// descriptor is read from where it stands and stays open.
+[[nodiscard]] VYN_API int readToEnd(const std::string& path, Buffer& out);
+[[nodiscard]] VYN_API int readToEnd(int descriptor, Buffer& out);
+
+// Gives the file at `path` a new content so that a reader finds the old or the new one, whole, also
+// after a crash: writes a file beside it, syncs it, renames it over and syncs the directory. What
+// is not there yet is made. A symbolic link is followed; mode, owner and extended attributes are
+// kept; other hard links to the file keep the old content. What is no regular file is written to.
+//
+// Where the directory does not allow that, or the owner cannot be kept, the file is rewritten in
+// place, after making sure that the disk has room; a crash meanwhile can then cost its content.
+//
+// False, with an error line and the old content, when the new one could not be written. Waits for
+// the storage. A process that is killed meanwhile may leave a file beside the target, with the
+// beginning of its name, an identifier and ".tmp", which can be deleted.
+[[nodiscard]] VYN_API bool replaceFile(const std::string& path, std::string_view content);
 
 // The number of sub-directories whose names have exactly 9 or exactly 16 characters; 0 when the
 // directory cannot be read. A symbolic link to a directory does not count.

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string_view>
 
 namespace vyn {
 
@@ -33,7 +34,7 @@ class Descriptor {
     }
 
     // Writes all of `text`; false, with errno, when that fails.
-    [[nodiscard]] bool writeAll(const std::string& text) const {
+    [[nodiscard]] bool writeAll(std::string_view text) const {
         size_t done = 0;
         while (done < text.size()) {
             const ssize_t count =

@@ -1,10 +1,9 @@
-#include "common/file_replacement.h"
-
 #include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
+#include <vyn/file_utils.h>
 #include <vyn/helper.h>
 #include <vyn/logging.h>
 
@@ -90,7 +89,7 @@ bool copyOwnership(const struct stat& old, const Descriptor& to) {
 
 // Nobody else may read the new file until it has the mode and owner of the old one.
 bool writeNew(const std::string& name, const Descriptor& oldFile, const Status& old,
-              const std::string& content) {
+              std::string_view content) {
     const Descriptor file(name, O_WRONLY | O_CREAT | O_EXCL, old ? 0600 : 0666);
     if (!file.isOpen()) return false;
     if (old && !copyOwnership(*old, file)) return false;
@@ -123,7 +122,7 @@ std::string temporaryFor(const std::string& target) {
 
 // Returns 0 or the error; nothing is left behind then.
 int replaceByRename(const std::string& target, const Descriptor& oldFile, const Status& old,
-                    const std::string& content) {
+                    std::string_view content) {
     const std::string temporary = temporaryFor(target);
     if (writeNew(temporary, oldFile, old, content) &&
         std::rename(temporary.c_str(), target.c_str()) == 0) {
@@ -145,7 +144,7 @@ bool speaksForRewriting(int error) {
 
 // `size` is that of the file, which is cut only where it must be: a file that may grow but not
 // shrink can still get its old content back.
-bool overwrite(const Descriptor& file, size_t size, const std::string& content) {
+bool overwrite(const Descriptor& file, size_t size, std::string_view content) {
     return lseek(file.fd(), 0, SEEK_SET) == 0 && file.writeAll(content) &&
            (size <= content.size() ||
             ftruncate(file.fd(), static_cast<off_t>(content.size())) == 0) &&
@@ -168,7 +167,7 @@ std::optional<std::string> contentOf(const std::string& path) {
 // Returns 0 or the error. Asks for the space before anything is overwritten. Where a file system
 // cannot promise any, or writing fails for another reason, the old content is put back: its blocks
 // are still there.
-int rewrite(const std::string& path, const Descriptor& file, const std::string& content) {
+int rewrite(const std::string& path, const Descriptor& file, std::string_view content) {
     const bool full =
         fallocate(file.fd(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(content.size())) != 0 &&
         (errno == ENOSPC || errno == EDQUOT || errno == EFBIG);
@@ -182,7 +181,7 @@ int rewrite(const std::string& path, const Descriptor& file, const std::string& 
 }
 
 // Returns 0 or the error.
-int replace(const std::string& path, const std::string& content) {
+int replace(const std::string& path, std::string_view content) {
     std::string target = path;
     if (!followLinks(target)) return errno;
     // A file that may not be written is not to be replaced either. Without O_NONBLOCK, opening a
@@ -198,7 +197,7 @@ int replace(const std::string& path, const std::string& content) {
 
 }  // namespace
 
-bool replaceFile(const std::string& path, const std::string& content) {
+bool replaceFile(const std::string& path, std::string_view content) {
     const int error = replace(path, content);
     if (error == 0) return true;
     errno = error;

@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vyn/file_utils.h>
@@ -38,6 +39,24 @@ int fill(const Descriptor& file, Buffer& out) {
         done += static_cast<int>(count);
     }
     return 0;
+}
+
+// Returns 0 or the error.
+int appendRest(int descriptor, std::string& content) {
+    char block[16384];
+    for (;;) {
+        const ssize_t count = read(descriptor, block, sizeof block);
+        if (count == 0) return 0;
+        if (count > 0) {
+            if (content.size() + static_cast<size_t>(count) > INT_MAX) return EFBIG;
+            content.append(block, static_cast<size_t>(count));
+        } else if (errno == EAGAIN) {
+            pollfd interest{descriptor, POLLIN, 0};
+            if (poll(&interest, 1, -1) < 0 && errno != EINTR) return errno;
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
 }
 
 // Some file systems do not tell in the entry.
@@ -100,6 +119,27 @@ int readFile(const std::string& path, Buffer& out) {
         VYN_LOG_ERRNO_INFO << "fread fail.";
         return -error;
     }
+    return out.size;
+}
+
+int readToEnd(const std::string& path, Buffer& out) {
+    const Descriptor file(path, O_RDONLY);
+    if (!file.isOpen()) {
+        VYN_LOG_ERRNO_INFO << "fopen fail.";
+        return -errno;
+    }
+    return readToEnd(file.fd(), out);
+}
+
+int readToEnd(int descriptor, Buffer& out) {
+    std::string content;
+    const int error = appendRest(descriptor, content);
+    if (error != 0) {
+        errno = error;
+        VYN_LOG_ERRNO_INFO << "fread fail.";
+        return -error;
+    }
+    out.assign(content.data(), static_cast<int>(content.size()));
     return out.size;
 }
 
