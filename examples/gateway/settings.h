@@ -6,7 +6,6 @@
 #include <vyn/inotify_device.h>
 #include <vyn/logging.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -68,15 +67,10 @@ class SettingsFile : public vyn::Handler {
     void take(const vyn::IniConfig& file) {
         mCurrent = Settings();
         mCurrent.token = file.get("token", "");
-        takeNumber(file, "silence_ms", mCurrent.silenceMs);
-        takeNumber(file, "login_ms", mCurrent.loginMs);
+        mCurrent.silenceMs = file.getInt("silence_ms", static_cast<int>(mCurrent.silenceMs), 0);
+        mCurrent.loginMs = file.getInt("login_ms", static_cast<int>(mCurrent.loginMs), 0);
         VYN_LOG_INFO << "settings read: silence_ms=" << mCurrent.silenceMs
                      << (mCurrent.token.empty() ? ", no token" : ", a token");
-    }
-
-    static void takeNumber(const vyn::IniConfig& file, const char* key, long& number) {
-        const std::string text = file.get(key, "");
-        if (!text.empty()) number = std::strtol(text.c_str(), nullptr, 10);
     }
 
     const std::string mPath;

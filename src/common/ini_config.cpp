@@ -2,12 +2,13 @@
 #include <vyn/file_utils.h>
 #include <vyn/helper.h>
 #include <vyn/ini_config.h>
+#include <vyn/logging.h>
+#include <vyn/setting_value.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ostream>
 #include <sstream>
-
-#include "common/file_replacement.h"
 
 namespace vyn {
 
@@ -25,7 +26,9 @@ bool IniConfig::load(const std::string& filePath) {
     path = filePath;
     Buffer content;
     const int size = readFile(path, content);
-    if (size < 1) return size == 0;
+    mIsRead = size >= 0;
+    mMayBeSaved = mIsRead || size == -ENOENT;
+    if (size < 1) return mIsRead;
     const char* line = content.data;
     const char* const end = line + content.size;
     for (const char* lineEnd; (lineEnd = std::find(line, end, '\n')) != end; line = lineEnd + 1) {
@@ -42,7 +45,13 @@ void IniConfig::parseLine(const std::string& line) {
         helper::trim(text.substr(separator + 1), kBlanks);
 }
 
+bool IniConfig::ok() const { return mIsRead; }
+
 bool IniConfig::save() {
+    if (!mMayBeSaved) {
+        VYN_LOG_ERROR << path << " could not be read, so it is not saved: entries would be lost.";
+        return false;
+    }
     std::ostringstream text;
     dump(text);
     return replaceFile(path, text.str());
@@ -57,9 +66,37 @@ std::string IniConfig::get(const std::string& key, const std::string& def) const
     return entry == entries.end() ? def : entry->second;
 }
 
-void IniConfig::set(const std::string& key, const std::string& value, bool andSave) {
+int IniConfig::getInt(const std::string& key, int def, int min, int max) const {
+    return static_cast<int>(setting::integer(path, key, get(key, ""), def, min, max));
+}
+
+int64_t IniConfig::getInt64(const std::string& key, int64_t def, int64_t min, int64_t max) const {
+    return setting::integer(path, key, get(key, ""), def, min, max);
+}
+
+double IniConfig::getDouble(const std::string& key, double def, double min, double max) const {
+    return setting::number(path, key, get(key, ""), def, min, max);
+}
+
+bool IniConfig::getBool(const std::string& key, bool def) const {
+    return setting::isOn(path, key, get(key, ""), def);
+}
+
+bool IniConfig::set(const std::string& key, const std::string& value, bool andSave) {
     entries[key] = value;
-    if (andSave) save();
+    return !andSave || save();
+}
+
+bool IniConfig::remove(const std::string& key, bool andSave) {
+    entries.erase(key);
+    return !andSave || save();
+}
+
+std::vector<std::string> IniConfig::keys() const {
+    std::vector<std::string> all;
+    all.reserve(entries.size());
+    for (const auto& entry : entries) all.push_back(entry.first);
+    return all;
 }
 
 bool IniConfig::exist(const std::string& key) const { return entries.count(key) != 0; }
