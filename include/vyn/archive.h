@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <type_traits>
 
 #include <vyn/buffer.h>
 #include <vyn/export.h>
@@ -44,12 +45,23 @@ class VYN_API Archive {
     // whose length, as it is written, ends the reading of the block.
     void put(const void* bytes, int n);
     Archive& operator<<(const std::string& text);
+    Archive& operator<<(const char* text);  // null makes an item without bytes
     Archive& operator<<(const Buffer& buffer);
+    // Numbers and null pointers have no form of their own: put their bytes or their text.
+    template <typename Other,
+              std::enable_if_t<std::is_arithmetic_v<Other> || std::is_enum_v<Other> ||
+                                   std::is_null_pointer_v<Other>,
+                               int> = 0>
+    Archive& operator<<(Other) = delete;
 
     // Appends the items of a block. The block may come from anywhere: a record with a negative
     // length, or one that does not lie inside the block, ends the reading with one error line. The
     // items in front of it stay, and nothing outside the block is read. A null block has no items.
-    void putSerializeData(const void* data, int len);
+    // True when there was no such record.
+    bool putSerializeData(const void* data, int len);
+
+    // False once a block was not read to its end, until clear().
+    [[nodiscard]] bool ok() const;
 
     // Take the first item. Without one, nothing happens to the target.
     //
@@ -68,6 +80,7 @@ class VYN_API Archive {
 
   private:
     const std::unique_ptr<ArchiveItems> mItems;
+    bool mOk = true;
 };
 
 // An object that saves itself into an archive and loads itself from one.
@@ -82,8 +95,9 @@ class VYN_API Serializer {
 
     // Replaces `out` with this object's fields as one block.
     void saveTo(Buffer& out);
-    // Loads from such a block. Items that deserialize() leaves are dropped.
-    void loadFrom(const Buffer& in);
+    // Loads from such a block. Items that deserialize() leaves are dropped. False when the block
+    // was damaged; what stood in front of the damage was loaded all the same.
+    bool loadFrom(const Buffer& in);
 };
 
 }  // namespace vyn

@@ -22,7 +22,10 @@ Archive::Archive(const void* data, int len) : Archive() { putSerializeData(data,
 
 Archive::~Archive() = default;
 
-void Archive::clear() { mItems->clear(); }
+void Archive::clear() {
+    mItems->clear();
+    mOk = true;
+}
 
 bool Archive::empty() const { return mItems->empty(); }
 
@@ -33,28 +36,39 @@ Archive& Archive::operator<<(const std::string& text) {
     return *this;
 }
 
+Archive& Archive::operator<<(const char* text) {
+    put(text, text == nullptr ? 0 : countable(std::strlen(text) + 1));
+    return *this;
+}
+
 Archive& Archive::operator<<(const Buffer& buffer) {
     put(buffer.data, buffer.size);
     return *this;
 }
 
-void Archive::putSerializeData(const void* data, int len) {
+bool Archive::putSerializeData(const void* data, int len) {
     const char* const records = static_cast<const char*>(data);
     const char* cursor = records;
     int remaining = data == nullptr ? 0 : len;
+    bool isWhole = true;
     while (remaining > ArchiveItems::kLengthSize) {
         const int length = ArchiveItems::itemAt(cursor).size;
         remaining -= ArchiveItems::kLengthSize;
         if (length < 0 || length > remaining) {
             VYN_LOG_ERROR << "archive record of " << length << " bytes is invalid, the "
                           << remaining << " bytes behind its length are not read.";
+            isWhole = false;
             break;
         }
         cursor += ArchiveItems::kLengthSize + length;
         remaining -= length;
     }
     mItems->addRecords(records, static_cast<size_t>(cursor - records));
+    mOk = mOk && isWhole;
+    return isWhole;
 }
+
+bool Archive::ok() const { return mOk; }
 
 void Archive::get(void* bytes, int n) {
     if (empty()) return;
@@ -107,9 +121,10 @@ void Serializer::saveTo(Buffer& out) {
     archive.copyTo(out);
 }
 
-void Serializer::loadFrom(const Buffer& in) {
+bool Serializer::loadFrom(const Buffer& in) {
     Archive archive(in.data, in.size);
     deserialize(archive);
+    return archive.ok();
 }
 
 }  // namespace vyn

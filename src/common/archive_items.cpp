@@ -1,56 +1,50 @@
 #include "common/archive_items.h"
 
-#include <algorithm>
 #include <new>
 
 namespace vyn {
 
 void ArchiveItems::clear() {
-    std::vector<char>().swap(mRecords);
+    mBlock.reset();
+    mCapacity = mSize = mTaken = 0;
+}
+
+// As what is left is no more than what was taken, taking all items one by one moves no byte more
+// often than once on average.
+void ArchiveItems::giveBack() {
+    if (empty()) return clear();
+    dropTaken();
+    // Where the block cannot be made smaller, its memory goes with the archive.
+    static_cast<void>(resize(mSize));
+}
+
+// What was taken goes once it is no less than what is left, so that a queue that is never empty
+// does not grow for ever, and no more bytes are ever moved than were taken.
+void ArchiveItems::grow(size_t size) {
+    constexpr size_t kLeast = 1024;
+    constexpr size_t kMuch = 64 * 1024;
+    if (mTaken > 0 && mTaken >= this->size()) dropTaken();
+    if (size <= mCapacity - mSize) return;
+    const size_t needed = mSize + size;
+    // What is more than the memory there is may still do without a reserve.
+    const size_t more = mCapacity * (mCapacity < kMuch ? 4 : 2);
+    if (!resize(std::max({needed, more, kLeast})) && !resize(needed)) throw std::bad_alloc();
+}
+
+void ArchiveItems::dropTaken() {
+    mSize -= mTaken;
+    std::memmove(mBlock.get(), mBlock.get() + mTaken, mSize);
     mTaken = 0;
 }
 
-void ArchiveItems::add(const void* bytes, int size) {
-    if (bytes == nullptr) size = std::min(size, 0);
-    char length[kLengthSize];
-    little_endian::store(length, static_cast<uint32_t>(size));
-    makeRoom(recordSize(size));
-    mRecords.insert(mRecords.end(), length, length + kLengthSize);
-    const char* from = static_cast<const char*>(bytes);
-    if (size > 0) mRecords.insert(mRecords.end(), from, from + size);
-}
-
-void ArchiveItems::addRecords(const char* records, size_t size) {
-    if (size == 0) return;
-    makeRoom(size);
-    mRecords.insert(mRecords.end(), records, records + size);
-}
-
-// Moves what is left into a block of its own size. As it is no more than what was taken, taking all
-// items one by one moves no byte more often than once on average.
-void ArchiveItems::giveBack() {
-    if (empty()) return clear();
-    try {
-        std::vector<char> left(records(), records() + size());
-        mRecords.swap(left);
-        mTaken = 0;
-    } catch (const std::bad_alloc&) {
-        // The memory goes with the archive.
-    }
-}
-
-// Makes sure that so many bytes can be added without another allocation. What was taken goes once
-// it is no less than what is left, so that a queue that is never empty does not grow for ever, and
-// no more bytes are ever moved than were taken.
-void ArchiveItems::makeRoom(size_t size) {
-    if (mTaken > 0 && mTaken >= this->size()) {
-        mRecords.erase(mRecords.begin(), mRecords.begin() + static_cast<std::ptrdiff_t>(mTaken));
-        mTaken = 0;
-    }
-    const size_t needed = mRecords.size() + size;
-    if (needed > mRecords.capacity()) {
-        mRecords.reserve(std::max({needed, mRecords.capacity() * 3 / 2, size_t{256}}));
-    }
+// False, with the block as it was, when there is no memory.
+bool ArchiveItems::resize(size_t capacity) {
+    void* const block = std::realloc(mBlock.get(), capacity);
+    if (block == nullptr) return false;
+    static_cast<void>(mBlock.release());
+    mBlock.reset(static_cast<char*>(block));
+    mCapacity = capacity;
+    return true;
 }
 
 }  // namespace vyn

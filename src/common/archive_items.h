@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
 #include "common/little_endian.h"
 
@@ -21,13 +23,20 @@ class ArchiveItems {
     // What the length of an item takes.
     static constexpr int kLengthSize = 4;
 
-    [[nodiscard]] bool empty() const { return mTaken == mRecords.size(); }
+    [[nodiscard]] bool empty() const { return mTaken == mSize; }
     // Also gives the memory back.
     void clear();
 
-    void add(const void* bytes, int size);
+    void add(const void* bytes, int size) {
+        if (bytes == nullptr) size = std::min(size, 0);
+        char* const record = makeRoom(recordSize(size));
+        little_endian::store(record, static_cast<uint32_t>(size));
+        if (size > 0) copy(record + kLengthSize, bytes, static_cast<size_t>(size));
+    }
     // Adds the items of records that are known to be whole.
-    void addRecords(const char* records, size_t size);
+    void addRecords(const char* records, size_t size) {
+        if (size > 0) std::memcpy(makeRoom(size), records, size);
+    }
     // Takes the first of at least one item once `use` has been called with it. Should that throw,
     // the item stays.
     template <typename Use>
@@ -39,10 +48,10 @@ class ArchiveItems {
     }
 
     // All items as records, for which the pointer may be null when there are none.
-    [[nodiscard]] const char* records() const { return mRecords.data() + mTaken; }
-    [[nodiscard]] size_t size() const { return mRecords.size() - mTaken; }
+    [[nodiscard]] const char* records() const { return mBlock.get() + mTaken; }
+    [[nodiscard]] size_t size() const { return mSize - mTaken; }
     // The bytes of memory that are held.
-    [[nodiscard]] size_t capacity() const { return mRecords.capacity(); }
+    [[nodiscard]] size_t capacity() const { return mCapacity; }
     // The item at the start of records that are whole, and what an item takes up among them.
     [[nodiscard]] static Item itemAt(const char* records) {
         return {records + kLengthSize, static_cast<int32_t>(little_endian::load(records))};
@@ -52,13 +61,45 @@ class ArchiveItems {
     }
 
   private:
+    struct Free {
+        void operator()(char* block) const { std::free(block); }
+    };
     // What is taken keeps no more memory than this and what is left do.
     static constexpr size_t kMostTaken = 64 * 1024;
 
-    void makeRoom(size_t size);
-    void giveBack();
+    // As memcpy(), whose call would take longer than the copying of what most items are: numbers
+    // and short texts. Two pieces of a fixed size do, which may overlap.
+    static void copy(char* to, const void* from, size_t size) {
+        if (size < 8 || size > 32) {
+            std::memcpy(to, from, size);
+        } else if (size < 16) {
+            copyTwice<8>(to, from, size);
+        } else {
+            copyTwice<16>(to, from, size);
+        }
+    }
+    template <size_t Piece>
+    static void copyTwice(char* to, const void* from, size_t size) {
+        std::memcpy(to, from, Piece);
+        std::memcpy(to + size - Piece, static_cast<const char*>(from) + size - Piece, Piece);
+    }
 
-    std::vector<char> mRecords;
+    // The place of so many more bytes.
+    char* makeRoom(size_t size) {
+        if (size > mCapacity - mSize) grow(size);
+        char* const place = mBlock.get() + mSize;
+        mSize += size;
+        return place;
+    }
+    void grow(size_t size);
+    void giveBack();
+    void dropTaken();
+    [[nodiscard]] bool resize(size_t capacity);
+
+    // Of malloc(), since blocks grow where they are more often than not.
+    std::unique_ptr<char, Free> mBlock;
+    size_t mCapacity = 0;
+    size_t mSize = 0;   // of the block, the bytes in use
     size_t mTaken = 0;  // the bytes of the records in front that are not items any more
 };
 
