@@ -1,14 +1,12 @@
 #include <vyn/logging.h>
 #include <vyn/xml_codec.h>
 
-#include <algorithm>
-#include <climits>
-#include <cstdlib>
 #include <iterator>
 #include <rapidxml/rapidxml.hpp>
 #include <rapidxml/rapidxml_print.hpp>
 
 #include "common/xml_depth.h"
+#include "common/xml_names.h"
 
 namespace vyn {
 
@@ -40,12 +38,6 @@ bool isDeeper(const rapidxml::xml_node<char>& top, int levels) {
     }
 }
 
-// As atoi(), but beyond the range of int the result is its limit.
-int toInt(const std::string& text) {
-    const long number = std::strtol(text.c_str(), nullptr, 10);
-    return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
-}
-
 }  // namespace
 
 XmlCodec::XmlCodec() : mDocument(std::make_unique<Document>()), mCursor(mDocument.get()) {}
@@ -68,54 +60,79 @@ XmlCodec::~XmlCodec() = default;
 
 void XmlCodec::enter(const std::string& name, bool create) {
     if (mCursor == nullptr) return;
-    if (create) {
-        Node* element = mDocument->allocate_node(rapidxml::node_element, pooled(name));
-        mCursor->append_node(element);
-        mCursor = element;
+    if (mRefused > 0 ||
+        (create && !xml_names::isReadable(name.c_str(), xml_names::kEndsOfElement))) {
+        ++mRefused;
+    } else if (create) {
+        Node* child = mDocument->allocate_node(rapidxml::node_element, pooled(name));
+        mCursor->append_node(child);
+        mCursor = child;
     } else {
         mCursor = mCursor->first_node(name.c_str(), name.size());
     }
 }
 
 void XmlCodec::leave() {
+    if (mRefused > 0) {
+        --mRefused;
+        return;
+    }
     if (mCursor == nullptr || mCursor->parent() == nullptr) return;
-    Node* element = mCursor;
-    mCursor = element->parent();
-    const bool used = element->first_node() != nullptr || element->first_attribute() != nullptr;
-    if (!used) mCursor->remove_node(element);
+    Node* left = mCursor;
+    mCursor = left->parent();
+    const bool used = left->first_node() != nullptr || left->first_attribute() != nullptr;
+    if (!used) mCursor->remove_node(left);
 }
 
 bool XmlCodec::has(const std::string& name) const {
-    return mCursor != nullptr && mCursor->first_node(name.c_str(), name.size()) != nullptr;
+    return element() != nullptr && element()->first_node(name.c_str(), name.size()) != nullptr;
 }
 
-void XmlCodec::put(const std::string& name, const std::string& value) {
-    if (mCursor == nullptr) return;
-    mCursor->append_attribute(mDocument->allocate_attribute(pooled(name), pooled(value)));
+std::string XmlCodec::name() const {
+    return element() == nullptr ? "" : std::string(element()->name(), element()->name_size());
 }
 
-void XmlCodec::put(const std::string& name, int value) { put(name, std::to_string(value)); }
-
-void XmlCodec::put(const std::string& name, Buffer& value) { put(name, value.toHexString()); }
-
-void XmlCodec::get(const std::string& name, std::string& value) {
-    if (mCursor == nullptr) return;
-    auto* attribute = mCursor->first_attribute(name.c_str(), name.size());
-    if (attribute == nullptr) return;
-    value.assign(attribute->value(), attribute->value_size());
-    mCursor->remove_attribute(attribute);
+std::vector<std::string> XmlCodec::attributes() const {
+    std::vector<std::string> names;
+    if (element() == nullptr) return names;
+    for (auto* next = element()->first_attribute(); next != nullptr;
+         next = next->next_attribute()) {
+        names.emplace_back(next->name(), next->name_size());
+    }
+    return names;
 }
 
-void XmlCodec::get(const std::string& name, int& value) {
+void XmlCodec::forEachChild(const std::function<void(const std::string& name)>& visit) {
+    Node* const parent = element();
+    if (parent == nullptr) return;
+    Node* child = parent->first_node();
+    while (child != nullptr) {
+        // Asked for beforehand: the child may have been left, and thereby removed, in between.
+        Node* const next = child->next_sibling();
+        if (child->type() == rapidxml::node_element) {
+            mCursor = child;
+            visit(name());
+            mRefused = 0;
+            if (mCursor == nullptr) return;
+        }
+        child = next;
+    }
+    mCursor = parent;
+}
+
+void XmlCodec::putText(const std::string& text) {
+    if (element() == nullptr || text.empty()) return;
+    element()->append_node(mDocument->allocate_node(rapidxml::node_data, nullptr, pooled(text)));
+}
+
+std::string XmlCodec::getText() const {
     std::string text;
-    get(name, text);
-    value = toInt(text);
-}
-
-void XmlCodec::get(const std::string& name, Buffer& value) {
-    std::string text;
-    get(name, text);
-    value.fromHexString(text);
+    if (element() == nullptr) return text;
+    for (auto* next = element()->first_node(); next != nullptr; next = next->next_sibling()) {
+        if (next->type() != rapidxml::node_data && next->type() != rapidxml::node_cdata) continue;
+        text.append(next->value(), next->value_size());
+    }
+    return text;
 }
 
 void XmlCodec::put(XmlDocument* document) {
@@ -148,6 +165,9 @@ std::string XmlCodec::text() const {
     return text;
 }
 
+// Where things are put and got; null when the cursor is lost or in what is not written.
+XmlCodec::Node* XmlCodec::element() const { return mRefused > 0 ? nullptr : mCursor; }
+
 // A copy that lives as long as the document.
 const char* XmlCodec::pooled(const std::string& text) {
     return mDocument->allocate_string(text.c_str());
@@ -161,9 +181,10 @@ std::string XmlDocument::encode() {
     return codec.text();
 }
 
-void XmlDocument::decode(const std::string& xml) {
+bool XmlDocument::decode(const std::string& xml) {
     XmlCodec codec(xml);
     readXml(&codec);
+    return codec.ok();
 }
 
 }  // namespace vyn

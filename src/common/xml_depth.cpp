@@ -2,14 +2,13 @@
 
 #include <cstring>
 
+#include "common/xml_names.h"
+
 namespace vyn::xml_depth {
 
 namespace {
 
-// What the parser takes for names is generous: a quote or, in an element's name, a '<' is part.
 constexpr char kBlanks[] = " \t\n\r";
-constexpr char kEndsOfName[] = " \t\n\r/>?";
-constexpr char kEndsOfAttributeName[] = " \t\n\r/<>=?!";
 
 // Each skipping function takes the place behind what tells its kind and returns the place behind
 // the whole, or null when the text ends before.
@@ -45,7 +44,7 @@ const char* skipMarkup(const char* text) {
 
 // Behind the attribute that begins here: its value may hold any character but its quote.
 const char* skipAttribute(const char* text) {
-    text = skipBlanks(text + 1 + std::strcspn(text + 1, kEndsOfAttributeName));
+    text = skipBlanks(text + 1 + std::strcspn(text + 1, xml_names::kEndsOfAttribute));
     if (*text != '=') return nullptr;
     text = skipBlanks(text + 1);
     if (*text != '"' && *text != '\'') return nullptr;
@@ -55,10 +54,10 @@ const char* skipAttribute(const char* text) {
 
 // Skips a start tag; `isOpen` tells whether the element goes on behind it.
 const char* skipTag(const char* text, bool& isOpen) {
-    const size_t nameLength = std::strcspn(text, kEndsOfName);
+    const size_t nameLength = std::strcspn(text, xml_names::kEndsOfElement);
     if (nameLength == 0) return nullptr;
     text = skipBlanks(text + nameLength);
-    while (text != nullptr && std::strchr(kEndsOfAttributeName, *text) == nullptr) {
+    while (text != nullptr && std::strchr(xml_names::kEndsOfAttribute, *text) == nullptr) {
         text = skipAttribute(text);
     }
     if (text == nullptr) return nullptr;
