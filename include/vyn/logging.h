@@ -5,8 +5,11 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include <vyn/export.h>
+#include <vyn/logging_checks.h>
+#include <vyn/logging_printf.h>
 
 // Log lines. A statement such as
 //
@@ -38,6 +41,26 @@ class VYN_API LogPrinter {
     // `line` is the finished line, ended by the terminal's colour reset and a newline.
     // It must not log itself.
     virtual void print(const std::string& line) = 0;
+};
+
+// A written line in its parts, which are good until print() returns.
+struct LogRecord {
+    int level;                  // as the statement has it, whatever the print level
+    const char* tag;            // not null
+    std::string_view file;      // the source file's name, without its folders
+    std::string_view function;  // the bare name
+    int line;                   // in the source file
+    std::string_view text;      // without blanks and line ends behind it; colours may be in it
+    int64_t timeUs;             // microseconds of the wall clock since 1970 began
+    int threadId;               // see currentThreadId()
+};
+
+// As LogPrinter, for who wants the parts.
+class VYN_API DetailedLogPrinter {
+  public:
+    virtual ~DetailedLogPrinter() = default;
+    // It must not log itself.
+    virtual void print(const LogRecord& record) = 0;
 };
 
 // One log line: collects text as a stream, and is filtered, formatted and written by its
@@ -82,9 +105,13 @@ VYN_API int getLogLevel();
 // Lines up to this level reach the system's log with the priority of an error. Starts at 1.
 VYN_API void setLogPrintLevel(int level);
 
-// Installs the printer, or removes it with null. Not owned: it must outlive its last line, so
-// remove it before destroying it, when no other thread is logging.
+// Install a printer of either kind in the place of the one there is, or remove that with null. A
+// line goes to both. They are not owned. When the call returns, no thread is in the former printer
+// any more, nor will one enter it: it may be destroyed. So nothing may be held meanwhile that the
+// printer waits for. Only a call from within a printer does not wait; other threads may then still
+// be in it.
 VYN_API void setLoggingPrinter(LogPrinter* printer);
+VYN_API void setDetailedLoggingPrinter(DetailedLogPrinter* printer);
 
 // Kept for source compatibility; does nothing.
 VYN_API void setLoggingStream(std::ostream& stream);
@@ -195,6 +222,17 @@ class VYN_API Line {
     LineStream* mStream;  // owned, lent by the thread
 };
 
+// When a statement last wrote its line.
+class VYN_API Pace {
+  public:
+    constexpr Pace() = default;
+    // True when that is so many milliseconds ago, or has never been; it is now then. Any thread.
+    bool isDue(int ms);
+
+  private:
+    std::atomic<int64_t> mNext{INT64_MIN};  // a tick, or the least number before the first line
+};
+
 }  // namespace detail
 
 // Lets a macro end in a stream expression and still be a statement of type void.
@@ -205,20 +243,38 @@ struct Voidify {
 
 }  // namespace logging
 
-// printf's form for C code. Writes one line with the tag "CF"; text beyond 4095 characters is cut.
-// With a null `file` or `function` the line carries no source position.
-extern "C" VYN_API void logging_printf(const char* file, const char* function, int line, int level,
-                                       const char* format, ...)
-    __attribute__((format(printf, 5, 6)));
+// Lines of a greater level are left out by the compiler, whatever setLogLevel() is told: 3, for
+// example, leaves debug and verbose lines out. To be defined for all of a program, or in front of
+// the first #include of a source file. Fatal lines stay.
+#ifndef VYN_LOG_FLOOR
+#define VYN_LOG_FLOOR 5
+#endif
 
-// One line at a level, which should be a constant as it is looked at twice, under a tag:
-// VYN_LOG_TAGGED("Audio", logging::kLevelInfo) << "ready";
-#define VYN_LOG_TAGGED(tag, level)                                                         \
-    !::logging::passes(level)                                                              \
+// One line, where a condition holds besides.
+#define VYN_LOG_TAGGED_IF(tag, level, condition)                                           \
+    !((level) <= VYN_LOG_FLOOR && ::logging::passes(level) && (condition))                 \
         ? static_cast<void>(0)                                                             \
         : ::logging::Voidify() &                                                           \
               ::logging::detail::Line(tag, __FILE__, __PRETTY_FUNCTION__, __LINE__, level) \
                   .stream()
+
+// One line at a level, which should be a constant as it is looked at more than once, under a tag:
+// VYN_LOG_TAGGED("Audio", logging::kLevelInfo) << "ready";
+#define VYN_LOG_TAGGED(tag, level) VYN_LOG_TAGGED_IF(tag, level, true)
+
+// One line under the tag "VYNCore", if the condition holds, which is looked at only when the level
+// passes: VYN_LOG_IF(logging::kLevelWarning, queued > 90) << queued << " are queued";
+#define VYN_LOG_IF(level, condition) VYN_LOG_TAGGED_IF(::logging::kTag, level, condition)
+
+// One line from this statement in so many milliseconds, whichever thread comes first; the others
+// are dropped: VYN_LOG_EVERY_MS(logging::kLevelError, 1000) << "still no answer";
+#define VYN_LOG_EVERY_MS(level, ms)                        \
+    VYN_LOG_IF(level,                                      \
+               []() -> ::logging::detail::Pace& {          \
+                   static ::logging::detail::Pace vynPace; \
+                   return vynPace;                         \
+               }()                                         \
+                           .isDue(ms))
 
 // One line at this level under the tag "VYNCore": VYN_LOG_INFO << "ready";
 #define VYN_LOG_ERROR VYN_LOG_TAGGED(::logging::kTag, ::logging::kLevelError)
@@ -246,6 +302,25 @@ extern "C" VYN_API void logging_printf(const char* file, const char* function, i
 // behind it are written and the process ends. VYN_CHECK(size > 0) << "size is " << size;
 #define VYN_CHECK(condition) \
     (condition) ? static_cast<void>(0) : ::logging::Voidify() & VYN_CHECK_FAILURE(#condition)
+
+// The same for the comparison of two values, each looked at once, which are shown as well: "Check
+// failed. (size == 4) (3 vs. 4) ". VYN_CHECK_EQ(size, 4) << "after " << name;
+#define VYN_CHECK_EQ(a, b) VYN_CHECK_COMPARED(std::equal_to<>, a, b, #a " == " #b)
+#define VYN_CHECK_NE(a, b) VYN_CHECK_COMPARED(std::not_equal_to<>, a, b, #a " != " #b)
+#define VYN_CHECK_LT(a, b) VYN_CHECK_COMPARED(std::less<>, a, b, #a " < " #b)
+#define VYN_CHECK_LE(a, b) VYN_CHECK_COMPARED(std::less_equal<>, a, b, #a " <= " #b)
+#define VYN_CHECK_GT(a, b) VYN_CHECK_COMPARED(std::greater<>, a, b, #a " > " #b)
+#define VYN_CHECK_GE(a, b) VYN_CHECK_COMPARED(std::greater_equal<>, a, b, #a " >= " #b)
+
+// The switch keeps an `else` behind the statement from being taken for that of this `if`.
+#define VYN_CHECK_COMPARED(comparison, a, b, text)                                  \
+    switch (0)                                                                      \
+    case 0:                                                                         \
+    default:                                                                        \
+        if (const auto vynMismatch = ::logging::detail::mismatch<comparison>(a, b); \
+            !vynMismatch) {                                                         \
+        } else                                                                      \
+            ::logging::Voidify() & VYN_CHECK_FAILURE(text) << *vynMismatch
 
 // The same for functions that go on when the process does not end (see setAborter): they return, or
 // return a value.

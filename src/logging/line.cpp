@@ -3,10 +3,10 @@
 #include <cerrno>
 #include <new>
 
+#include "common/tick.h"
+#include "logging/delivery.h"
 #include "logging/line_stream.h"
 #include "logging/line_text.h"
-#include "logging/log_platform.h"
-#include "logging/log_settings.h"
 
 namespace logging::detail {
 
@@ -31,19 +31,21 @@ std::ostream& Line::stream() {
 }
 
 void Line::write() {
-    const int level = mLevel <= settings::printLevel() ? kLevelError : mLevel;
-    const int priority = text::priorityOf(level);
+    const delivery::Statement statement{mLevel, mTag, mFile, text::bareFunctionName(mFunction),
+                                        mLine};
+    if (mStream == nullptr) return delivery::lose(statement);
     try {
-        if (mStream == nullptr) throw std::bad_alloc();
-        std::string& line = mStream->line();
-        text::compose(line, mFile, mLine, text::bareFunctionName(mFunction), mStream->text());
-        // The system's log ends lines itself; one more newline would show as an empty line.
-        platform::writeLine(priority, mTag, line.c_str());
-        line += '\n';
-        settings::print(line);
+        delivery::deliver(statement, mStream->text(), mStream->line());
     } catch (const std::bad_alloc&) {
-        platform::writeLine(priority, mTag, text::kLostLine);
+        delivery::lose(statement);
     }
+}
+
+bool Pace::isDue(int ms) {
+    const int64_t now = vyn::tick::now();
+    int64_t next = mNext.load(std::memory_order_relaxed);
+    // Of threads that come at once, one gets to set the next time.
+    return now >= next && mNext.compare_exchange_strong(next, now + ms, std::memory_order_relaxed);
 }
 
 }  // namespace logging::detail

@@ -6,9 +6,6 @@
 // The form of a line, which every message ends in.
 namespace logging::text {
 
-// Stands in the place of a line for which there is no memory.
-constexpr char kLostLine[] = "out of memory, a log line is lost.";
-
 // The text, or the other one when it is null.
 inline const char* orElse(const char* text, const char* other) {
     return text == nullptr ? other : text;
@@ -17,8 +14,18 @@ inline const char* orElse(const char* text, const char* other) {
 // "char& vyn::Buffer::at(int)" becomes "at".
 std::string_view bareFunctionName(std::string_view signature);
 
-// Makes `to` "[pump.cpp:7 (turn)]  ", of a file's path and a bare function name, and then the text
-// without its trailing blanks and line ends, and the terminal's colour reset.
+// What follows the last "/" or "\\".
+std::string_view baseName(std::string_view path);
+
+// Without the carriage returns, line feeds and blanks at its end.
+std::string_view withoutTrailingBlanks(std::string_view text);
+
+// Copies a text without the terminal's colours and returns the end of the copy, which takes no more
+// room than the text.
+char* copyWithoutColours(std::string_view text, char* to);
+
+// Makes `to` "[pump.cpp:7 (turn)]  ", of a file's base name and a bare function name, and then the
+// text and the terminal's colour reset.
 void compose(std::string& to, std::string_view file, int line, std::string_view function,
              std::string_view text);
 

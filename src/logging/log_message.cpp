@@ -6,8 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include "logging/delivery.h"
 #include "logging/line_text.h"
-#include "logging/log_platform.h"
 #include "logging/log_settings.h"
 
 namespace logging {
@@ -29,17 +29,12 @@ LogMessage::~LogMessage() {
     if ((!fatal && !passes(level)) || !enabled) return;
 
     const int savedErrno = errno;
-    if (level <= settings::printLevel()) level = kLevelError;
-    const int priority = text::priorityOf(level);
+    const delivery::Statement statement{level, tag.c_str(), file, function, line};
     std::string written;
     try {
-        text::compose(written, file, line, function, str());
-        // The system's log ends lines itself; one more newline would show as an empty line.
-        platform::writeLine(priority, tag.c_str(), written.c_str());
-        written += '\n';
-        settings::print(written);
+        delivery::deliver(statement, str(), written);
     } catch (const std::bad_alloc&) {
-        platform::writeLine(priority, tag.c_str(), text::kLostLine);
+        delivery::lose(statement);
     }
     if (fatal) settings::abortWith(written);
     errno = savedErrno;

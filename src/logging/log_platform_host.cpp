@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "common/pipe_signal_guard.h"
+#include "logging/line_text.h"
 #include "logging/log_platform.h"
 
 namespace logging::platform {
@@ -19,21 +20,35 @@ bool lowerLogFloor() {
     return true;
 }
 
-// Whether a write to standard error can raise SIGPIPE. Asked for each line, since the program may
-// have opened another file in its place; the guard would cost four times as much.
-bool mayLoseItsReader() {
+// What kind of file standard error is. Asked for each line, since the program may have opened
+// another file in its place.
+mode_t kindOfErrors() {
     struct stat status {};
-    return fstat(STDERR_FILENO, &status) == 0 &&
-           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+    return fstat(STDERR_FILENO, &status) == 0 ? status.st_mode : 0;
+}
+
+// Only a terminal shows colours.
+void writePlain(int priority, const char* tag, const char* line) {
+    char usual[2048];
+    const std::string_view text = line;
+    std::string longer(text.size() < sizeof usual ? 0 : text.size() + 1, '\0');
+    char* const plain = longer.empty() ? usual : longer.data();
+    *text::copyWithoutColours(text, plain) = '\0';
+    __android_log_write(priority, tag, plain);
 }
 
 }  // namespace
 
 void writeLine(int priority, const char* tag, const char* line) {
     [[maybe_unused]] static const bool lowered = lowerLogFloor();
+    const mode_t kind = kindOfErrors();
     std::optional<vyn::PipeSignalGuard> guard;
-    if (mayLoseItsReader()) guard.emplace();
-    __android_log_write(priority, tag, line);
+    if (S_ISFIFO(kind) || S_ISSOCK(kind)) guard.emplace();
+    if (S_ISCHR(kind) && isatty(STDERR_FILENO) == 1) {
+        __android_log_write(priority, tag, line);
+    } else {
+        writePlain(priority, tag, line);
+    }
 }
 
 void abortProcess(const char*) { std::abort(); }

@@ -15,7 +15,6 @@ std::atomic<int> currentLevel{kLevelVerbose};
 namespace {
 
 std::atomic<int> gPrintLevel{kLevelError};
-std::atomic<LogPrinter*> gPrinter{nullptr};
 std::atomic<Aborter> gAborter{nullptr};
 
 }  // namespace
@@ -37,8 +36,6 @@ int getLogLevel() {
 
 void setLogPrintLevel(int level) { gPrintLevel.store(level, std::memory_order_relaxed); }
 
-void setLoggingPrinter(LogPrinter* printer) { gPrinter.store(printer, std::memory_order_release); }
-
 void setLoggingStream(std::ostream&) {}
 
 void setAborter(Aborter aborter) { gAborter.store(aborter, std::memory_order_release); }
@@ -46,10 +43,6 @@ void setAborter(Aborter aborter) { gAborter.store(aborter, std::memory_order_rel
 namespace settings {
 
 int printLevel() { return gPrintLevel.load(std::memory_order_relaxed); }
-
-void print(const std::string& line) {
-    if (LogPrinter* printer = gPrinter.load(std::memory_order_acquire)) printer->print(line);
-}
 
 void abortWith(const std::string& line) {
     if (Aborter aborter = gAborter.load(std::memory_order_acquire)) {

@@ -6,8 +6,6 @@
 namespace logging::settings {
 
 int printLevel();
-// Hands a finished line to the installed printer, if there is one.
-void print(const std::string& line);
 // Ends the process, or calls the installed aborter and returns when that does.
 void abortWith(const std::string& line);
 
