@@ -312,15 +312,11 @@ struct Voidify {
 #define VYN_CHECK_GT(a, b) VYN_CHECK_COMPARED(std::greater<>, a, b, #a " > " #b)
 #define VYN_CHECK_GE(a, b) VYN_CHECK_COMPARED(std::greater_equal<>, a, b, #a " >= " #b)
 
-// The switch keeps an `else` behind the statement from being taken for that of this `if`.
-#define VYN_CHECK_COMPARED(comparison, a, b, text)                                  \
-    switch (0)                                                                      \
-    case 0:                                                                         \
-    default:                                                                        \
-        if (const auto vynMismatch = ::logging::detail::mismatch<comparison>(a, b); \
-            !vynMismatch) {                                                         \
-        } else                                                                      \
-            ::logging::Voidify() & VYN_CHECK_FAILURE(text) << *vynMismatch
+// A loop of one turn: unlike an `if` it leaves an `else` behind the statement to whom it belongs.
+#define VYN_CHECK_COMPARED(comparison, a, b, text)                                      \
+    for (auto vynMismatch = ::logging::detail::mismatch<comparison>(a, b); vynMismatch; \
+         vynMismatch.reset())                                                           \
+    ::logging::Voidify() & VYN_CHECK_FAILURE(text) << *vynMismatch
 
 // The same for functions that go on when the process does not end (see setAborter): they return, or
 // return a value.

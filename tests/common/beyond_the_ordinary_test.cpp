@@ -10,11 +10,8 @@
 #include "common/archive_items.h"
 #include "support/support.h"
 
-namespace vyn {
+namespace vyn::testing {
 namespace {
-
-using testing::LogCapture;
-using testing::TemporaryFolder;
 
 TEST(BeyondTheOrdinary, SavesUnderANameThatLeavesNoRoomForAnother) {
     TemporaryFolder folder;
@@ -29,49 +26,42 @@ TEST(BeyondTheOrdinary, SavesUnderANameThatLeavesNoRoomForAnother) {
 
 TEST(BeyondTheOrdinary, SavingKeepsManyAndLongAttributes) {
     TemporaryFolder folder;
-    if (mount("vyn_test", folder.path().c_str(), "tmpfs", 0, "mode=755") != 0) {
-        GTEST_SKIP() << "file systems cannot be mounted here";
-    }
-    const std::string path = folder.write("settings", "a=1\n");
+    const std::string path = folder.write("settings", "");
     const auto name = [](int i) { return "user." + std::string(200, 'n') + std::to_string(i); };
     const std::string value(10000, 'v');
-    int set = 0;
-    while (set < 30 &&
-           setxattr(path.c_str(), name(set).c_str(), value.data(), value.size() / 10, 0) == 0)
-        ++set;
-    setxattr(path.c_str(), name(0).c_str(), value.data(), value.size(), 0);
-    IniConfig(path).set("b", "2", true);
-    std::string kept(20000, '\0');
-    for (int i = 0; i < set; ++i) {
-        const ssize_t size = getxattr(path.c_str(), name(i).c_str(), kept.data(), kept.size());
-        EXPECT_EQ(size, i == 0 ? 10000 : 1000) << i;
+    // In memory, since file systems on disks have no room for so many.
+    bool hasRoom = mount("vyn_test", folder.path().c_str(), "tmpfs", 0, "mode=755") == 0;
+    folder.write("settings", "");
+    for (int i = 0; i < 30; ++i) {
+        const size_t size = i == 0 ? 10000 : 100;
+        hasRoom = hasRoom && setxattr(path.c_str(), name(i).c_str(), value.data(), size, 0) == 0;
     }
-    EXPECT_EQ(folder.read("settings"), "a=1\nb=2\n");
-    EXPECT_EQ(umount2(folder.path().c_str(), MNT_DETACH), 0);
-    if (set < 30) GTEST_SKIP() << "this kernel keeps no attributes in memory";
+    IniConfig(path).set("b", "2", true);
+    for (int i = 0; i < 30 && hasRoom; ++i) {
+        EXPECT_EQ(getxattr(path.c_str(), name(i).c_str(), nullptr, 0), i == 0 ? 10000 : 100) << i;
+    }
+    EXPECT_EQ(folder.read("settings"), "b=2\n");
+    umount2(folder.path().c_str(), MNT_DETACH);
+    if (!hasRoom) GTEST_SKIP() << "no file system for so many attributes can be mounted here";
 }
 
 TEST(BeyondTheOrdinary, HostPropertiesRefuseWhatADeviceRefuses) {
-    const testing::PropertyFile file("a b=1\n=2\nbad=\xff\nro.long=" + std::string(200, 'x') +
-                                     "\ngood=\u00e4\n");
-    EXPECT_EQ(Property::get("a b", "none"), "none");
-    EXPECT_EQ(Property::get("", "none"), "none");
-    EXPECT_EQ(Property::get("bad", "none"), "none");
-    EXPECT_EQ(Property::get("good", "none"), "\u00e4");
-    EXPECT_EQ(Property::get("ro.long", ""), std::string(200, 'x'));
-    for (const std::string key : {".a", "a.", "a..b", "a/b", "\u00e4", "a=b"}) {
+    const std::string longer(200, 'x');
+    const PropertyFile file("a b=1\n=2\nbad=\xff\nro.long=" + longer + "\ngood=\u00e4\n");
+    for (const std::string key : {"a b", "", "bad"}) EXPECT_EQ(Property::get(key, "no"), "no");
+    EXPECT_EQ(Property::get("good", ""), "\u00e4");
+    EXPECT_EQ(Property::get("ro.long", ""), longer);
+    for (const char* key : {".a", "a.", "a..b", "a/b", "\u00e4"}) {
         EXPECT_FALSE(Property::set(key, "1")) << key;
     }
-    EXPECT_FALSE(Property::set(std::string("a\0b", 3), "1"));
-    EXPECT_TRUE(Property::set("a-b@c:d_e.F9", "1"));
-    // Cut off, longer than needed, half of a pair, beyond the last character, a NUL.
-    for (const std::string value : {"\xc3", "\xe2\x82", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80",
-                                    "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "\x80"}) {
+    EXPECT_FALSE(Property::set("key", std::string("a\0b", 3)));
+    // Cut off, longer than needed, half of a pair, beyond the last character.
+    for (const char* value : {"\xc3", "\xe2\x82", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80",
+                              "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "\x80"}) {
         EXPECT_FALSE(Property::set("key", value)) << value;
     }
-    EXPECT_FALSE(Property::set("key", std::string("a\0b", 3)));
-    for (const std::string value : {"\xed\x9f\xbf", "\xee\x80\x80", "\xf4\x8f\xbf\xbf", "\x7f"}) {
-        EXPECT_TRUE(Property::set("key", value)) << value;
+    for (const char* value : {"\xed\x9f\xbf", "\xee\x80\x80", "\xf4\x8f\xbf\xbf", "\x7f"}) {
+        EXPECT_TRUE(Property::set("a-b@c:d_e.F9", value)) << value;
     }
 }
 
@@ -95,36 +85,30 @@ TEST(BeyondTheOrdinary, XmlIsWrittenAsDeepAsItIsRead) {
 
 TEST(BeyondTheOrdinary, AnArchiveGivesTheMemoryOfTakenItemsBack) {
     ArchiveItems items;
-    const std::string large(1000000, 'x');
-    items.add(large.data(), 1000000);
+    items.add(std::string(1000000, 'x').data(), 1000000);
     items.add("abc", 3);
-    std::string read;
-    const auto take = [&] {
-        items.takeFirst([&](const auto& item) { read.assign(item.bytes, item.bytes + item.size); });
-    };
-    take();
-    EXPECT_EQ(read, large);
+    items.takeFirst([](const auto& item) { EXPECT_EQ(item.size, 1000000); });
     EXPECT_LT(items.capacity(), 1000u);
-    take();
-    EXPECT_EQ(read, "abc");
+    items.takeFirst([](const auto& item) { EXPECT_EQ(std::string(item.bytes, 3), "abc"); });
     EXPECT_TRUE(items.empty());
 }
 
 TEST(BeyondTheOrdinary, ArgumentsAreBorneThatFewCallersPass) {
-    std::vector<std::string> pieces{"a long enough piece,and another one,c"};
+    Strings pieces{"a long enough piece,and another one,c"};
     EXPECT_EQ(helper::split(pieces[0], pieces, ','), 3);
-    EXPECT_EQ(pieces, (std::vector<std::string>{"a long enough piece", "and another one", "c"}));
+    EXPECT_EQ(pieces, (Strings{"a long enough piece", "and another one", "c"}));
     const Message message = Message::obtain(10, 11, 12, nullptr);
     std::ostringstream stream;
     stream << std::hex << message << 255;
     EXPECT_EQ(stream.str().rfind("Message {what: 10, name: (noname), arg1: 11, arg2: 12", 0), 0u);
     EXPECT_EQ(stream.str().substr(stream.str().size() - 3), "}ff");
     Archive archive;
-    archive << std::string("a") << std::string("b");
+    archive << "a"
+            << "b";
     archive.get(nullptr, 5);
     archive >> pieces[0];
     EXPECT_EQ(pieces[0], "b");
 }
 
 }  // namespace
-}  // namespace vyn
+}  // namespace vyn::testing
