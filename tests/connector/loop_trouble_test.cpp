@@ -1,24 +1,10 @@
-#include <dirent.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <vyn/connector.h>
-#include <vyn/timer.h>
-#include <vyn/worker.h>
 
-#include <algorithm>
-#include <atomic>
-#include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <iterator>
-#include <memory>
+#include <filesystem>
 #include <new>
-#include <string>
-#include <thread>
-#include <vector>
+#include <set>
 
-#include "support/support.h"
+#include "connector/watched_loop.h"
 
 // A loop whose calls of the kernel fail, which was held up, or which was inherited by a child says
 // so, goes on where it can, and does not take the whole processor.
@@ -28,10 +14,14 @@ static thread_local int tAllocationsLeft = -1;
 
 // Not inlined, or the compiler takes one half of the pair for another allocator's.
 #define NOT_INLINED __attribute__((noinline))
-NOT_INLINED void* operator new(size_t size) {
-    void* const memory = tAllocationsLeft == 0 ? nullptr : std::malloc(size);
-    if (memory == nullptr) throw std::bad_alloc();
+NOT_INLINED void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    if (tAllocationsLeft == 0) return nullptr;
     if (tAllocationsLeft > 0) --tAllocationsLeft;
+    return std::malloc(size);
+}
+NOT_INLINED void* operator new(size_t size) {
+    void* const memory = operator new(size, std::nothrow);
+    if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
 NOT_INLINED void operator delete(void* memory) noexcept { std::free(memory); }
@@ -40,120 +30,65 @@ NOT_INLINED void operator delete(void* memory, size_t) noexcept { std::free(memo
 namespace vyn {
 namespace {
 
-using testing::ExhaustedDescriptors;
-using testing::LogCapture;
-using testing::LoopThread;
-using testing::makeSocketPair;
-using testing::ReceivedWorker;
-using testing::RecordingExecutor;
-using testing::StreamDevice;
-using testing::waitUntil;
+using namespace testing;
 
 // The process's descriptors of a kind, such as "pipe:".
-std::vector<int> descriptorsOf(const std::string& kind) {
-    std::vector<int> found;
-    DIR* directory = opendir("/proc/self/fd");
-    while (const dirent* entry = readdir(directory)) {
-        char target[PATH_MAX] = {};
-        const std::string link = std::string("/proc/self/fd/") + entry->d_name;
-        if (readlink(link.c_str(), target, sizeof target - 1) < 0) continue;
-        if (std::strncmp(target, kind.c_str(), kind.size()) == 0) {
-            found.push_back(std::atoi(entry->d_name));
-        }
+std::set<int> descriptorsOf(const std::string& kind) {
+    std::set<int> found;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        const std::string target = std::filesystem::read_symlink(entry.path(), gone);
+        if (target.rfind(kind, 0) == 0) found.insert(std::stoi(entry.path().filename()));
     }
-    closedir(directory);
     return found;
 }
 
-struct LoopTroubleTest : ::testing::Test {
-    const std::vector<int> pipesBefore = descriptorsOf("pipe:");
-    LogCapture log;
-    LoopThread loop;
-    RecordingExecutor executor;
-    const std::pair<int, int> ends = makeSocketPair();
-    StreamDevice device{ends.first};
-    ReceivedWorker worker{&device};
+const std::string kAnew = "[9] Bad file descriptor. epoll_wait fail. epoll set is made anew.";
 
-    LoopTroubleTest() { loop.connector().addWorkerLocked(&worker, &executor); }
-    ~LoopTroubleTest() override {
-        loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
-        close(ends.second);
-    }
-
-    bool isServed() {
-        const size_t before = received();
-        EXPECT_EQ(write(ends.second, "x", 1), 1);
-        return waitUntil([&] { return received() > before; });
-    }
-    size_t received() {
-        size_t count = 0;
-        loop.call([&] { count = worker.chunks.size(); });
-        return count;
-    }
-    // Milliseconds of a processor that the loop's thread takes in a fifth of a second.
-    long busyMs() {
-        const auto used = [this] {
-            timespec time{};
-            loop.call([&] { clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time); });
-            return time.tv_sec * 1000 + time.tv_nsec / 1000000;
-        };
-        const long before = used();
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        return used() - before;
-    }
+struct LoopTroubleTest : WatchedLoop {
+    Connection connection{*this};
 };
 
-TEST_F(LoopTroubleTest, AnEpollSetThatSomebodyClosesIsMadeAnew) {
-    loop.call([] { close(descriptorsOf("anon_inode:[eventpoll]").at(0)); });
-    EXPECT_TRUE(isServed());
-    EXPECT_EQ(log.count("[9] Bad file descriptor. epoll_wait fail. epoll set is made anew."), 1);
-}
-
-TEST_F(LoopTroubleTest, WhatHasTakenTheNumberOfTheEpollSetIsLeftOpen) {
+TEST_F(LoopTroubleTest, AnEpollSetThatIsClosedByOthersIsMadeAnewAndItsNumberLeftToThem) {
+    const auto epollSet = [] { return *descriptorsOf("anon_inode:[eventpoll]").begin(); };
+    loop.call([&] { close(epollSet()); });
+    EXPECT_TRUE(waitUntil([&] { return log.count(kAnew) == 1; }));
     const int stranger = open("/dev/null", O_RDONLY | O_CLOEXEC);
     int number = -1;
-    loop.call([&] {
-        number = descriptorsOf("anon_inode:[eventpoll]").at(0);
-        dup3(stranger, number, O_CLOEXEC);
-    });
-    EXPECT_TRUE(isServed());
+    loop.call([&] { number = dup3(stranger, epollSet(), O_CLOEXEC); });
+    connection.send("served");
+    EXPECT_TRUE(connection.hears("served"));
     EXPECT_EQ(fcntl(number, F_GETFD), FD_CLOEXEC);
     close(number);
     close(stranger);
 }
 
 TEST_F(LoopTroubleTest, AClosedDescriptorIsBorneWhileThereIsNoneForANewSet) {
-    const auto others = makeSocketPair();
-    StreamDevice closed(others.first);
-    ReceivedWorker former(&closed);
-    loop.connector().addWorkerLocked(&former, &executor);
-    const int duplicate = fcntl(others.first, F_DUPFD_CLOEXEC, 0);
-    closed.closeDescriptor();
-    loop.call([&] { loop.connector().removeWorkerLocked(&former); });
+    Connection closed(*this);
+    closed.closeAndRemove();
+    EXPECT_LT(busyMs(), 100);  // also since sanitizers take descriptors for what they have not met
     {
         ExhaustedDescriptors exhausted;
-        ASSERT_EQ(write(others.second, "nobody reads this", 17), 17);
-        EXPECT_TRUE(waitUntil([&] {
-            return log.count(
-                       "[24] Too many open files. a closed descriptor is still open "
-                       "elsewhere, and no new epoll set can be made. trying again.") > 0;
-        }));
+        closed.send("nobody reads this");
+        const std::string line =
+            "[24] Too many open files. a closed descriptor is still open elsewhere, and no new "
+            "epoll set can be made. trying again.";
+        EXPECT_TRUE(waitUntil([&] { return log.count(line) > 0; }));
         EXPECT_LT(busyMs(), 100);
-        EXPECT_LE(log.count("trying again."), 2);
-        EXPECT_TRUE(isServed());
-        EXPECT_EQ(log.count("epoll set is made anew."), 0);
+        EXPECT_LE(log.count(line), 2);
+        connection.send("served");
+        EXPECT_TRUE(connection.hears("served"));
     }
-    EXPECT_TRUE(waitUntil([&] { return log.count("epoll set is made anew.") == 1; }));
-    close(duplicate);
-    close(others.second);
+    EXPECT_TRUE(isSetMadeAnew());
 }
 
-TEST_F(LoopTroubleTest, MessagesComeWhileTheWakePipeFailsAndAtOnceWhenItIsMended) {
-    std::vector<int> pipe;
-    const std::vector<int> pipes = descriptorsOf("pipe:");
-    std::set_difference(pipes.begin(), pipes.end(), pipesBefore.begin(), pipesBefore.end(),
-                        std::back_inserter(pipe));
-    const int writeEnd = pipe.at(1);
+TEST(LoopThatCanNotBeWoken, GetsItsMessagesAndIsMended) {
+    const std::set<int> before = descriptorsOf("pipe:");
+    LogCapture log;
+    LoopThread loop;
+    std::set<int> pipe = descriptorsOf("pipe:");
+    for (const int fd : before) pipe.erase(fd);
+    const int writeEnd = *pipe.rbegin();
     const int kept = fcntl(writeEnd, F_DUPFD_CLOEXEC, 0);
     const int broken = open("/dev/null", O_RDONLY | O_CLOEXEC);
     loop.call([&] { dup2(broken, writeEnd); });
@@ -161,7 +96,6 @@ TEST_F(LoopTroubleTest, MessagesComeWhileTheWakePipeFailsAndAtOnceWhenItIsMended
         loop.call([] {});  // arrives without a wake-up when the loop is not waiting yet
         return log.count("[9] Bad file descriptor. the loop can not be woken.") > 0;
     }));
-    EXPECT_LT(busyMs(), 100);
     loop.call([&] { dup2(kept, writeEnd); });
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < 100; ++i) loop.call([] {});
@@ -181,19 +115,16 @@ TEST_F(LoopTroubleTest, APeerWhoseBytesWaitIsNotTakenForSilentAfterASlowHandler)
             return false;
         }
     };
-    const auto others = makeSocketPair();
-    StreamDevice other(others.first);
-    std::unique_ptr<Impatient> peer;
+    std::unique_ptr<Impatient> worker;
     loop.call([&] {
-        peer = std::make_unique<Impatient>(&other);
-        loop.connector().addWorkerLocked(peer.get(), &executor);
-        EXPECT_EQ(write(others.second, "x", 1), 1);
+        worker = std::make_unique<Impatient>(&connection.device);
+        add(*worker);
+        connection.send("x");
         std::this_thread::sleep_for(std::chrono::milliseconds(600));
     });
-    EXPECT_TRUE(waitUntil([&] { return peer->silence > 300; }));
-    EXPECT_EQ(peer->beforeTheBytes, 0);
-    loop.call([&] { loop.connector().removeWorkerLocked(peer.get()); });
-    close(others.second);
+    EXPECT_TRUE(waitUntil([&] { return worker->silence > 300; }));
+    EXPECT_EQ(worker->beforeTheBytes, 0);
+    remove(*worker);
 }
 
 TEST(LoopWithoutMemory, IsNotMadeOrTakesNoTimer) {
@@ -202,8 +133,6 @@ TEST(LoopWithoutMemory, IsNotMadeOrTakesNoTimer) {
         bool onTimer(void*, int) override { return true; }
         void onTimerRemoved() override { ++removals; }
     } timer;
-    LogCapture restoresTheLevel;
-    logging::setLogLevel(logging::kLevelError);  // lines need memory, too
     bool isEnough = false;
     // For want of each allocation in turn, until there are enough.
     for (int allocations = 0; !isEnough; ++allocations) {
@@ -243,7 +172,7 @@ TEST(ForkedChild, CanNeitherRunALoopOfItsParentNorTakeAWorkerFromIt) {
     close(ends.second);
     executor.disconnected = [&](Worker*) { connector.stop(); };
     connector.run();
-    EXPECT_EQ(worker.chunks, std::vector<std::string>{"x"});
+    EXPECT_EQ(worker.chunks, Strings{"x"});
 }
 
 }  // namespace

@@ -1,19 +1,6 @@
-#include <gtest/gtest.h>
-#include <sys/ioctl.h>
-#include <vyn/connector.h>
-#include <vyn/worker.h>
-
-#include <atomic>
-#include <ctime>
-#include <memory>
-#include <new>
 #include <optional>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "support/support.h"
+#include "connector/watched_loop.h"
 
 // What a loop remembers of a worker ends with the worker's registration, and what it remembers of a
 // descriptor with the descriptor's.
@@ -21,82 +8,11 @@
 namespace vyn {
 namespace {
 
-using testing::FakeDevice;
-using testing::LogCapture;
-using testing::LoopThread;
-using testing::makeSocketPair;
-using testing::ReceivedWorker;
-using testing::RecordingExecutor;
-using testing::StreamDevice;
-using testing::waitUntil;
+using namespace testing;
 
-void overflow(Worker& worker) {
-    for (int i = 0; i < 101; ++i) worker.queueWritting("x", 1);
-}
+using RegistrationTest = WatchedLoop;
 
-// One end of a socket pair as a worker that keeps what it reads; the test holds `peer`.
-struct Connection {
-    explicit Connection(std::pair<int, int> ends = makeSocketPair())
-        : device(ends.first), worker(&device), peer(ends.second) {
-        fcntl(ends.first, F_SETFL, O_NONBLOCK);
-    }
-    ~Connection() { close(peer); }
-
-    void send(const char* text) {
-        EXPECT_EQ(::write(peer, text, strlen(text)), static_cast<ssize_t>(strlen(text)));
-    }
-    // Opens another connection under the number of this one, whose peer is returned.
-    int reconnect() {
-        const auto ends = makeSocketPair();
-        EXPECT_EQ(dup3(ends.first, device.getFd(), O_CLOEXEC), device.getFd());
-        close(ends.first);
-        fcntl(device.getFd(), F_SETFL, O_NONBLOCK);
-        return ends.second;
-    }
-
-    StreamDevice device;
-    ReceivedWorker worker;
-    int peer;
-};
-
-struct RegistrationTest : ::testing::Test {
-    LogCapture log;
-    LoopThread loop;
-    RecordingExecutor executor;
-    std::atomic<int> disconnections{0};
-
-    RegistrationTest() {
-        executor.disconnected = [this](Worker*) { ++disconnections; };
-    }
-
-    void add(Worker& worker) { loop.connector().addWorkerLocked(&worker, &executor); }
-    void remove(Worker& worker) {
-        loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
-    }
-    bool eventually(const std::function<bool()>& condition) {
-        return waitUntil([&] {
-            bool holds = false;
-            loop.call([&] { holds = condition(); });
-            return holds;
-        });
-    }
-    // Milliseconds of a processor that the loop's thread takes in a fifth of a second.
-    long busyMs() {
-        const auto used = [this] {
-            timespec time{};
-            loop.call([&] { clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time); });
-            return time.tv_sec * 1000 + time.tv_nsec / 1000000;
-        };
-        const long before = used();
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        return used() - before;
-    }
-    bool setIsMadeAnew() {
-        return eventually([&] { return log.count("epoll set is made anew.") == 1; });
-    }
-};
-
-TEST_F(RegistrationTest, AnOverflowIsNotTakenForThatOfAnotherWorkerAtTheSameAddress) {
+TEST_F(RegistrationTest, AnOverflowIsNeitherTakenForThatOfAnotherWorkerAtTheSameAddressNorLost) {
     FakeDevice device;
     std::optional<Worker> worker(std::in_place, &device, nullptr);
     loop.call([&] {
@@ -109,23 +25,18 @@ TEST_F(RegistrationTest, AnOverflowIsNotTakenForThatOfAnotherWorkerAtTheSameAddr
     loop.call([] {});
     EXPECT_TRUE(worker->isValid());
     EXPECT_EQ(disconnections, 0);
+
+    // Told at once of a worker that is not registered, and not again when it is.
+    remove(*worker);
+    overflow(*worker);
+    EXPECT_EQ(disconnections, 1);
+    add(*worker);
+    loop.call([] {});
+    EXPECT_EQ(disconnections, 1);
     remove(*worker);
 }
 
-TEST_F(RegistrationTest, AnOverflowOfAWorkerThatIsNotRegisteredIsToldAtOnceAndOnce) {
-    FakeDevice device;
-    Worker worker(&device, nullptr);
-    add(worker);
-    remove(worker);
-    overflow(worker);
-    EXPECT_EQ(disconnections, 1);
-    add(worker);
-    loop.call([] {});
-    EXPECT_EQ(disconnections, 1);
-    remove(worker);
-}
-
-TEST(RegistrationOfALoopThatEnds, TellsOfTheOverflowsOfItsLastTurn) {
+TEST(RegistrationInALoopThatEnds, OverflowsOfTheLastTurnAreTold) {
     Connector connector;
     RecordingExecutor executor;
     connector.attach(&executor);
@@ -148,137 +59,115 @@ TEST(RegistrationOfALoopThatEnds, TellsOfTheOverflowsOfItsLastTurn) {
     EXPECT_EQ(told, (std::vector<Worker*>{&first, &second}));
 }
 
-// Lets the test look while onReady() runs.
-class SlowlyReadyDevice : public StreamDevice {
-  public:
-    using StreamDevice::StreamDevice;
-    std::function<void()> meanwhile;
-    std::atomic<bool> ready{false};
-    std::atomic<int> early{0};
-
-    void onReady() override {
-        meanwhile();
-        ready = true;
-    }
-    int write(const void* data, int len) override {
-        if (!ready) ++early;
-        return StreamDevice::write(data, len);
-    }
-    int read(char* buf, int len) override {
-        if (!ready) ++early;
-        return StreamDevice::read(buf, len);
-    }
-};
-
-TEST_F(RegistrationTest, AWorkerThatIsNotReadyIsListedButNeitherReadNorWrittenNorSpunOn) {
+TEST_F(RegistrationTest, AWorkerThatIsNotReadyIsListedButNeitherServedNorSpunOn) {
+    // Lets the test look while onReady() runs.
+    struct SlowlyReady : StreamDevice {
+        using StreamDevice::StreamDevice;
+        std::function<void()> meanwhile;
+        std::atomic<bool> ready{false};
+        std::atomic<int> early{0};
+        void onReady() override {
+            meanwhile();
+            ready = true;
+        }
+        int write(const void* data, int len) override {
+            early += !ready;
+            return StreamDevice::write(data, len);
+        }
+        int read(char* buf, int len) override {
+            early += !ready;
+            return StreamDevice::read(buf, len);
+        }
+    };
     const auto ends = makeSocketPair();
-    SlowlyReadyDevice device(ends.first);
+    SlowlyReady device(ends.first);
     ReceivedWorker worker(&device);
     ASSERT_EQ(write(ends.second, "early", 5), 5);
     device.meanwhile = [&] {
         worker.queueWritting("answer", 6);
         EXPECT_LT(busyMs(), 100);
-        std::ostringstream printed;
-        loop.call([&] { printed << loop.connector(); });
-        EXPECT_NE(printed.str().find("Workers: [Worker(0x"), std::string::npos) << printed.str();
+        std::string dumped;
+        loop.call([&] { dumped = printed(loop.connector()); });
+        EXPECT_NE(dumped.find("Workers: [Worker(0x"), std::string::npos) << dumped;
     };
     add(worker);
-    EXPECT_TRUE(eventually([&] { return worker.chunks == std::vector<std::string>{"early"}; }));
     char answer[6];
     EXPECT_EQ(recv(ends.second, answer, sizeof answer, MSG_WAITALL), 6);
+    EXPECT_TRUE(waitUntil([&] {
+        size_t chunks = 0;
+        loop.call([&] { chunks = worker.chunks.size(); });
+        return chunks == 1;
+    }));
     EXPECT_EQ(device.early, 0);
     remove(worker);
-    close(ends.second);
-}
 
-TEST_F(RegistrationTest, AnOverflowOfAWorkerThatIsNotReadyWaitsUntilItIs) {
-    const auto ends = makeSocketPair();
-    SlowlyReadyDevice device(ends.first);
-    Worker worker(&device, nullptr);
     device.meanwhile = [&] {
         overflow(worker);
         loop.call([] {});
         EXPECT_EQ(disconnections, 0);
     };
     add(worker);
-    EXPECT_TRUE(eventually([&] { return disconnections == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return disconnections == 1; }));
     remove(worker);
     close(ends.second);
 }
 
 TEST_F(RegistrationTest, DoesNotSpinOnAClosedDescriptorThatCouldBeWrittenTo) {
-    Connection closed;
-    const std::string filler(1 << 20, 'f');
-    closed.device.write(filler.data(), static_cast<int>(filler.size()));
-    add(closed.worker);
+    Connection closed(*this);
+    std::string bytes(1 << 20, 'f');
+    closed.device.write(bytes.data(), static_cast<int>(bytes.size()));
     closed.worker.queueWritting("x", 1);
-    loop.call([] {});  // which leaves it with an interest in writing
-    loop.call([] {});
-    const int duplicate = fcntl(closed.device.getFd(), F_DUPFD_CLOEXEC, 0);
-    closed.device.closeDescriptor();
-    remove(closed.worker);
-    std::string taken(1 << 20, '\0');
-    while (recv(closed.peer, &taken[0], taken.size(), MSG_DONTWAIT) > 0) continue;
-    EXPECT_TRUE(setIsMadeAnew());
+    for (int i = 0; i < 2; ++i) loop.call([] {});  // which leaves it with an interest in writing
+    closed.closeAndRemove();
+    while (recv(closed.peer, &bytes[0], bytes.size(), MSG_DONTWAIT) > 0) continue;
+    EXPECT_TRUE(isSetMadeAnew());
     EXPECT_LT(busyMs(), 100);
-    close(duplicate);
 }
 
 TEST_F(RegistrationTest, AWorkerThatReconnectsGetsNoEventOfItsFormerDescriptor) {
-    Connection other;
-    Connection worker;
-    const int duplicate = fcntl(worker.device.getFd(), F_DUPFD_CLOEXEC, 0);
-    int newPeer = -1;
-    // Served first, while the other's end of stream waits in the same batch.
+    Connection connection(*this);
+    Connection other(*this);
     struct Reconnecting : Worker {
         using Worker::Worker;
         std::function<void()> reconnect;
         bool handledBeforeParser(const void*, int) override { return reconnect(), true; }
     } trigger(&other.device, nullptr);
+    int formerPeer = -1;
     trigger.reconnect = [&] {
-        newPeer = worker.reconnect();
-        add(worker.worker);
+        formerPeer = connection.reconnect();
+        add(connection.worker);
     };
     loop.call([&] {
         add(trigger);
-        add(worker.worker);
+        // The end of the one waits behind the other's bytes, in the same batch.
         other.send("go");
-        shutdown(worker.peer, SHUT_RDWR);
+        shutdown(connection.peer, SHUT_RDWR);
     });
-    EXPECT_TRUE(setIsMadeAnew());
+    EXPECT_TRUE(isSetMadeAnew());
     EXPECT_EQ(disconnections, 0);
-    EXPECT_EQ(write(newPeer, "new", 3), 3);
-    EXPECT_TRUE(
-        eventually([&] { return worker.worker.chunks == std::vector<std::string>{"new"}; }));
+    connection.send("new");
+    EXPECT_TRUE(connection.hears("new"));
     remove(trigger);
-    remove(worker.worker);
-    close(duplicate);
-    close(newPeer);
+    close(formerPeer);
 }
 
 TEST_F(RegistrationTest, ASetThatIsMadeAnewDoesNotWatchWhatHasTakenAClosedNumber) {
-    Connection closed;
-    Connection lingering;
-    Connection other;
-    for (Connection* connection : {&closed, &lingering, &other}) add(connection->worker);
-    const int stranger = lingering.reconnect();  // which the loop is not told
-    ASSERT_EQ(write(stranger, "private", 7), 7);
-    const int duplicate = fcntl(closed.device.getFd(), F_DUPFD_CLOEXEC, 0);
-    closed.device.closeDescriptor();
-    remove(closed.worker);
+    Connection closed(*this);
+    Connection replaced(*this);
+    Connection other(*this);
+    const int formerPeer = replaced.reconnect();  // which the loop is not told
+    replaced.send("private");
+    closed.closeAndRemove();
     closed.send("nobody reads this");
-    EXPECT_TRUE(setIsMadeAnew());
+    EXPECT_TRUE(isSetMadeAnew());
     other.send("served");
-    EXPECT_TRUE(eventually([&] { return !other.worker.chunks.empty(); }));
-    EXPECT_TRUE(lingering.worker.chunks.empty());
-    remove(lingering.worker);
-    remove(other.worker);
-    close(duplicate);
-    close(stranger);
+    EXPECT_TRUE(other.hears("served"));
+    EXPECT_TRUE(replaced.worker.chunks.empty());
+    close(formerPeer);
 }
 
 TEST_F(RegistrationTest, WatchesTheDescriptorThatADeviceChangesToWhileItIsAttached) {
-    struct ChangingDevice : FakeDevice {
+    struct Changing : FakeDevice {
         int fd = -1;
         std::vector<int> arrivals;
         int getFd() override { return fd; }
@@ -297,10 +186,13 @@ TEST_F(RegistrationTest, WatchesTheDescriptorThatADeviceChangesToWhileItIsAttach
     Worker worker(&device, nullptr);
     add(worker);
     loop.call([&] { device.change(second.first); });
-    ASSERT_EQ(write(first.second, "x", 1), 1);
-    ASSERT_EQ(write(second.second, "x", 1), 1);
-    EXPECT_TRUE(eventually([&] { return !device.arrivals.empty(); }));
-    EXPECT_EQ(device.arrivals, std::vector<int>{second.first});
+    for (const int peer : {first.second, second.second}) ASSERT_EQ(write(peer, "x", 1), 1);
+    std::vector<int> arrivals;
+    EXPECT_TRUE(waitUntil([&] {
+        loop.call([&] { arrivals = device.arrivals; });
+        return !arrivals.empty();
+    }));
+    EXPECT_EQ(arrivals, std::vector<int>{second.first});
     remove(worker);
     for (int fd : {first.first, first.second, second.first, second.second}) close(fd);
 }
@@ -338,8 +230,7 @@ TEST_F(RegistrationTest, AnExecutorMayPostOnAnyThreadWhileItIsAttached) {
     });
     loop.call([&] { loop.connector().attach(&executor); });
     poster.join();
-    loop.call([&] { loop.connector().detach(&executor); });
-    loop.call([] {});
+    loop.call([&] { loop.connector().detach(&executor); });  // behind the last message
 }
 
 }  // namespace
