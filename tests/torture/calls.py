@@ -35,6 +35,7 @@ ERRORS = {
     "fstatat64": ["ENOMEM", "EIO"],
     "fsync": ["EIO", "ENOSPC"],
     "ftruncate64": ["EIO", "EINTR"],
+    "getaddrinfo": ["EAGAIN"],
     "getcwd": ["ENOENT", "ENOMEM"],
     "getifaddrs": ["EMFILE", "ENOBUFS"],
     "getpeername": ["ENOTCONN", "ENOBUFS"],
@@ -44,6 +45,8 @@ ERRORS = {
     "if_nametoindex": ["ENODEV", "EMFILE"],
     "inotify_add_watch": ["ENOSPC", "EACCES", "ENOMEM"],
     "inotify_init1": DESCRIPTORS + NO_MEMORY,
+    "inotify_rm_watch": ["EINVAL"],
+    "ioctl": ["ENODEV", "EPERM"],
     "listen": ["EADDRINUSE"],
     "lseek64": ["EINVAL"],
     "lstat64": FILES,
@@ -74,9 +77,12 @@ ERRORS = {
     "sendto": ["short", "EINTR", "EAGAIN", "ENOBUFS", "ENOMEM"] + BROKEN,
     "setsockopt": ["ENOMEM", "ENOPROTOOPT", "EPERM"],
     "shutdown": ["ENOTCONN"],
+    "signalfd": DESCRIPTORS + NO_MEMORY,
     "socket": DESCRIPTORS + ["ENOBUFS", "EACCES"],
     "stat": FILES,
     "stat64": FILES + NO_MEMORY,
+    "timerfd_create": DESCRIPTORS + NO_MEMORY,
+    "timerfd_settime": ["EINVAL"],
     "unlink": FILES,
     "write": ["short", "EIO", "ENOSPC", "EINTR", "EAGAIN"],
     "writev": ["EIO", "ENOSPC", "EINTR"],
@@ -147,17 +153,18 @@ WITH_ANOTHER_WAY = {
     ("write", "WakePipe::"): "written again",
 }
 
-# Imported, and they can not fail, or their failing means nothing but what they say, or only a fault of
-# the program can make them fail.
+# Imported, and they can not fail, or their failing means nothing but what they say, or only a fault
+# of the program can make them fail.
 NEVER_FAILING = set("""
-    abort atoi clock_gettime dirfd free freeifaddrs geteuid getenv getpid gettimeofday htons inet_ntop
-    inet_pton kill memchr memcmp memcpy memmove memset memrchr ntohs pthread_cond_broadcast
-    pthread_cond_destroy pthread_cond_signal pthread_cond_timedwait pthread_cond_wait
-    pthread_getspecific pthread_mutex_destroy pthread_mutex_lock pthread_mutex_trylock
-    pthread_mutex_unlock pthread_once pthread_rwlock_rdlock pthread_rwlock_trywrlock
-    pthread_rwlock_unlock pthread_rwlock_wrlock pthread_self pthread_sigmask pthread_kill rand
-    sigaddset sigemptyset sigismember sigpending sigtimedwait sigwait sleep snprintf srand strchr
-    strcmp strcspn strerror strlen strncmp strnlen strspn strstr strtol strtoul syscall vsnprintf
+    abort atoi clock_gettime dirfd free freeaddrinfo freeifaddrs gai_strerror getenv geteuid
+    getpid gettimeofday htonl htons inet_ntop inet_pton kill memchr memcmp memcpy memmove
+    memrchr memset ntohs pthread_cond_broadcast pthread_cond_destroy pthread_cond_signal
+    pthread_cond_timedwait pthread_cond_wait pthread_getspecific pthread_kill
+    pthread_mutex_destroy pthread_mutex_lock pthread_mutex_trylock pthread_mutex_unlock
+    pthread_once pthread_rwlock_rdlock pthread_rwlock_trywrlock pthread_rwlock_unlock
+    pthread_rwlock_wrlock pthread_self pthread_sigmask rand sigaddset sigemptyset sigismember
+    sigpending sigtimedwait sigwait sleep snprintf srand strchr strcmp strcspn strerror strlen
+    strncmp strnlen strspn strstr strtol strtoul syscall vsnprintf
 """.split())
 
 

@@ -11,6 +11,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
+#include <netdb.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <unwind.h>
@@ -167,17 +168,16 @@ FAILING(epoll_create1) FAILING(epoll_ctl) FAILING(epoll_wait) FAILING(fallocate6
 FAILING(fchown) FAILING(fcntl64) FAILING(fgetxattr) FAILING(flistxattr) FAILING(flock)
 FAILING(fsetxattr) FAILING(fstat64) FAILING(fstatat64) FAILING(fsync) FAILING(ftruncate64)
 FAILING(getifaddrs) FAILING(getpeername) FAILING(getsockname) FAILING(getsockopt)
-FAILING(inotify_add_watch) FAILING(inotify_init1) FAILING(listen) FAILING(lseek64) FAILING(lstat64)
-FAILING(nanosleep) FAILING(open64) FAILING(pipe) FAILING(pipe2) FAILING(poll) FAILING(prctl)
-FAILING(readlink) FAILING(recvmsg) FAILING(rename) FAILING(sendmsg) FAILING(setsockopt)
-FAILING(shutdown) FAILING(socket) FAILING(stat) FAILING(stat64) FAILING(unlink) FAILING(writev)
-FAILING_OR_SHORT(read) FAILING_OR_SHORT(recv) FAILING_OR_SHORT(recvfrom) FAILING_OR_SHORT(send)
-FAILING_OR_SHORT(sendto) FAILING_OR_SHORT(write)
-FAILING_LATE(close) FAILING_LATE(closedir) FAILING_LATE(fclose)
-FAILING_NULL(calloc) FAILING_NULL(fopen64) FAILING_NULL(getcwd) FAILING_NULL(malloc)
-FAILING_NULL(opendir) FAILING_NULL(readdir64) FAILING_NULL(realloc) FAILING_NULL(if_indextoname)
-FAILING_NULL(if_nametoindex)
-FAILING_ERROR(pthread_cond_init) FAILING_ERROR(pthread_create) FAILING_ERROR(pthread_detach)
-FAILING_ERROR(pthread_key_create) FAILING_ERROR(pthread_mutex_init)
-FAILING_ERROR(pthread_setspecific)
-THROWING(_Znam) THROWING(_Znwm)
+FAILING(inotify_add_watch) FAILING(inotify_init1) FAILING(inotify_rm_watch) FAILING(ioctl)
+FAILING(listen) FAILING(lseek64) FAILING(lstat64) FAILING(nanosleep) FAILING(open64) FAILING(pipe)
+FAILING(pipe2) FAILING(poll) FAILING(prctl) FAILING(readlink) FAILING(recvmsg) FAILING(rename)
+FAILING(sendmsg) FAILING(setsockopt) FAILING(shutdown) FAILING(signalfd) FAILING(socket)
+FAILING(stat) FAILING(stat64) FAILING(timerfd_create) FAILING(timerfd_settime) FAILING(unlink)
+FAILING(writev) FAILING_AS(getaddrinfo, EAI_AGAIN) FAILING_ERROR(pthread_cond_init)
+FAILING_ERROR(pthread_create) FAILING_ERROR(pthread_detach) FAILING_ERROR(pthread_key_create)
+FAILING_ERROR(pthread_mutex_init) FAILING_ERROR(pthread_setspecific) FAILING_LATE(close)
+FAILING_LATE(closedir) FAILING_LATE(fclose) FAILING_NULL(calloc) FAILING_NULL(fopen64)
+FAILING_NULL(getcwd) FAILING_NULL(if_indextoname) FAILING_NULL(if_nametoindex) FAILING_NULL(malloc)
+FAILING_NULL(opendir) FAILING_NULL(readdir64) FAILING_NULL(realloc) FAILING_OR_SHORT(read)
+FAILING_OR_SHORT(recv) FAILING_OR_SHORT(recvfrom) FAILING_OR_SHORT(send) FAILING_OR_SHORT(sendto)
+FAILING_OR_SHORT(write) THROWING(_Znam) THROWING(_Znwm)
