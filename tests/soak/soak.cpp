@@ -13,7 +13,6 @@
 
 #include <fstream>
 #include <iostream>
-#include <iterator>
 
 #include "support/loop_thread.h"
 
@@ -24,33 +23,19 @@ using namespace vyn;
 constexpr long kToleranceKb = 8 * 1024;  // for what allocator and sanitizers take meanwhile
 constexpr int kPatienceMs = 60000;
 
-enum What {
-    kAdded,
-    kRemoved,
-    kPosted,
-    kDelivered,
-    kSet,
-    kUnset,
-    kFired,
-    kRounds,
-    kFloods,
-    kFaults
-};
-constexpr const char* kNames[] = {
-    "workers added", "workers removed", "messages posted", "messages delivered", "timers set",
-    "timers unset",  "timers fired",    "clients served",  "overflows",          "faults"};
-std::atomic<long> gCounts[std::size(kNames)];
 std::atomic<bool> gEnds{false};
+std::atomic<long> gAdded, gRemoved, gPosted, gDelivered, gSet, gUnset, gFired, gServed, gFlooded;
+std::atomic<long> gFaults;
 
 void expect(bool holds, const char* what) {
-    if (!holds && ++gCounts[kFaults] < 10) std::cout << "FAULT: " << what << std::endl;
+    if (!holds && ++gFaults < 10) std::cout << "FAULT: " << what << std::endl;
 }
 
 void sleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
-void expectSoon(What done, What begun) {
-    for (int ms = 0; ms < kPatienceMs && gCounts[done] != gCounts[begun]; ms += 10) sleepMs(10);
-    expect(gCounts[done] == gCounts[begun], kNames[done]);
+void expectSoon(const std::atomic<long>& done, const std::atomic<long>& begun, const char* what) {
+    for (int ms = 0; ms < kPatienceMs && done != begun; ms += 10) sleepMs(10);
+    expect(done == begun, what);
 }
 
 // Sends back what comes.
@@ -63,56 +48,46 @@ struct Echo : Worker {
 };
 
 struct Service : Handler {
-    Service(Connector& itsLoop, int number)
-        : Handler(itsLoop), path("@soak." + std::to_string(number)), loop(itsLoop) {
-        for (Worker& worker : listening) loop.addWorkerLocked(&worker, this);
+    Service(Connector& itsLoop, int number) : Handler(itsLoop), id(number), loop(itsLoop) {
+        loop.addWorkerLocked(&listening, this);
     }
-    ~Service() override {
-        for (Worker& worker : listening) loop.removeWorkerLocked(&worker);
-    }
-    void onNewConnection(Worker* worker, int, void* data) override {
-        worker == listening ? add(new NetDevice(static_cast<Socket*>(data)))
-                            : add(new UnixDevice(static_cast<UnixSocket*>(data)));
+    ~Service() override { loop.removeWorkerLocked(&listening); }
+    void onNewConnection(Worker*, int, void* data) override {
+        add(new NetDevice(static_cast<Socket*>(data)));
     }
     Worker* add(Device* device) {
-        ++gCounts[kAdded];
+        ++gAdded;
         auto* const worker = new Echo(device);
         loop.addWorkerLocked(worker, this);
         return worker;
     }
     void onDisconnected(Worker* worker) override {
-        ++gCounts[kRemoved];
+        ++gRemoved;
         loop.removeWorkerLocked(worker);
         delete static_cast<Echo*>(worker);
     }
-    void onMessage(Message) override { ++gCounts[kDelivered]; }
+    void onMessage(Message) override { ++gDelivered; }
+    void connect(Socket& client) {
+        expect(client.connect("127.0.0.1", tcp.socket().getHostPort()), "no connection");
+    }
 
-    const std::string path;
+    const int id;
     Connector& loop;
     ListenerDevice tcp{0, "127.0.0.1"};
-    UnixListenerDevice unix{path};
-    Worker listening[2]{{&tcp, nullptr}, {&unix, nullptr}};
+    Worker listening{&tcp, nullptr};
 };
 
-// Connects over either transport.
-SocketBase& connect(Service& service, Socket& tcp, UnixSocket& unix) {
-    const bool isTcp = std::rand() % 2 == 0;
-    const int port = service.tcp.socket().getHostPort();
-    expect(isTcp ? tcp.connect("127.0.0.1", port) : unix.connect(service.path), "no connection");
-    return isTcp ? static_cast<SocketBase&>(tcp) : unix;
-}
-
 void comeAndGo(Service& service) {
-    for (; !gEnds; ++gCounts[kRounds]) {
-        Socket tcp(Socket::TCP);
-        UnixSocket unix(UnixSocket::STREAM);
-        SocketBase& client = connect(service, tcp, unix);
+    for (; !gEnds; ++gServed) {
+        Socket client(Socket::TCP);
+        service.connect(client);
         std::string sent(static_cast<size_t>(1 + std::rand() % 100000), ' '), came;
         for (char& byte : sent) byte = static_cast<char>(std::rand());
         int got = client.send(sent.data(), static_cast<int>(sent.size()));
-        for (char buffer[4096]; got > 0 && came.size() < sent.size();
-             came.append(buffer, buffer + got)) {
-            got = std::max(client.recv(buffer, sizeof buffer, kPatienceMs), 0);
+        char buffer[4096];
+        while (came.size() < sent.size() && got > 0) {
+            got = client.recv(buffer, sizeof buffer, kPatienceMs);
+            came.append(buffer, static_cast<size_t>(std::max(got, 0)));
         }
         expect(came == sent, "bytes are missing, or wrong");
     }
@@ -121,31 +96,31 @@ void comeAndGo(Service& service) {
 // Sends and never reads, until the service takes it for one that does not.
 void flood(Service& service) {
     const std::string bytes(65536, 'x');
-    for (; !gEnds; ++gCounts[kFloods], sleepMs(20)) {
-        Socket tcp(Socket::TCP);
-        UnixSocket unix(UnixSocket::STREAM);
-        SocketBase& client = connect(service, tcp, unix);
+    for (; !gEnds; ++gFlooded, sleepMs(20)) {
+        Socket client(Socket::TCP);
+        service.connect(client);
         while (client.send(bytes.data(), 65536) > 0) continue;
     }
 }
 
 struct Beat : Timer {
-    bool onTimer(void*, int times) override { return ++gCounts[kFired], times < 3; }
-    void onTimerRemoved() override { ++gCounts[kUnset], delete this; }
+    bool onTimer(void*, int times) override { return ++gFired, times < 3; }
+    void onTimerRemoved() override { ++gUnset, delete this; }
 };
 
 // Uses what any thread may use.
 void useFromOutside(Service& service) {
+    const std::string path = "@soak." + std::to_string(service.id);
     UnixSocket listener(UnixSocket::STREAM);
-    expect(listener.bind(service.path + ".outside") && listener.listen(), "no listener");
+    expect(listener.bind(path) && listener.listen(), "no listener");
     for (int timer = 0; !gEnds; sleepMs(2)) {
         if (timer % 2 != 0) service.loop.removeTimer(timer);
         timer = service.loop.addTimer(new Beat, 1 + std::rand() % 5, nullptr);
         service.loop.resetTimer(timer);
-        service.sendMessageDelayed(Message::obtain(), ++gCounts[kSet] % 3);
-        ++gCounts[kPosted];
+        service.sendMessageDelayed(Message::obtain(), ++gSet % 3);
+        ++gPosted;
         UnixSocket client(UnixSocket::STREAM);
-        expect(client.connect(service.path + ".outside"), "no connection to the outside");
+        expect(client.connect(path), "no connection to the outside");
         const UnixSocket accepted = listener.accept();
         Worker* const worker = service.add(new UnixDevice(&accepted));
         for (int sent = 0, came = 0; sent < 200; ++sent) {
@@ -187,9 +162,9 @@ void soak(int seconds) {
     expect(after <= before + kToleranceKb, "memory has grown");
     gEnds = true;
     for (std::thread& thread : threads) thread.join();
-    expectSoon(kRemoved, kAdded);
-    expectSoon(kDelivered, kPosted);
-    expectSoon(kUnset, kSet);
+    expectSoon(gRemoved, gAdded, "an end is missing");
+    expectSoon(gDelivered, gPosted, "a message is missing");
+    expectSoon(gUnset, gSet, "a timer is missing");
     for (int i = 0; i < 2; ++i) loops[i].call([&] { services[i].reset(); });
 }
 
@@ -199,9 +174,9 @@ int main(int, char** arguments) {
     logging::setLogLevel(1);  // errors
     vyn::config::setAsyncWritting(true);
     soak(std::atoi(arguments[1]));
-    for (size_t what = 0; what < std::size(gCounts); ++what) {
-        std::cout << gCounts[what] << " " << kNames[what] << std::endl;
-        expect(gCounts[what] > 0 || what == kFaults, "something has not happened");
-    }
-    return gCounts[kFaults] == 0 ? 0 : 1;
+    std::cout << gAdded << " workers, " << gPosted << " messages, " << gFired << " times " << gSet
+              << " timers, " << gServed << " clients served, " << gFlooded << " overflows, "
+              << gFaults << " faults" << std::endl;
+    expect(gAdded && gPosted && gFired && gServed && gFlooded, "something has not happened");
+    return gFaults == 0 ? 0 : 1;
 }

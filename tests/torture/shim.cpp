@@ -11,7 +11,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
-#include <netdb.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <unwind.h>
@@ -30,49 +29,30 @@ namespace {
 
 constexpr size_t kFrames = 12;
 
+struct Call {
+    char function[24] = "";
+    uint64_t callers[kFrames] = {};  // the project's, innermost first: module << 48 | offset
+};
+
 struct Page {
     struct Entry {
         std::atomic<uint64_t> calls;
-        char function[24];
-        uint64_t callers[kFrames];  // the project's, innermost first: module << 48 | offset
+        Call call;
     };
     std::atomic<uint64_t> isArmed, matched, failed, calls, entries;  // armed by the driver
     Entry table[8192];
 };
 
-struct Module {
-    uintptr_t base, begin, end;
-};
-
-struct Callers {
-    uint64_t address[kFrames] = {};
-    size_t count = 0;
-};
-
 Page* gPage;
 char gFunction[24], gAction[16];
 unsigned long gFirst, gTimes, gEvery, gCallers[2];
-Module gModules[2];  // the program and the library
 std::atomic_flag gTableLock = ATOMIC_FLAG_INIT;
 __attribute__((tls_model("initial-exec"))) thread_local bool tIsInside;
-
-int noteModule(dl_phdr_info* info, size_t, void*) {
-    const bool isProgram = info->dlpi_name[0] == '\0' && gModules[0].end == 0;
-    if (!isProgram && std::strstr(info->dlpi_name, "libvyncore") == nullptr) return 0;
-    for (int i = 0; i < info->dlpi_phnum; ++i) {
-        const auto& segment = info->dlpi_phdr[i];
-        if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0) continue;
-        const uintptr_t begin = info->dlpi_addr + segment.p_vaddr;
-        gModules[isProgram ? 0 : 1] = {info->dlpi_addr, begin, begin + segment.p_memsz};
-    }
-    return 0;
-}
 
 __attribute__((constructor)) void start() {
     const char* const path = std::getenv("TORTURE_PAGE");
     const int fd = path != nullptr ? ::open(path, O_RDWR | O_CLOEXEC) : -1;
     if (fd < 0) return;
-    dl_iterate_phdr(noteModule, nullptr);
     if (const char* const plan = std::getenv("TORTURE_PLAN")) {
         std::sscanf(plan, "%23s %15s %lu %lu %lu %lx %lx", gFunction, gAction, &gFirst, &gTimes,
                     &gEvery, &gCallers[0], &gCallers[1]);
@@ -83,29 +63,27 @@ __attribute__((constructor)) void start() {
 }
 
 _Unwind_Reason_Code noteCaller(_Unwind_Context* context, void* argument) {
-    auto& callers = *static_cast<Callers*>(argument);
+    Call& call = *static_cast<Call*>(argument);
+    uint64_t* const next = std::find(call.callers, std::end(call.callers), 0);
     const uintptr_t address = _Unwind_GetIP(context);
-    for (uint64_t i = 0; i < std::size(gModules); ++i) {
-        if (address < gModules[i].begin || address >= gModules[i].end) continue;
-        callers.address[callers.count++] = (i + 1) << 48 | (address - gModules[i].base);
+    dl_find_object found{};
+    if (next == std::end(call.callers) ||
+        _dl_find_object(reinterpret_cast<void*>(address), &found) != 0) {
+        return _URC_NORMAL_STOP;
     }
-    return callers.count < kFrames ? _URC_NO_REASON : _URC_NORMAL_STOP;
+    const link_map& module = *found.dlfo_link_map;
+    const bool isProgram = module.l_name[0] == '\0';
+    if (!isProgram && std::strstr(module.l_name, "libvyncore") == nullptr) return _URC_NO_REASON;
+    *next = (isProgram ? 1ULL : 2ULL) << 48 | (address - module.l_addr);
+    return _URC_NO_REASON;
 }
 
-void trace(const char* function, const Callers& callers) {
+void trace(const Call& call) {
     while (gTableLock.test_and_set(std::memory_order_acquire)) continue;
     Page::Entry* entry = gPage->table;
-    Page::Entry* const end = entry + gPage->entries;
-    while (entry < end && (std::strcmp(entry->function, function) != 0 ||
-                           std::memcmp(entry->callers, callers.address, sizeof entry->callers))) {
-        ++entry;
-    }
-    if (entry == end && gPage->entries < std::size(gPage->table) - 1) {
-        std::strncpy(entry->function, function, sizeof entry->function - 1);
-        std::memcpy(entry->callers, callers.address, sizeof entry->callers);
-        ++gPage->entries;
-    }
-    ++entry->calls;
+    while (entry->calls != 0 && std::memcmp(&entry->call, &call, sizeof call) != 0) ++entry;
+    entry->call = call;
+    if (entry->calls++ == 0) ++gPage->entries;
     gTableLock.clear(std::memory_order_release);
 }
 
@@ -114,13 +92,14 @@ bool isMeant(const char* function) {
     ++gPage->calls;
     const bool isTracing = gFunction[0] == '\0';
     if (!isTracing && (std::strcmp(function, gFunction) != 0 || gPage->isArmed == 0)) return false;
-    Callers callers;
-    _Unwind_Backtrace(noteCaller, &callers);
-    if (isTracing && callers.count > 0) trace(function, callers);
-    if (isTracing || callers.count == 0) return false;  // none: the loader, or another library
-    const uint64_t* const begin = callers.address;
+    Call call;
+    std::strncpy(call.function, function, sizeof call.function - 1);
+    _Unwind_Backtrace(noteCaller, &call);
+    if (call.callers[0] == 0) return false;  // the loader, or another library by itself
+    if (isTracing) return trace(call), false;
     for (const uint64_t caller : gCallers) {
-        if (caller != 0 && std::count(begin, begin + kFrames, caller) == 0) return false;
+        const auto matches = std::count(call.callers, std::end(call.callers), caller);
+        if (caller != 0 && matches == 0) return false;
     }
     const uint64_t number = ++gPage->matched;
     if (number < gFirst || (number - gFirst) % gEvery != 0) return false;
@@ -153,31 +132,25 @@ using Function = long(long, long, long, long, long, long);
         const auto call = [&] { return real(a, b, c, d, e, f); };                       \
         body                                                                            \
     }
-#define FAILING_AS(name, failure) WRAP(name, return fails(#name) ? failure : call();)
-#define FAILING(name) FAILING_AS(name, -1)
-#define FAILING_NULL(name) FAILING_AS(name, 0)
-#define FAILING_ERROR(name) FAILING_AS(name, errno)
-#define FAILING_OR_SHORT(name) WRAP(name, return fails(#name, &c) ? -1 : call();)
+#define AS(name, failure) WRAP(name, return fails(#name) ? failure : call();)
+#define F(name) AS(name, -1)
+#define NUL(name) AS(name, 0)
+#define ERR(name) AS(name, errno)
+#define SHORT(name) WRAP(name, return fails(#name, &c) ? -1 : call();)
 // Does its work all the same.
-#define FAILING_LATE(name) WRAP(name, const long did = call(); return fails(#name) ? -1 : did;)
-#define THROWING(name) WRAP(name, if (fails(#name)) throw std::bad_alloc(); return call();)
+#define LATE(name) WRAP(name, const long did = call(); return fails(#name) ? -1 : did;)
+#define THROW(name) WRAP(name, if (fails(#name)) throw std::bad_alloc(); return call();)
 
 // clang-format off
-FAILING(accept4) FAILING(access) FAILING(bind) FAILING(chmod) FAILING(connect) FAILING(dup3)
-FAILING(epoll_create1) FAILING(epoll_ctl) FAILING(epoll_wait) FAILING(fallocate64) FAILING(fchmod)
-FAILING(fchown) FAILING(fcntl64) FAILING(fgetxattr) FAILING(flistxattr) FAILING(flock)
-FAILING(fsetxattr) FAILING(fstat64) FAILING(fstatat64) FAILING(fsync) FAILING(ftruncate64)
-FAILING(getifaddrs) FAILING(getpeername) FAILING(getsockname) FAILING(getsockopt)
-FAILING(inotify_add_watch) FAILING(inotify_init1) FAILING(inotify_rm_watch) FAILING(ioctl)
-FAILING(listen) FAILING(lseek64) FAILING(lstat64) FAILING(nanosleep) FAILING(open64) FAILING(pipe)
-FAILING(pipe2) FAILING(poll) FAILING(prctl) FAILING(readlink) FAILING(recvmsg) FAILING(rename)
-FAILING(sendmsg) FAILING(setsockopt) FAILING(shutdown) FAILING(signalfd) FAILING(socket)
-FAILING(stat) FAILING(stat64) FAILING(timerfd_create) FAILING(timerfd_settime) FAILING(unlink)
-FAILING(writev) FAILING_AS(getaddrinfo, EAI_AGAIN) FAILING_ERROR(pthread_cond_init)
-FAILING_ERROR(pthread_create) FAILING_ERROR(pthread_detach) FAILING_ERROR(pthread_key_create)
-FAILING_ERROR(pthread_mutex_init) FAILING_ERROR(pthread_setspecific) FAILING_LATE(close)
-FAILING_LATE(closedir) FAILING_LATE(fclose) FAILING_NULL(calloc) FAILING_NULL(fopen64)
-FAILING_NULL(getcwd) FAILING_NULL(if_indextoname) FAILING_NULL(if_nametoindex) FAILING_NULL(malloc)
-FAILING_NULL(opendir) FAILING_NULL(readdir64) FAILING_NULL(realloc) FAILING_OR_SHORT(read)
-FAILING_OR_SHORT(recv) FAILING_OR_SHORT(recvfrom) FAILING_OR_SHORT(send) FAILING_OR_SHORT(sendto)
-FAILING_OR_SHORT(write) THROWING(_Znam) THROWING(_Znwm)
+F(accept4) F(access) F(bind) F(chmod) F(connect) F(dup3) F(epoll_create1) F(epoll_ctl) F(epoll_wait)
+F(fallocate64) F(fchmod) F(fchown) F(fcntl64) F(fgetxattr) F(flistxattr) F(flock) F(fsetxattr)
+F(fstat64) F(fstatat64) F(fsync) F(ftruncate64) F(getifaddrs) F(getpeername) F(getsockname)
+F(getsockopt) F(inotify_add_watch) F(inotify_init1) F(inotify_rm_watch) F(ioctl) F(listen)
+F(lseek64) F(lstat64) F(nanosleep) F(open64) F(pipe) F(pipe2) F(poll) F(prctl) F(readlink)
+F(recvmsg) F(rename) F(sendmsg) F(setsockopt) F(shutdown) F(signalfd) F(socket) F(stat) F(stat64)
+F(timerfd_create) F(timerfd_settime) F(unlink) F(writev) AS(getaddrinfo, -3)
+ERR(pthread_cond_init) ERR(pthread_create) ERR(pthread_detach) ERR(pthread_key_create)
+ERR(pthread_mutex_init) ERR(pthread_setspecific) LATE(close) LATE(closedir) LATE(fclose) NUL(calloc)
+NUL(fopen64) NUL(getcwd) NUL(if_indextoname) NUL(if_nametoindex) NUL(malloc) NUL(opendir)
+NUL(readdir64) NUL(realloc) SHORT(read) SHORT(recv) SHORT(recvfrom) SHORT(send) SHORT(sendto)
+SHORT(write) THROW(_Znam) THROW(_Znwm)
