@@ -9,6 +9,18 @@ void ArchiveItems::clear() {
     mCapacity = mSize = mTaken = 0;
 }
 
+void ArchiveItems::addInMoreRoom(const void* bytes, int size) {
+    makeRoom(recordSize(size));
+    add(bytes, size);
+}
+
+void ArchiveItems::addRecords(const char* records, size_t size) {
+    if (size == 0) return;
+    makeRoom(size);
+    std::memcpy(mBlock.get() + mSize, records, size);
+    mSize += size;
+}
+
 // As what is left is no more than what was taken, taking all items one by one moves no byte more
 // often than once on average.
 void ArchiveItems::giveBack() {
@@ -20,7 +32,7 @@ void ArchiveItems::giveBack() {
 
 // What was taken goes once it is no less than what is left, so that a queue that is never empty
 // does not grow for ever, and no more bytes are ever moved than were taken.
-void ArchiveItems::grow(size_t size) {
+void ArchiveItems::makeRoom(size_t size) {
     constexpr size_t kLeast = 1024;
     constexpr size_t kMuch = 64 * 1024;
     if (mTaken > 0 && mTaken >= this->size()) dropTaken();

@@ -29,14 +29,14 @@ class ArchiveItems {
 
     void add(const void* bytes, int size) {
         if (bytes == nullptr) size = std::min(size, 0);
-        char* const record = makeRoom(recordSize(size));
+        if (recordSize(size) > mCapacity - mSize) return addInMoreRoom(bytes, size);
+        char* const record = mBlock.get() + mSize;
+        mSize += recordSize(size);
         little_endian::store(record, static_cast<uint32_t>(size));
         if (size > 0) copy(record + kLengthSize, bytes, static_cast<size_t>(size));
     }
     // Adds the items of records that are known to be whole.
-    void addRecords(const char* records, size_t size) {
-        if (size > 0) std::memcpy(makeRoom(size), records, size);
-    }
+    void addRecords(const char* records, size_t size);
     // Takes the first of at least one item once `use` has been called with it. Should that throw,
     // the item stays.
     template <typename Use>
@@ -84,14 +84,9 @@ class ArchiveItems {
         std::memcpy(to + size - Piece, static_cast<const char*>(from) + size - Piece, Piece);
     }
 
-    // The place of so many more bytes.
-    char* makeRoom(size_t size) {
-        if (size > mCapacity - mSize) grow(size);
-        char* const place = mBlock.get() + mSize;
-        mSize += size;
-        return place;
-    }
-    void grow(size_t size);
+    // What add() does seldom, for which it then need save no registers.
+    void addInMoreRoom(const void* bytes, int size);
+    void makeRoom(size_t size);
     void giveBack();
     void dropTaken();
     [[nodiscard]] bool resize(size_t capacity);
