@@ -5,20 +5,23 @@
 namespace vyn {
 
 void ArchiveItems::clear() {
-    mBlock.reset();
-    mCapacity = mSize = mTaken = 0;
+    std::free(mBlock);
+    mBlock = mFirst = mEnd = mLimit = nullptr;
 }
 
-void ArchiveItems::addInMoreRoom(const void* bytes, int size) {
+void ArchiveItems::addAny(const void* bytes, int size) {
+    if (bytes == nullptr) size = std::min(size, 0);
     makeRoom(recordSize(size));
-    add(bytes, size);
+    little_endian::store(mEnd, static_cast<uint32_t>(size));
+    if (size > 0) std::memcpy(mEnd + kLengthSize, bytes, static_cast<size_t>(size));
+    mEnd += recordSize(size);
 }
 
 void ArchiveItems::addRecords(const char* records, size_t size) {
     if (size == 0) return;
     makeRoom(size);
-    std::memcpy(mBlock.get() + mSize, records, size);
-    mSize += size;
+    std::memcpy(mEnd, records, size);
+    mEnd += size;
 }
 
 // As what is left is no more than what was taken, taking all items one by one moves no byte more
@@ -27,7 +30,7 @@ void ArchiveItems::giveBack() {
     if (empty()) return clear();
     dropTaken();
     // Where the block cannot be made smaller, its memory goes with the archive.
-    static_cast<void>(resize(mSize));
+    static_cast<void>(resize(size()));
 }
 
 // What was taken goes once it is no less than what is left, so that a queue that is never empty
@@ -35,27 +38,32 @@ void ArchiveItems::giveBack() {
 void ArchiveItems::makeRoom(size_t size) {
     constexpr size_t kLeast = 1024;
     constexpr size_t kMuch = 64 * 1024;
-    if (mTaken > 0 && mTaken >= this->size()) dropTaken();
-    if (size <= mCapacity - mSize) return;
-    const size_t needed = mSize + size;
+    if (size <= room()) return;
+    if (taken() > 0 && taken() >= this->size()) dropTaken();
+    if (size <= room()) return;
+    const size_t needed = capacity() - room() + size;
+    const size_t more = capacity() * (capacity() < kMuch ? 8 : 2);
     // What is more than the memory there is may still do without a reserve.
-    const size_t more = mCapacity * (mCapacity < kMuch ? 4 : 2);
     if (!resize(std::max({needed, more, kLeast})) && !resize(needed)) throw std::bad_alloc();
 }
 
 void ArchiveItems::dropTaken() {
-    mSize -= mTaken;
-    std::memmove(mBlock.get(), mBlock.get() + mTaken, mSize);
-    mTaken = 0;
+    const size_t left = size();
+    std::memmove(mBlock, mFirst, left);
+    mFirst = mBlock;
+    mEnd = mBlock + left;
 }
 
 // False, with the block as it was, when there is no memory.
 bool ArchiveItems::resize(size_t capacity) {
-    void* const block = std::realloc(mBlock.get(), capacity);
+    const size_t first = taken();
+    const size_t end = first + size();
+    char* const block = static_cast<char*>(std::realloc(mBlock, capacity));
     if (block == nullptr) return false;
-    static_cast<void>(mBlock.release());
-    mBlock.reset(static_cast<char*>(block));
-    mCapacity = capacity;
+    mBlock = block;
+    mFirst = block + first;
+    mEnd = block + end;
+    mLimit = block + capacity;
     return true;
 }
 

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "common/little_endian.h"
 
@@ -23,17 +22,30 @@ class ArchiveItems {
     // What the length of an item takes.
     static constexpr int kLengthSize = 4;
 
-    [[nodiscard]] bool empty() const { return mTaken == mSize; }
+    ArchiveItems() = default;
+    ~ArchiveItems() { clear(); }
+    ArchiveItems(const ArchiveItems&) = delete;
+    ArchiveItems& operator=(const ArchiveItems&) = delete;
+
+    [[nodiscard]] bool empty() const { return mFirst == mEnd; }
     // Also gives the memory back.
     void clear();
 
+    // Most items are numbers and short texts, for which memcpy() would take longer to be called
+    // than to copy: two pieces of a fixed size do, which may overlap.
     void add(const void* bytes, int size) {
-        if (bytes == nullptr) size = std::min(size, 0);
-        if (recordSize(size) > mCapacity - mSize) return addInMoreRoom(bytes, size);
-        char* const record = mBlock.get() + mSize;
-        mSize += recordSize(size);
+        if (size < 8 || size > kShort || bytes == nullptr ||
+            room() < size_t{kLengthSize + kShort}) {
+            return addAny(bytes, size);
+        }
+        char* const record = mEnd;
+        mEnd = record + kLengthSize + size;
         little_endian::store(record, static_cast<uint32_t>(size));
-        if (size > 0) copy(record + kLengthSize, bytes, static_cast<size_t>(size));
+        if (size < 16) {
+            copyTwice<8>(record + kLengthSize, bytes, size);
+        } else {
+            copyTwice<16>(record + kLengthSize, bytes, size);
+        }
     }
     // Adds the items of records that are known to be whole.
     void addRecords(const char* records, size_t size);
@@ -43,15 +55,15 @@ class ArchiveItems {
     void takeFirst(Use use) {
         const Item item = itemAt(records());
         use(item);
-        mTaken += recordSize(item.size);
-        if (mTaken > kMostTaken && mTaken >= size()) giveBack();
+        mFirst += recordSize(item.size);
+        if (taken() > kMostTaken && taken() >= size()) giveBack();
     }
 
     // All items as records, for which the pointer may be null when there are none.
-    [[nodiscard]] const char* records() const { return mBlock.get() + mTaken; }
-    [[nodiscard]] size_t size() const { return mSize - mTaken; }
+    [[nodiscard]] const char* records() const { return mFirst; }
+    [[nodiscard]] size_t size() const { return static_cast<size_t>(mEnd - mFirst); }
     // The bytes of memory that are held.
-    [[nodiscard]] size_t capacity() const { return mCapacity; }
+    [[nodiscard]] size_t capacity() const { return static_cast<size_t>(mLimit - mBlock); }
     // The item at the start of records that are whole, and what an item takes up among them.
     [[nodiscard]] static Item itemAt(const char* records) {
         return {records + kLengthSize, static_cast<int32_t>(little_endian::load(records))};
@@ -61,41 +73,30 @@ class ArchiveItems {
     }
 
   private:
-    struct Free {
-        void operator()(char* block) const { std::free(block); }
-    };
     // What is taken keeps no more memory than this and what is left do.
     static constexpr size_t kMostTaken = 64 * 1024;
+    static constexpr int kShort = 32;
 
-    // As memcpy(), whose call would take longer than the copying of what most items are: numbers
-    // and short texts. Two pieces of a fixed size do, which may overlap.
-    static void copy(char* to, const void* from, size_t size) {
-        if (size < 8 || size > 32) {
-            std::memcpy(to, from, size);
-        } else if (size < 16) {
-            copyTwice<8>(to, from, size);
-        } else {
-            copyTwice<16>(to, from, size);
-        }
-    }
-    template <size_t Piece>
-    static void copyTwice(char* to, const void* from, size_t size) {
+    template <int Piece>
+    static void copyTwice(char* to, const void* from, int size) {
         std::memcpy(to, from, Piece);
         std::memcpy(to + size - Piece, static_cast<const char*>(from) + size - Piece, Piece);
     }
 
-    // What add() does seldom, for which it then need save no registers.
-    void addInMoreRoom(const void* bytes, int size);
+    // Inside of add(), this would make it save registers each time.
+    [[gnu::noinline]] void addAny(const void* bytes, int size);
     void makeRoom(size_t size);
     void giveBack();
     void dropTaken();
+    [[nodiscard]] size_t room() const { return static_cast<size_t>(mLimit - mEnd); }
+    [[nodiscard]] size_t taken() const { return static_cast<size_t>(mFirst - mBlock); }
     [[nodiscard]] bool resize(size_t capacity);
 
-    // Of malloc(), since blocks grow where they are more often than not.
-    std::unique_ptr<char, Free> mBlock;
-    size_t mCapacity = 0;
-    size_t mSize = 0;   // of the block, the bytes in use
-    size_t mTaken = 0;  // the bytes of the records in front that are not items any more
+    // Owned, and of malloc(), since blocks grow where they are more often than not.
+    char* mBlock = nullptr;
+    char* mFirst = nullptr;  // behind the records in front that are not items any more
+    char* mEnd = nullptr;    // behind the last record
+    char* mLimit = nullptr;  // behind the block
 };
 
 }  // namespace vyn
