@@ -50,7 +50,7 @@ isMacro || code ~ /^ *[^ #}]/ {
     sub(/;  +\/\/ /, ";  ///< ")
     print
     isFresh = 0
-    if (code ~ /^ *(template|class|struct|enum|namespace).*[{]$/) comments = 0
+    if (code ~ /^ *(template|class|struct|enum|namespace|extern).*[{]$/) comments = 0
     else if (code ~ /[{]$/) depth = braces(code)
     else continued = isMacro ? code ~ /\\$/ : code ~ /[^;{}:]$/ && code !~ /^#/
 }

@@ -45,7 +45,8 @@ class KeyValueService : public vyn::Handler {
     KeyValueService(vyn::Connector& loop, const char* password)
         : Handler(loop), mPassword(password == nullptr ? "" : password) {}
     void onNewConnection(vyn::Worker* listener, int, void* data) override {
-        const bool isTcp = dynamic_cast<vyn::NetDevice*>(listener->getDevice()) != nullptr;
+        const std::string_view kind = listener->getDevice()->getClassName();
+        const bool isTcp = kind == "ListenerDevice";
         isTcp ? admit<vyn::NetDevice>(static_cast<const vyn::Socket*>(data))
               : admit<vyn::UnixDevice>(static_cast<const vyn::UnixSocket*>(data));
     }

@@ -69,6 +69,7 @@ class VYN_API VYN_CAPABILITY("mutex") Condition {
     // Holds the mutex for the length of a scope. The Condition must outlive it.
     class VYN_SCOPED_CAPABILITY Holder {
       public:
+        // Waits for the mutex. The condition is not owned.
         explicit Holder(Condition& condition) VYN_ACQUIRE(condition) : mCondition(condition) {
             mCondition.lock();
         }

@@ -27,6 +27,7 @@ class VYN_API Crc32 {
 // The state of MD5 between two pieces of input. The fifth chaining word belongs to digests of five
 // words and stays as it is here.
 struct md5ctx {
+    // The chaining words.
     uint32_t state[5] = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0};
     uint64_t count = 0;      // bytes added so far
     uint8_t block[64] = {};  // the last count % 64 of them

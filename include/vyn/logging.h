@@ -245,7 +245,7 @@ struct Voidify {
 
 // Lines of a greater level are left out by the compiler, whatever setLogLevel() is told: 3, for
 // example, leaves debug and verbose lines out. To be defined for all of a program, or in front of
-// the first #include of a source file. Fatal lines stay.
+// the first inclusion in a source file. Fatal lines stay.
 #ifndef VYN_LOG_FLOOR
 #define VYN_LOG_FLOOR 5
 #endif

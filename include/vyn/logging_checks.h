@@ -34,6 +34,7 @@ struct IsStreamable<
     Value, std::void_t<decltype(std::declval<std::ostream&>() << std::declval<const Value&>())>>
     : std::true_type {};
 
+// Writes a value as a failed check shows it; "?" for one that can not be written.
 template <typename Value>
 void show(std::ostream& os, const Value& value) {
     if constexpr (std::is_null_pointer_v<Value>) {

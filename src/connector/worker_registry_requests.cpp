@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <vyn/worker.h>
 
-#include <algorithm>
 #include <cerrno>
 
 #include "common/tick.h"
@@ -91,8 +90,8 @@ void WorkerRegistry::beginServing() {
 
 bool WorkerRegistry::endServing() {
     AutoLock lock(mLock);
-    mServing = std::any_of(mOverflows.begin(), mOverflows.end(),
-                           [this](const Registration& each) { return overflowed(each); });
+    mServing = false;
+    for (const Registration& each : mOverflows) mServing = mServing || overflowed(each);
     return !mServing;
 }
 
