@@ -89,7 +89,7 @@ TEST_F(FlowTest, WritesEagerlyAndGathersTheAnswersToOneRead) {
     EXPECT_TRUE(worker.performWrite());
     EXPECT_EQ(device.written, "at once partly behind ");
 
-    executor.command = [this](Worker* asked, Command* command) {
+    executor.command = [](Worker* asked, Command* command) {
         asked->setSelfCallFlag(static_cast<Line*>(command)->text == "SELF");
         asked->write(command);
     };
