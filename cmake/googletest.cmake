@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # GTest::gtest and GTest::gtest_main: Debian's, which for another machine than this one are built
 # from their source package.
 

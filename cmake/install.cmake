@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # What `cmake --install` puts in place: the component runtime is what programs run with, the
 # component development what they are built with. No file names the folder it is installed in, so
 # the whole may be moved.

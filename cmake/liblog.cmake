@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # vyn_liblog: the system's log library. On a device it comes with the NDK; Debian keeps it in
 # folders of its own, which need a run path.
 

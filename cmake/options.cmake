@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Compile options of this project's own targets. Nothing here reaches the library's users.
 
 add_library(vyn_private_options INTERFACE)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # vyn_rapidxml: the XML parser, headers only. Nothing of it shows in the public headers, so users of
 # the library do not need it.
 

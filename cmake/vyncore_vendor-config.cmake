@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # find_package(vyncore_vendor) gives the target vyncore::vendor.
 include(CMakeFindDependencyMacro)
 find_dependency(Threads)

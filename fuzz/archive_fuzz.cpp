@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any bytes as the block of an archive: the whole records at its beginning are read, and flattening
 // them gives these bytes again.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any bytes as a settings file: the entries read from it, written and read again are the same.
 
 #include <sys/mman.h>

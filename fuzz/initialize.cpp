@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/logging.h>
 
 // Bad input is logged, and nearly all input is bad. Fatal lines are still written.

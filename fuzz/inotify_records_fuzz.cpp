@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any bytes as the kernel's records of changed files.
 
 #include "cuts.h"

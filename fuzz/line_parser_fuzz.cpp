@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any bytes from a peer of the gateway: the lines that are found do not depend on how the bytes
 // arrive, and none is longer than it may be.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Any text is decoded: what is understood keeps its elements and attributes when it is written and
 // read again. The bytes behind the first NUL, where the text ends, then move the cursor about.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <event2/event.h>
 #include <sys/socket.h>
 #include <unistd.h>

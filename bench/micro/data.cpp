@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/archive.h>
 #include <vyn/buffer.h>
 #include <vyn/helper.h>

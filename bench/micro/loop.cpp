@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <sys/eventfd.h>
 #include <unistd.h>
 #include <vyn/connector.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """A bar chart as SVG: for each case a bar for each contestant, as a ratio to the limit."""
 
 from xml.sax.saxutils import escape

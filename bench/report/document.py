@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """docs/performance.md: what stands between the markers is measured, the rest is prose."""
 
 import datetime

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """The groups and goals of bench/goals.txt."""
 
 from dataclasses import dataclass, field

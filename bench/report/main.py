@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Runs groups of benchmarks, prints their tables and writes docs/performance.md; see scripts/bench."""
 
 import argparse

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Runs the benchmark programs and keeps their figures."""
 
 import statistics

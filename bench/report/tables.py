@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Figures as tables, which are Markdown and can be read as they are."""
 
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # 32-bit ARM with hardware floating point, by Debian's cross compiler. What is built runs here under
 # the emulator.
 

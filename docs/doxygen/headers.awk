@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Shows the headers to Doxygen, for which their comments are plain ones.
 #
 # - "// Text" becomes "/// Text", and behind a declaration "///< Text".

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Shows the manual's pages to Doxygen. In the folder their links lead to files and to headings, whose
 # names are made of their words; here they lead to labels, which this gives to the headings. Links to
 # what the reference does not have are left out.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // echo [PORT [SILENCE_MS]]        sends each frame back; SIGINT or SIGTERM stops it
 // echo client PORT TEXT...        sends each text as a frame and prints the answers
 #include <vyn/command.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // gateway PORT SETTINGS-FILE STATE-FOLDER
 //
 // One process with all that the library offers; commands.h tells what its peers may say. It listens

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // keyvalue PORT [SOCKET-FILE]     keeps values by key, and passes messages on, for clients that
 //                                 speak RESP. With KEYVALUE_PASSWORD in the environment they have
 //                                 to know it. SIGINT or SIGTERM stops it when all is answered.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // VYN_API marks what the shared library exports; everything else stays hidden in it.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // Clang's thread-safety annotations (https://clang.llvm.org/docs/ThreadSafetyAnalysis.html); other

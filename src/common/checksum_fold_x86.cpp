@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <immintrin.h>
 
 #include "common/checksum.h"

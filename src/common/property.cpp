@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/property.h>
 
 #include "common/property_impl.h"

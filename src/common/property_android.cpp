@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <cutils/properties.h>
 
 #include "common/property_device.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/ini_config.h>
 #include <vyn/lock.h>
 #include <vyn/logging.h>

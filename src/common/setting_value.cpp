@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/lock.h>
 #include <vyn/logging.h>
 #include <vyn/setting_value.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/connector.h>
 #include <vyn/logging.h>
 #include <vyn/tls.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "connector/connector_linux.h"
 
 #include <unistd.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "connector/heartbit_timer.h"
 
 #include "connector/connector_linux.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "connector/parser_call.h"
 
 namespace vyn {

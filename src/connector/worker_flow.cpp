@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "connector/worker_flow.h"
 
 #include <vyn/connector.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/authenticator.h>
 #include <vyn/config.h>
 #include <vyn/device.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "device/client_link.h"
 
 #include <poll.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <poll.h>
 #include <unistd.h>
 #include <vyn/console_device.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "device/empty_read.h"
 
 #include <poll.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/function_device.h>
 #include <vyn/logging.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "device/function_registry.h"
 
 #include <vyn/function_device.h>

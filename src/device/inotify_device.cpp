@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <sys/inotify.h>
 #include <unistd.h>
 #include <vyn/inotify_device.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "device/ipv4_addresses.h"
 
 #include <linux/rtnetlink.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "device/netlink_records.h"
 
 #include <linux/rtnetlink.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>

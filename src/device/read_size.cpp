@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "device/read_size.h"
 
 #include <vyn/device.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 #include <vyn/logging.h>

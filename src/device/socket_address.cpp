@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <vyn/socket_address.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <net/if.h>
 #include <netinet/in.h>
 #include <vyn/socket.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "device/socket_io.h"
 
 #include <fcntl.h>

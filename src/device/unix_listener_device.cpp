@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <sys/stat.h>
 #include <vyn/logging.h>
 #include <vyn/unix_device.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a device offers to the library, in memory: the property service as it is seen through
 // libcutils and through the C library, and the log, which goes to standard error.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The files that only a device uses, over a device in memory. Built once for each way of reaching
 // the property service.
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Builds as CMake does with the NDK: with Clang and its C++ library, against declarations of what a
 # device has, and linked with nothing else than that; see ./check.
 set(ANDROID ON)

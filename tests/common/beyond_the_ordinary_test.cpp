@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Sizes, depths and arguments that only few callers ever use.
 
 #include <sys/mount.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What becomes of files, pools and conditions when the system refuses a call. The calls are defined
 // here in front of the C library's own, so a test can make each fail when it wants to.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <vyn/ini_config.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What tells whether data was read, and reads it in the form that is wanted.
 
 #include <vyn/archive.h>

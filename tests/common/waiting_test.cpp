@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/condition.h>
 #include <vyn/helper.h>
 #include <vyn/pipe_waiter.h>

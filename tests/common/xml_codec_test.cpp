@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <vyn/xml_codec.h>
 
 #include "support/support.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <optional>
 
 #include "connector/watched_loop.h"

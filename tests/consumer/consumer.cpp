@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A program as an application would write it: a timer posts a message to the loop, which carries
 // bytes that come back out of an archive. Ends with status 0 when all of it arrived.
 #include <vyn/archive.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What accepting does when the process is out of descriptors.
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Clients that connect while their loop goes on.
 
 #include <gtest/gtest.h>

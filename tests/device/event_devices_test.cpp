@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Devices that call a function: signals, datagrams and changes of files; sockets from elsewhere.
 
 #include <gtest/gtest.h>

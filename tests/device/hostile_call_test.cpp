@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What listeners do when the kernel refuses, and when others got there first.
 
 #include <gtest/gtest.h>

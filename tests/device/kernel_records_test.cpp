@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The devices that read records of the kernel: what changed among files and networks.
 
 #include <linux/rtnetlink.h>

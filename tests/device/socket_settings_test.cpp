@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What stays as it was set when a socket gets an address, and what a false readiness does.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <netinet/tcp.h>
 #include <sys/un.h>
 #include <vyn/socket.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Devices and listeners over sockets, served by hand.
 
 #include <sys/stat.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whole services over real TCP connections.
 
 #include <vyn/net_device.h>

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """What scripts read of a page of the manual."""
 import re
 

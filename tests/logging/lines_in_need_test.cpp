@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Lines that are written where not all is as it should be.
 
 #include <climits>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // soak SECONDS: two loops whose connections come and go, or are flooded until they overflow, while
 // other threads post messages, write, and add and remove workers and timers. Ends with status 1
 // when a byte, a message, a timer or an end is missing, when something has not happened at all, or

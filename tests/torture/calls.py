@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """What can be made to fail, and how: each function with the errors that its manual page names."""
 
 import errno

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """The loopback interface of a network that is this process's own (unshare -rn)."""
 
 import fcntl

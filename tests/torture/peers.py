@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """The peers of a gateway. They note every byte that is missing, doubled or wrong."""
 
 import re

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Who calls what, and what is to fail: the plans."""
 
 import os

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """Makes the calls of a gateway fail, one after the other; see scripts/torture."""
 
 import argparse

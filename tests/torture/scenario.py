@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """A life of a gateway, in which its peers and its operator use all it has, and what is judged."""
 
 import hashlib

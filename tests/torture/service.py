@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 """A gateway that runs with the shim, in a folder of its own."""
 
 import mmap

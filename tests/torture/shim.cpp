@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Preloaded into a process, makes calls of libc fail. scripts/torture writes the plan, shares a
 // page with the process and decides when the plan counts.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Prints the trees of XML files as XmlCodec reads them, for ./compare: a line for each file, "+"
 // where it is understood or "-", then one for each element with its name, its text and its
 // attributes. All but the signs is in hexadecimal.

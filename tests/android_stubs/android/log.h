@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // The log of a device as the library uses it, for compiling its files elsewhere.

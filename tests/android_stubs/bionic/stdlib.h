@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include_next <stdlib.h>
 
 #ifndef VYN_STDLIB

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // The C library's property calls on a device as the library uses them, for compiling its files

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // The types that bionic has otherwise than this C library, where `long` has 32 bits.
