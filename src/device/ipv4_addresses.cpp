@@ -27,14 +27,23 @@ bool request(int fd) {
     return io::send(fd, &request, sizeof request, nullptr, 0) == sizeof request;
 }
 
+// The record that begins so many bytes behind another. The kernel aligns them.
+template <typename Record>
+const Record* recordAt(const void* begin, size_t offset) {
+    const void* const at = static_cast<const char*>(begin) + offset;
+    return static_cast<const Record*>(at);
+}
+
 // Of a connection between two points, IFA_ADDRESS is the other one's.
 Ipv4Address addressOf(const nlmsghdr* message) {
-    const auto* content = static_cast<const ifaddrmsg*>(NLMSG_DATA(message));
+    const auto* content = recordAt<ifaddrmsg>(message, NLMSG_HDRLEN);
     Ipv4Address result{static_cast<int>(content->ifa_index), {}, content->ifa_prefixlen};
-    auto length = static_cast<int>(IFA_PAYLOAD(message));
     bool isLocal = false;
-    for (const rtattr* each = IFA_RTA(content); RTA_OK(each, length);
-         each = RTA_NEXT(each, length)) {
+    size_t offset = NLMSG_SPACE(sizeof *content);
+    while (offset + sizeof(rtattr) <= message->nlmsg_len) {
+        const auto* each = recordAt<rtattr>(message, offset);
+        if (each->rta_len < sizeof *each || each->rta_len > message->nlmsg_len - offset) break;
+        offset += RTA_ALIGN(each->rta_len);
         if (RTA_PAYLOAD(each) < sizeof(in_addr) || isLocal) continue;
         if (each->rta_type != IFA_LOCAL && each->rta_type != IFA_ADDRESS) continue;
         std::memcpy(&result.address, RTA_DATA(each), sizeof result.address);
@@ -47,10 +56,14 @@ enum class Answer { kGoesOn, kComplete, kFailed };
 
 Answer readPart(int fd, std::vector<Ipv4Address>& out) {
     alignas(nlmsghdr) char buffer[16384];
-    auto left = static_cast<unsigned>(io::receive(fd, buffer, sizeof buffer, 0, nullptr, nullptr));
-    if (static_cast<int>(left) < 0) return Answer::kFailed;
-    for (auto* message = static_cast<const nlmsghdr*>(static_cast<void*>(buffer));
-         NLMSG_OK(message, left); message = NLMSG_NEXT(message, left)) {
+    const int count = io::receive(fd, buffer, sizeof buffer, 0, nullptr, nullptr);
+    if (count < 1) return Answer::kFailed;
+    const auto size = static_cast<size_t>(count);
+    size_t offset = 0;
+    while (offset + sizeof(nlmsghdr) <= size) {
+        const auto* message = recordAt<nlmsghdr>(buffer, offset);
+        if (message->nlmsg_len < sizeof *message || message->nlmsg_len > size - offset) break;
+        offset += NLMSG_ALIGN(message->nlmsg_len);
         if (message->nlmsg_type == NLMSG_DONE) return Answer::kComplete;
         if (message->nlmsg_type == NLMSG_ERROR) {
             errno = -static_cast<const nlmsgerr*>(NLMSG_DATA(message))->error;
