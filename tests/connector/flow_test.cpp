@@ -165,6 +165,11 @@ TEST(WriteQueue, SendsManyWritesToAStreamAtOnceButEachByItselfToADerivedDevice) 
     tcp.server.setNoDelay(true);
     NetDevice plain(tcp.server);
     Derived derived(tcp.server);
+    tcp_info known{};
+    socklen_t size = sizeof known;
+    if (getsockopt(plain.getFd(), IPPROTO_TCP, TCP_INFO, &known, &size) != 0) {
+        GTEST_SKIP() << "nothing counts segments here";
+    }
     const auto segmentsFor = [](NetDevice& device) {
         Worker worker(&device, nullptr);
         tcp_info before{}, after{};

@@ -52,8 +52,11 @@ TEST(NetDevice, NeitherWaitsNorEndsWhereOnlyANoticeIsToBeRead) {
     Connection<testing::Tcp4Transport> connection;
     EXPECT_EQ(option(connection.client, IPPROTO_TCP, TCP_NODELAY), 1);
     EXPECT_EQ(option(connection.server, IPPROTO_TCP, TCP_NODELAY), 1);
-    setOption(connection.server, SO_TIMESTAMPING,
-              static_cast<int>(SOF_TIMESTAMPING_TX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE));
+    const int notices = SOF_TIMESTAMPING_TX_SOFTWARE | SOF_TIMESTAMPING_SOFTWARE;
+    if (setsockopt(connection.server.fd(), SOL_SOCKET, SO_TIMESTAMPING, &notices, sizeof notices) !=
+        0) {
+        GTEST_SKIP() << "no notices of sent bytes here";
+    }
     EXPECT_EQ(connection.server.send("x", 1), 1);
     ASSERT_TRUE(testing::awaitReady(connection.server.fd(), POLLERR));
     const std::clock_t began = std::clock();
