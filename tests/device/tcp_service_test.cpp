@@ -139,14 +139,16 @@ TEST_F(TcpService, GivesASlowReaderEveryByteInOrder) {
         expected.append(1 + i * 997, static_cast<char>('!' + i));
     }
     config::setAsyncWritting(true);
-    onCommand = [&](Worker* worker, const std::string&) {
-        const char* bytes = expected.data();
-        for (int i = 0; i < 90; ++i) {
-            worker->writeRaw(bytes, 1 + i * 997);
-            bytes += 1 + i * 997;
-        }
-        return true;
-    };
+    loop.call([&] {
+        onCommand = [&](Worker* worker, const std::string&) {
+            const char* bytes = expected.data();
+            for (int i = 0; i < 90; ++i) {
+                worker->writeRaw(bytes, 1 + i * 997);
+                bytes += 1 + i * 997;
+            }
+            return true;
+        };
+    });
     Socket slow = connect();
     sendText(slow, "all\n");
     for (size_t at = 0; at < expected.size(); at += 30011) {
