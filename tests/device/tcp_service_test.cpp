@@ -156,6 +156,7 @@ TEST_F(TcpService, GivesASlowReaderEveryByteInOrder) {
         ASSERT_TRUE(receive(slow, piece.size()) == piece) << "at " << at;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    loop.call([&] { onCommand = nullptr; });
 }
 
 }  // namespace
