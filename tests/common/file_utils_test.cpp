@@ -65,7 +65,7 @@ TEST(FileUtils, FailToReadAFileThatEndsBeforeItsSize) {
 
 TEST(FileUtils, CountDirectoriesWithNamesOf9And16Characters) {
     TemporaryFolder folder;
-    for (const size_t length : {8, 9, 10, 15, 16, 17}) {
+    for (const size_t length : {8u, 9u, 10u, 15u, 16u, 17u}) {
         mkdir((folder / std::string(length, 'x')).c_str(), 0700);
     }
     folder.write("file56789", "");

@@ -97,7 +97,7 @@ TEST(IniConfigSave, RewritesAFileThatItMayNotReplaceAndLeavesItWholeWhereItCanno
     const rlimit small{65536, saved.rlim_max};
     const auto handler = std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &small);
-    for (const mode_t mode : {0555, 0777}) {
+    for (const mode_t mode : {0555u, 0777u}) {
         chmod(folder.path().c_str(), mode);
         const PlainUser user;
         EXPECT_TRUE(IniConfig(path).save());

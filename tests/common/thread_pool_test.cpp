@@ -141,7 +141,7 @@ TEST_F(ThreadPoolTiming, ListsTheTasksRunningPastTheLimitUntilTheyEnd) {
     ends[0].set_value();
     startTask(pool, ends[2]);
     EXPECT_EQ(pool.checkTaskTimeout(), second + "10001 ms.}, ") << "also after it went off";
-    for (size_t i : {1, 2}) ends[i].set_value();
+    for (size_t i : {1u, 2u}) ends[i].set_value();
 }
 
 // The destructor empties the list of running tasks once the pool has closed; so the task knows.

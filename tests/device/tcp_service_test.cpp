@@ -93,7 +93,7 @@ std::string receive(Socket& socket, size_t size) {
 
 std::string numberedLines(size_t connection, const std::string& lead) {
     std::string lines;
-    for (int i = 0; i < 100; ++i) lines += lead + std::to_string(1000 * connection + i) + "\n";
+    for (size_t i = 0; i < 100; ++i) lines += lead + std::to_string(1000 * connection + i) + "\n";
     return lines;
 }
 
