@@ -265,7 +265,7 @@ struct FlowOver : ::testing::Test {
     }
 };
 using Streams = ::testing::Types<Tcp4Transport, UnixTransport>;
-TYPED_TEST_SUITE(FlowOver, Streams);
+TYPED_TEST_SUITE(FlowOver, Streams, );
 
 TYPED_TEST(FlowOver, AProducerWaitsForASlowReaderAndLosesNothing) {
     const std::string all = numbered(64 << 20);
