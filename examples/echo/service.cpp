@@ -4,10 +4,10 @@
 // echo client PORT TEXT...        sends each text as a frame and prints the answers
 #include <vyn/command.h>
 #include <vyn/config.h>
+#include <vyn/handler.h>
 #include <vyn/logging.h>
 #include <vyn/net_device.h>
 #include <vyn/signal_device.h>
-#include <vyn/worker.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -61,9 +61,9 @@ struct Connection : vyn::Worker {
     bool hasRemoteTimedout(long silenceMs) override { return silenceMs > gLongestSilenceMs; }
 };
 
-class EchoService : public vyn::Connector::Executor {
+class EchoService : public vyn::Handler {
   public:
-    explicit EchoService(vyn::Connector& loop) : mLoop(loop) {}
+    using Handler::Handler;
     void onNewConnection(vyn::Worker*, int, void* data) override {
         const auto* accepted = static_cast<const vyn::Socket*>(data);
         if (!accepted->isValid()) return;
@@ -80,14 +80,8 @@ class EchoService : public vyn::Connector::Executor {
         mLoop.removeWorkerLocked(worker);
         mConnections.erase(worker);
     }
-    void onMessage(vyn::Message) override {}
-    void onNetworkChanged(vyn::Worker*) override {}
-    void onFileChanged(vyn::Worker*, const std::string&, int) override {}
-    void onAuthenticated(vyn::Worker*) override {}
-    void onAuthenticationFailed(vyn::Worker*) override {}
 
   private:
-    vyn::Connector& mLoop;
     std::map<vyn::Worker*, std::unique_ptr<Connection>> mConnections;
 };
 
@@ -99,7 +93,6 @@ int main(int argc, char** argv) {
     vyn::config::setAsyncWritting(true);  // a peer that does not read holds up nobody else
     vyn::Connector connector;
     EchoService service(connector);
-    connector.attach(&service);
     vyn::ListenerDevice listener;
     if (!listener.listen(port, "127.0.0.1")) return 1;
     vyn::Worker listening(&listener, nullptr);

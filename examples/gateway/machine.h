@@ -8,11 +8,12 @@
 #include <vyn/helper.h>
 #include <vyn/network.h>
 #include <vyn/rtmgr_device.h>
+#include <vyn/signal_device.h>
 
 #include <csignal>
 #include <functional>
 #include <sstream>
-#include <thread>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -20,29 +21,21 @@
 
 // What comes from the machine and its operator: signals, network changes and the console.
 
-// Stops the loop on SIGTERM and SIGINT, for which a thread waits. Made before other threads are, so
-// that these signals interrupt none of them.
+// Stops the loop on SIGTERM and SIGINT. Made before threads are, so that these signals interrupt
+// none of them.
 class StopSignals : public vyn::Handler {
   public:
-    explicit StopSignals(vyn::Connector& loop) : Handler(loop) {
-        sigemptyset(&mSignals);
-        for (const int signal : {SIGTERM, SIGINT}) sigaddset(&mSignals, signal);
-        pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
-        mThread = std::thread([this] {
-            int signal = 0;
-            sigwait(&mSignals, &signal);
-            sendMessage(vyn::Message::obtain());  // waits for a loop that does not run yet
-        });
+    explicit StopSignals(vyn::Connector& loop)
+        : Handler(loop), mDevice({SIGTERM, SIGINT}, [&loop](const auto&) { loop.stop(); }) {
+        if (mDevice.getFd() < 0) throw std::runtime_error("it could not be stopped");
+        mLoop.addWorkerLocked(&mWorker, this);
     }
-    ~StopSignals() override {
-        pthread_kill(mThread.native_handle(), SIGTERM);  // where none has come
-        mThread.join();
-    }
-    void onMessage(vyn::Message) override { mLoop.stop(); }
+    ~StopSignals() override { mLoop.removeWorkerLocked(&mWorker); }
+    void onDisconnected(vyn::Worker*) override { mLoop.stop(); }  // one came and can not be read
 
   private:
-    sigset_t mSignals;
-    std::thread mThread;
+    vyn::SignalDevice mDevice;
+    vyn::Worker mWorker{&mDevice, nullptr};
 };
 
 // Reports the network interfaces that are up with their IPv4 addresses, as "lo 127.0.0.1, eth0

@@ -8,6 +8,9 @@
 #include <vyn/export.h>
 #include <vyn/message.h>
 
+// The callbacks are about workers.
+#include <vyn/worker.h>  // IWYU pragma: export
+
 namespace vyn {
 
 // An executor that does nothing, to derive from: a handler overrides the callbacks that it has
