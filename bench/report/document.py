@@ -23,7 +23,7 @@ def put(path, name, text):
     path.write_text(document, encoding="utf-8")
 
 
-def circumstances(name, rounds, spread):
+def circumstances(name, rounds, results):
     """Where, at which commit and how to repeat it."""
     commit = output("git", "rev-parse", "--short=10", "HEAD")
     # What this report writes itself changes nothing that is measured.
@@ -32,8 +32,14 @@ def circumstances(name, rounds, spread):
     compiler = output("c++", "--version").splitlines()[0]
     return (f"{datetime.date.today()}, commit {commit}, medians of {rounds} rounds, on {cpu()} "
             f"({len(os.sched_getaffinity(0))} cores), Linux {os.uname().release.split('-')[0]}, {compiler}. "
-            f"Between its rounds a figure varied by {spread:.0%}. "
+            f"What one core writes, the other saw after {distances(results.core_distances)} ns. "
+            f"Between its rounds a figure varied by {results.spread():.0%}. "
             f"Again: `scripts/bench {name} --rounds {rounds}`.")
+
+
+def distances(values):
+    low, high = min(values), max(values)
+    return f"{low:.0f} to {high:.0f}" if high - low >= 1 else f"{low:.0f}"
 
 
 def cpu():

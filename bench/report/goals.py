@@ -22,21 +22,21 @@ class Goal:
         return [case for case in results.cases() if fnmatchcase(case, self.pattern)]
 
     def judge(self, case, results):
-        """What the figure is in terms of the goal, and whether that is enough; or None."""
-        figure = results.median(case, self.contestant, self.metric)
-        base = self.base(case, results) if figure is not None else None
-        if not base:
+        """What the figure is in terms of the goal: its median, the ends of the interval in which that
+        lies with a probability of 95 %, and whether the goal is within it; or None."""
+        figure = (case, self.contestant, self.metric)
+        reached = results.ratio(figure, self.base(case, results))
+        if reached is None:
             return None
-        reached = figure / base
-        met = reached <= self.factor if self.relation == "<=" else reached >= self.factor
-        return reached, met
+        _, low, high = reached
+        return *reached, low <= self.factor if self.relation == "<=" else high >= self.factor
 
     def base(self, case, results):
-        if self.reference == results.units[self.metric]:
-            return 1
+        if self.reference == results.units.get(self.metric):
+            return results.ONE
         if self.reference.startswith("@"):
-            return results.median(self.reference[1:], self.contestant, self.metric)
-        return results.median(case, self.reference, self.metric)
+            return self.reference[1:], self.contestant, self.metric
+        return case, self.reference, self.metric
 
 
 @dataclass

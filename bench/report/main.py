@@ -47,7 +47,7 @@ def tell(group, results):
 
 
 def write(group, results, rounds, text, brackets):
-    about = document.circumstances(group.name, rounds, results.spread())
+    about = document.circumstances(group.name, rounds, results)
     plot = bars.bars(group, results)
     if plot:
         PLOTS.mkdir(exist_ok=True)

@@ -40,14 +40,18 @@ def cell(value, limit):
 
 
 def goal_table(group, results):
-    rows = [["case", "figure", "goal", "reached", "met"]]
+    rows = [["case", "figure", "goal", "reached", "95 % within", "met"]]
     for goal in group.goals:
         figure = f"{goal.contestant} {goal.metric.replace('_', ' ')}"
         # One that can not be judged, since a measurement failed, is not met.
         for case in goal.cases(results) or [goal.pattern]:
-            reached, met = goal.judge(case, results) or (None, False)
-            reached = "-" if reached is None else f"{reached:.2f}"
-            rows.append([case, figure, str(goal), reached, "yes" if met else "NO"])
+            judged = goal.judge(case, results)
+            if judged is None:
+                rows.append([case, figure, str(goal), "-", "-", "NO"])
+                continue
+            reached, low, high, met = judged
+            within = f"{number(low)} to {number(high)}"
+            rows.append([case, figure, str(goal), number(reached), within, "yes" if met else "NO"])
     return table(rows) if len(rows) > 1 else ""
 
 

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/machine.h"
+
 namespace bench {
 
 namespace {
@@ -25,6 +27,10 @@ std::string option(int argc, char** argv, const std::string& name) {
 }  // namespace
 
 int run(int argc, char** argv, const std::vector<Contest>& contests) {
+    if (argc == 2 && std::strcmp(argv[1], "--cores") == 0) {
+        report("cores_apart", coreDistance(), "ns");
+        return 0;
+    }
     const bool list = argc == 2 && std::strcmp(argv[1], "--list") == 0;
     const std::string caseName = option(argc, argv, "case");
     const std::string contestant = option(argc, argv, "contestant");

@@ -9,6 +9,7 @@
 // What every benchmark program has in common. One run of a program is one measurement:
 //
 //     bench_post --list                               the cases and contestants, a line for each
+//     bench_post --cores                              how far the two cores are apart
 //     bench_post --case=1-thread --contestant=asio    measures, and prints a line for each figure
 //
 // The lines are "case<TAB>contestant" and "metric<TAB>value<TAB>unit". scripts/bench runs the

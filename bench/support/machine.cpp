@@ -6,7 +6,9 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <atomic>
 #include <ctime>
+#include <thread>
 
 #include "support/bench.h"
 
@@ -47,6 +49,25 @@ void pinTo(int n) {
         return;
     }
     fail("too few cores");
+}
+
+double coreDistance() {
+    constexpr int kPasses = 200000;
+    std::atomic<int> passed{0};
+    // Each side writes the next number when it has seen that of the other.
+    const auto play = [&passed](int core, int first) {
+        pinTo(core);
+        for (int next = first; next < kPasses; next += 2) {
+            while (passed.load(std::memory_order_acquire) != next) {
+            }
+            passed.store(next + 1, std::memory_order_release);
+        }
+    };
+    std::thread other(play, kLoadCore, 1);
+    const int64_t start = now();
+    play(kMeasuredCore, 0);
+    other.join();
+    return static_cast<double>(now() - start) / kPasses;
 }
 
 void allowDescriptors(int count) {

@@ -21,6 +21,9 @@ constexpr int kMeasuredCore = 1;
 // process may use. Ends the program when there is no such core.
 void pinTo(int n);
 
+// How far the two cores are apart: nanoseconds until what one of them writes is seen by the other.
+double coreDistance();
+
 // Lets the process open this many descriptors, or ends it.
 void allowDescriptors(int count);
 
