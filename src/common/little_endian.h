@@ -3,19 +3,25 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
-// 32-bit words in bytes, low byte first, at any address. Compilers make one load or store of each.
+// 32-bit words in bytes, low byte first, at any address.
 namespace vyn::little_endian {
 
+// The same in the order of the host, and the other way round.
+inline uint32_t swapOnBigEndian(uint32_t word) {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word : __builtin_bswap32(word);
+}
+
 inline uint32_t load(const void* from) {
-    const uint8_t* bytes = static_cast<const uint8_t*>(from);
-    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
-           static_cast<uint32_t>(bytes[3]) << 24;
+    uint32_t word;
+    std::memcpy(&word, from, sizeof word);
+    return swapOnBigEndian(word);
 }
 
 inline void store(void* to, uint32_t word) {
-    uint8_t* bytes = static_cast<uint8_t*>(to);
-    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(word >> (8 * i));
+    word = swapOnBigEndian(word);
+    std::memcpy(to, &word, sizeof word);
 }
 
 }  // namespace vyn::little_endian
