@@ -42,8 +42,7 @@ class VYN_API Connector {
     // In every callback everything is allowed: adding and removing workers and timers, posting,
     // stopping, and deleting the worker it is about, once that is removed from the connector, with
     // its device and authenticator. Its parser may be deleted too, if the parser touches nothing of
-    // itself once it has reported a command. While onHeartbitTimeout() runs, other threads that use
-    // this connector's timers wait.
+    // itself once it has reported a command.
     class VYN_API Executor {
       public:
         virtual ~Executor();
@@ -134,10 +133,20 @@ class VYN_API Connector {
     // An interval below 1 fires in every turn and keeps the loop from its descriptors.
     int addTimer(Timer* timer, long intervalMs, void* arg);
     // Any thread, also inside a timer's callbacks. Calls onTimerRemoved(); unknown ids are ignored.
-    // When it returns on a thread other than the loop's, no callback of the timer is under way.
+    // Waits for a callback of the timer that another thread is in, so when it has returned none is
+    // under way. Inside a callback of a timer, of whatever loop, it does not wait: if the timer is
+    // being called then, onTimerRemoved() follows on that thread when that call is over.
     void removeTimer(int id);
     // Any thread, also inside a timer's callbacks. The timer fires next one interval from now.
     void resetTimer(int id);
+    // The same, with another interval from here on.
+    void setInterval(int id, long intervalMs);
+
+    // Any thread. A handler that posts to itself without a delay, or a timer with an interval below
+    // 1, keeps the loop from its descriptors for as long as it does so. After this many turns in a
+    // row in which something was due, the loop serves the descriptors that are ready all the same.
+    // 0, as at first, for never.
+    void setFairness(int turns);
 
     // Any thread. Posts a message as Executor::sendMessageDelayed() does; `executor` may be null
     // when the message has a callback. Messages come in the order of their ticks, and in the order

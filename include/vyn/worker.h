@@ -95,8 +95,8 @@ class VYN_API Worker : public Parser::PostListener {
     virtual void onBeforeCreatePacket(Command* cmd);
     // Returns true when it consumed the incoming bytes itself; the parser then does not see them.
     virtual bool handledBeforeParser(const void* data, int len);
-    // The heartbeat's policy, asked every 200 ms; times are milliseconds. Both run while the
-    // connector's timers are locked to other threads, so they should be short.
+    // The heartbeat's policy, asked every 200 ms of every worker, so it should be short; times are
+    // milliseconds.
     // True when the peer has been silent for too long; the executor's onHeartbitTimeout() follows,
     // and until then the worker may not be deleted. `sinceLastRead` ends where the loop last looked
     // for what peers sent, so a loop that was held up takes nobody for silent whose bytes wait.

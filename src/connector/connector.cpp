@@ -98,6 +98,16 @@ void Connector::resetTimer(int id) {
     mImpl->resetTimer(id);
 }
 
+void Connector::setInterval(int id, long intervalMs) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->setInterval(id, intervalMs);
+}
+
+void Connector::setFairness(int turns) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->setFairness(turns);
+}
+
 void Connector::sendMessageDelayed(Executor* executor, const Message& message, long delayMs) {
     VYN_CHECK_OR_RETURN(mImpl != NULL);
     mImpl->sendMessageDelayed(executor, message, delayMs);

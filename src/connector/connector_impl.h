@@ -23,6 +23,8 @@ class Connector::Impl {
     virtual int addTimer(Timer* timer, long intervalMs, void* arg) = 0;
     virtual void removeTimer(int id) = 0;
     virtual void resetTimer(int id) = 0;
+    virtual void setInterval(int id, long intervalMs) = 0;
+    virtual void setFairness(int turns) = 0;
     virtual void sendMessageDelayed(Executor* executor, const Message& message, long delayMs) = 0;
     virtual void queueWrite() = 0;
     virtual void queueWriteOf(Worker* worker) = 0;

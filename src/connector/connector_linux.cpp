@@ -89,6 +89,12 @@ void LinuxConnector::removeTimer(int id) { mTimers.remove(id); }
 
 void LinuxConnector::resetTimer(int id) { mTimers.reset(id); }
 
+void LinuxConnector::setInterval(int id, long intervalMs) { mTimers.setInterval(id, intervalMs); }
+
+void LinuxConnector::setFairness(int turns) {
+    mFairness.store(std::max(turns, 0), std::memory_order_relaxed);
+}
+
 void LinuxConnector::sendMessageDelayed(Connector::Executor* executor, const Message& message,
                                         long delayMs) {
     mMessages.post(executor, message, delayMs);

@@ -25,8 +25,7 @@
 namespace vyn {
 
 // The event loop over epoll. Timers, messages and workers each have a queue with a lock of its own.
-// No operation holds two of them but for what timers do when they are called, which is done under
-// theirs.
+// No operation holds two of them.
 class LinuxConnector : public Connector::Impl {
   public:
     explicit LinuxConnector(Connector* connector);
@@ -43,6 +42,8 @@ class LinuxConnector : public Connector::Impl {
     int addTimer(Timer* timer, long intervalMs, void* arg) override;
     void removeTimer(int id) override;
     void resetTimer(int id) override;
+    void setInterval(int id, long intervalMs) override;
+    void setFairness(int turns) override;
     void sendMessageDelayed(Connector::Executor* executor, const Message& message,
                             long delayMs) override;
     void queueWrite() override;
@@ -68,6 +69,8 @@ class LinuxConnector : public Connector::Impl {
     void runTurn(epoll_event* events);
     int waitForEvents(epoll_event* events);
     int wait(epoll_event* events, int timeout);
+    bool isFairTurn();
+    int pollEvents(epoll_event* events);
     int64_t nextDue() const;
     int64_t nowIfDue() const;
     int nextTimerAndMessageTimeout(int64_t now) const;
@@ -105,6 +108,8 @@ class LinuxConnector : public Connector::Impl {
     std::atomic<bool> mRunning{false};
     std::atomic<int> mStopRequest{kNoRequest};  // how many milliseconds it may flush
     int64_t mStopBy = INT64_MAX;                // the tick::now() at which the loop ends
+    std::atomic<int> mFairness{0};              // turns; 0 for none
+    int mTurnsWithoutEvents = 0;                // in a row, as something was due
 
     Epoll mEpoll;
     WakePipe mTickFd;

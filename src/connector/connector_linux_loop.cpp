@@ -80,18 +80,19 @@ int LinuxConnector::settle(const Registration& writer, Worker::Drained drained) 
     return drained == Worker::Drained::kAwaitsWritable ? mWorkers.awaitWritable(writer) : 0;
 }
 
-// Returns how many events there are. Does not look for any when a timer or a message is due. One
-// look at the clock tells both whether to wait and what is due then.
+// Returns how many events there are. Does not look for any when a timer or a message is due, but
+// for the sake of fairness. One look at the clock tells both whether to wait and what is due then.
 int LinuxConnector::waitForEvents(epoll_event* events) {
     if (mTickFd.hasFailed() || !mWakePipeIsWatched) mendWakePipe();
     if (mMessages.hasImmediate()) {
         mNow = nowIfDue();
-        return 0;
+        return isFairTurn() ? pollEvents(events) : 0;
     }
     const tick::Instant now = tick::instant();
     mNow = now.milliseconds;
     const int timeout = nextTimerAndMessageTimeout(mNow);
-    if (timeout < 1) return 0;
+    if (timeout < 1) return isFairTurn() ? pollEvents(events) : 0;
+    mTurnsWithoutEvents = 0;
     mDiagnoser.record(false, static_cast<uint64_t>(now.nanoseconds));
     const int count = wait(events, timeout);
     const tick::Instant awake = tick::instant();
@@ -101,10 +102,25 @@ int LinuxConnector::waitForEvents(epoll_event* events) {
     return count;
 }
 
+// In a turn in which something is due: whether it looks at the descriptors, too.
+bool LinuxConnector::isFairTurn() {
+    const int fairness = mFairness.load(std::memory_order_relaxed);
+    if (fairness == 0 || ++mTurnsWithoutEvents < fairness) return false;
+    mTurnsWithoutEvents = 0;
+    return true;
+}
+
+int LinuxConnector::pollEvents(epoll_event* events) {
+    const int64_t began = tick::now();
+    const int count = wait(events, 0);
+    count == 0 ? mReadHorizon.onNothing(began) : noteWait(began, 0, count);
+    return count;
+}
+
 // A time-out makes the kernel look at its clock, even when there are events. So where the last turn
 // had several, and this one is likely to have some, they are asked for without one first.
 int LinuxConnector::wait(epoll_event* events, int timeout) {
-    int count = mHadSeveralEvents ? mEpoll.wait(events, kEventsPerWait, 0) : 0;
+    int count = mHadSeveralEvents && timeout > 0 ? mEpoll.wait(events, kEventsPerWait, 0) : 0;
     if (count == 0) count = mEpoll.wait(events, kEventsPerWait, timeout);
     if (count < 0 && errno != EINTR) onWaitFailed(errno);
     mHadSeveralEvents = count > 1;

@@ -2,10 +2,9 @@
 
 #include "connector/timer_queue.h"
 
-#include <algorithm>
 #include <memory>
 
-#include "common/tick.h"
+// What may be asked of timers; see timer_queue_calls.cpp for how they are called.
 
 namespace vyn {
 
@@ -16,10 +15,15 @@ constexpr int kLastCountedId = 2147483630;
 
 }  // namespace
 
-TimerQueue::~TimerQueue() { clear(); }
+TimerQueue::~TimerQueue() {
+    clear();
+    AutoMonitor lock(mLock);
+    // Timers that were added as they were told of their end.
+    for (const TimerHeap::Entry& entry : mHeap.takeAll()) delete entry.timer;
+}
 
 int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
-    AutoRecursiveLock lock(mLock);
+    AutoMonitor lock(mLock);
     auto made = std::make_unique<TimerWrapper>(timer);
     made->setInterval(intervalMs);
     made->schedule();
@@ -36,49 +40,26 @@ int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
 }
 
 void TimerQueue::remove(int id) {
-    AutoRecursiveLock lock(mLock);
+    const bool mayWait = !TimerCall::isUnderWay();
+    AutoMonitor lock(mLock);
     // An id that came round may belong to several timers. The callback may use this queue, so each
     // is looked up anew.
-    while (TimerWrapper* timer = mById.oldest(id)) drop(timer);
-    publishNextExpire();
+    while (TimerWrapper* timer = mById.oldest(id)) drop(timer, mayWait);
+    if (mayWait && isCalled(id)) awaitCalls(id);  // another thread has removed it just now
 }
 
 void TimerQueue::reset(int id) {
-    AutoRecursiveLock lock(mLock);
-    TimerWrapper* oldest = mById.oldest(id);
-    if (oldest == nullptr) return;
-    oldest->schedule();
-    mHeap.update(oldest);
-    publishNextExpire();
+    AutoMonitor lock(mLock);
+    if (TimerWrapper* const timer = mById.oldest(id)) schedule(timer);
 }
 
-int TimerQueue::clear() {
-    AutoRecursiveLock lock(mLock);
-    std::vector<TimerHeap::Entry> timers = mHeap.takeAll();
-    std::sort(timers.begin(), timers.end(), [](const auto& left, const auto& right) {
-        return TimerWrapper::olderFirst(left.timer, right.timer);
-    });
-    mWalking = true;
-    for (const TimerHeap::Entry& entry : timers) {
-        if (!entry.timer->mRemoved) drop(entry.timer);  // one before it may have removed it
-    }
-    endWalk();
-    return static_cast<int>(timers.size());
-}
-
-void TimerQueue::fireDue(int64_t now) {
-    if (nextExpire() > now) return;
-
-    AutoRecursiveLock lock(mLock);
-    mDue.clear();
-    mHeap.collectDue(now, mDue);
-    std::sort(mDue.begin(), mDue.end(), TimerWrapper::olderFirst);
-    mWalking = true;
-    for (TimerWrapper* timer : mDue) {
-        // A timer that fired before it may have removed or reset it.
-        if (!timer->mRemoved && timer->getLeftTime(now) < 1) fire(timer);
-    }
-    endWalk();
+void TimerQueue::setInterval(int id, long intervalMs) {
+    AutoMonitor lock(mLock);
+    TimerWrapper* const timer = mById.oldest(id);
+    if (timer == nullptr) return;
+    timer->setInterval(intervalMs);
+    schedule(timer);
+    mWakePipe.wake();  // it may be due earlier than before
 }
 
 int TimerQueue::takeId() {
@@ -87,34 +68,16 @@ int TimerQueue::takeId() {
     return id;
 }
 
-void TimerQueue::fire(TimerWrapper* timer) {
-    const bool goOn = timer->trigger();
-    if (timer->mRemoved) return;  // it removed itself
+void TimerQueue::schedule(TimerWrapper* timer) {
+    timer->schedule();
     mHeap.update(timer);
-    if (!goOn) drop(timer);
+    publishNextExpire();
 }
 
-void TimerQueue::drop(TimerWrapper* timer) {
+void TimerQueue::unlink(TimerWrapper* timer) {
     mById.erase(timer);
     mHeap.erase(timer);
     timer->mRemoved = true;
-    timer->onRemove();
-    // A walk may be about to look at it, and leaves its deletion to its end.
-    if (mWalking) {
-        timer->mNextInBucket = mRemoved;
-        mRemoved = timer;
-    } else {
-        delete timer;
-    }
-}
-
-void TimerQueue::endWalk() {
-    mWalking = false;
-    while (mRemoved != nullptr) {
-        TimerWrapper* const next = mRemoved->mNextInBucket;
-        delete mRemoved;
-        mRemoved = next;
-    }
     publishNextExpire();
 }
 

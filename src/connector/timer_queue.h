@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "common/recursive_lock.h"
+#include "common/monitor.h"
+#include "connector/timer_call.h"
 #include "connector/timer_heap.h"
 #include "connector/timer_index.h"
 #include "connector/wake_pipe.h"
@@ -17,9 +18,13 @@ namespace vyn {
 
 // A connector's timers.
 //
-// Any thread may call everything but fireDue(), also inside a timer's callbacks. The callbacks run
-// while the lock is held, so once remove() has returned on another thread, no callback of that
-// timer is under way.
+// Any thread may call everything but fireDue() and clear(), also inside a timer's callbacks, which
+// are made without the lock.
+//
+// A removal waits for the callbacks of its timer that other threads are in, so nothing of the timer
+// is under way when it has returned. Inside a callback of any timer it does not wait: two loops
+// that remove each other's timers could wait for each other for ever. If the timer is being called
+// then, the loop tells it of its removal when that call is over.
 class TimerQueue {
   public:
     // `wakePipe` is woken for what is added; not owned. Ids are handed out from `firstId` on.
@@ -32,7 +37,10 @@ class TimerQueue {
     int add(Timer* timer, long intervalMs, void* arg);
     void remove(int id);
     void reset(int id);
-    // Removes all timers, oldest first. Returns how many there were.
+    // Also makes it due one such interval from now.
+    void setInterval(int id, long intervalMs);
+    // Removes all timers, oldest first, and waits for removals of other threads. Returns how many
+    // there were.
     int clear();
 
     // Calls every timer that is due at `now`, a tick::now(), in the order in which they were added.
@@ -44,21 +52,33 @@ class TimerQueue {
 
   private:
     int takeId() VYN_REQUIRES(mLock);
+    void schedule(TimerWrapper* timer) VYN_REQUIRES(mLock);
     void fire(TimerWrapper* timer) VYN_REQUIRES(mLock);
-    void drop(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void drop(TimerWrapper* timer, bool mayWait) VYN_REQUIRES(mLock);
+    void unlink(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void bury(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void tell(Timer* timer) VYN_REQUIRES(mLock);
+    void awaitCalls(int id) VYN_REQUIRES(mLock);
+    bool isCalled(int id) const VYN_REQUIRES(mLock);
+    bool isFiring(uint64_t sequence) const VYN_REQUIRES(mLock);
+    void enlist(TimerCall& call) VYN_REQUIRES(mLock);
+    void delist(TimerCall& call) VYN_REQUIRES(mLock);
+    void beginWalk(TimerCall& call) VYN_REQUIRES(mLock);
     void endWalk() VYN_REQUIRES(mLock);
     void publishNextExpire() VYN_REQUIRES(mLock);
 
     WakePipe& mWakePipe;
-    RecursiveLock mLock;
+    Monitor mLock;
     int mNextId VYN_GUARDED_BY(mLock);
     uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;
     TimerHeap mHeap VYN_GUARDED_BY(mLock);
     TimerIndex mById VYN_GUARDED_BY(mLock);
-    // While timers are walked over: those removed meanwhile, which are deleted at its end.
-    bool mWalking VYN_GUARDED_BY(mLock) = false;
+    TimerCall* mCalls VYN_GUARDED_BY(mLock) = nullptr;
+    // While timers are walked over: that call, and those removed meanwhile, which are deleted at
+    // its end.
+    TimerCall* mWalk VYN_GUARDED_BY(mLock) = nullptr;
     TimerWrapper* mRemoved VYN_GUARDED_BY(mLock) = nullptr;
-    std::vector<TimerWrapper*> mDue VYN_GUARDED_BY(mLock);
+    std::vector<TimerWrapper*> mDue;  // the walk's
 
     std::atomic<int64_t> mNextExpire{INT64_MAX};
 };

@@ -12,11 +12,7 @@ void TimerWrapper::schedule() { mExpire = tick::after(mInterval); }
 
 bool TimerWrapper::trigger() {
     ++mCount;
-    const bool goOn = mTimer->onTimer(mArg, mCount);
-    schedule();
-    return goOn;
+    return mTimer->onTimer(mArg, mCount);
 }
-
-void TimerWrapper::onRemove() { mTimer->onTimerRemoved(); }
 
 }  // namespace vyn

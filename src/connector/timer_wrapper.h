@@ -26,11 +26,8 @@ class TimerWrapper {
     // Milliseconds until it is due; negative when it is overdue.
     int64_t getLeftTime(int64_t now) const { return mExpire - now; }
 
-    // Calls the timer, and makes it due one interval after that call. Returns what the timer does:
-    // whether to go on.
+    // Calls the timer. Returns what that does: whether to go on. schedule() follows.
     bool trigger();
-    // Tells the timer that it is dropped.
-    void onRemove();
 
     // The order in which timers that are due together fire: that of their addition.
     static bool olderFirst(const TimerWrapper* left, const TimerWrapper* right) {
@@ -55,6 +52,7 @@ class TimerWrapper {
     uint64_t mSequence = 0;
     TimerWrapper* mNextInBucket = nullptr;  // also the next of the removed ones
     bool mRemoved = false;
+    bool mIsToBeTold = false;  // of that, by the loop that is calling it
 };
 
 }  // namespace vyn

@@ -119,6 +119,25 @@ TEST_F(ConnectorTest, FiresTimersThatAnotherThreadAddsUntilThatStopsIt) {
     EXPECT_EQ(timer.removed, 1);
 }
 
+TEST_F(ConnectorTest, ServesDescriptorsBesideAHandlerThatPostsToItselfWhenItIsFair) {
+    const auto [fd, peer] = makeSocketPair();
+    struct Stopping : StreamDevice {
+        using StreamDevice::StreamDevice;
+        void onDataArrival(int) override { Connector::current()->stop(); }
+    } device(fd);
+    Worker worker(&device, nullptr);
+    connector.addWorkerLocked(&worker, &executor);
+    EXPECT_EQ(write(peer, "x", 1), 1);
+    int turns = 0;
+    executor.message = [&](Message) { ++turns, post(0); };
+    post(0);
+    connector.setFairness(10);
+    connector.run();
+    EXPECT_EQ(turns, 10);
+    connector.removeWorkerLocked(&worker);
+    close(peer);
+}
+
 TEST_F(ConnectorTest, TellsItsTimersWhenItIsDestroyedAndWhatItCouldNotOpen) {
     LogCapture log;
     FatalCapture fatal;

@@ -131,21 +131,107 @@ TEST_F(TimerQueueTest, FiresEachOfManyTimersAtItsTime) {
     }
 }
 
-TEST_F(TimerQueueTest, RemovalFromAnotherThreadWaitsForACallbackUnderWay) {
-    std::atomic<bool> inCallback{false};
+TEST_F(TimerQueueTest, OtherThreadsWaitForACallbackOnlyToRemoveItsTimer) {
+    std::promise<void> inCallback;
     std::atomic<bool> over{false};
+    const int idA = add(a, 1000);
+    const int idB = add(b, 1000);
     a.action = [&] {
-        inCallback = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        over = true;
-        return true;
+        inCallback.set_value();
+        EXPECT_TRUE(waitUntil([&] { return queue.nextExpire() == tick::now() + 5; }));
+        return over = true;
     };
-    const int id = add(a, 0);
+    clock.advance(1000);
+    queue.reset(idB);
     std::thread loop([&] { queue.fireDue(tick::now()); });
-    while (!inCallback) std::this_thread::yield();
-    queue.remove(id);
+    inCallback.get_future().wait();
+    queue.remove(add(c, 7));
+    queue.setInterval(idB, 5);
+    queue.remove(idA);
     EXPECT_TRUE(over);
+    EXPECT_EQ(std::exchange(journal, ""), "a1CA");
     loop.join();
+    EXPECT_EQ(fireAfter(4), "");
+    EXPECT_EQ(fireAfter(1), "b1");
+}
+
+TEST_F(TimerQueueTest, TwoLoopsMayRemoveEachOthersTimersInTheirCallbacks) {
+    struct Loop {
+        WakePipe pipe;
+        TimerQueue queue{pipe};
+        std::string journal;
+        std::unique_ptr<JournalTimer> timer = std::make_unique<JournalTimer>(journal, 't');
+        int id = queue.add(timer.get(), 0, timer.get());
+    } loops[2];
+    std::atomic<int> inCallback{0};
+    std::atomic<int> removed{0};
+    std::thread threads[2];
+    for (int i = 0; i < 2; ++i) {
+        Loop& own = loops[i];
+        Loop& other = loops[1 - i];
+        own.timer->action = [&] {
+            ++inCallback;
+            EXPECT_TRUE(waitUntil([&] { return inCallback == 2; }));
+            other.queue.remove(other.id);
+            ++removed;
+            EXPECT_TRUE(waitUntil([&] { return removed == 2; }));
+            return own.journal += '!', true;  // the timer is still there
+        };
+        own.timer->onRemoved = [&] { own.timer.reset(); };
+        threads[i] = std::thread([&own] { own.queue.fireDue(tick::now()); });
+    }
+    for (int i : {0, 1}) {
+        threads[i].join();
+        EXPECT_EQ(loops[i].journal, "t1!T");
+    }
+}
+
+// Removes what is added last to another loop, in its callback, and goes when it is removed.
+struct Rival : Timer {
+    Rival(Connector& itsOther, std::atomic<int>& itsVictim, std::atomic<int>& toldOf)
+        : other(itsOther), victim(itsVictim), told(toldOf) {}
+    Connector& other;
+    std::atomic<int>& victim;
+    std::atomic<int>& told;
+    bool onTimer(void* mayEnd, int count) override {
+        other.removeTimer(victim);
+        return mayEnd == nullptr || count < 3;
+    }
+    void onTimerRemoved() override {
+        ++told;
+        delete this;
+    }
+};
+
+TEST(Timers, AreToldOfTheirEndOnceWhoeverRemovesThemAndNotUsedOnceRemovalHasReturned) {
+    constexpr int kEach = 5000;
+    std::atomic<int> last[2] = {{-1}, {-1}};
+    std::atomic<int> told{0};
+    {
+        LoopThread loops[2];
+        const auto use = [&](unsigned seed) {
+            std::minstd_rand random(seed);
+            for (int i = 0; i < kEach; ++i) {
+                const size_t own = random() % 2;
+                Connector& loop = loops[own].connector();
+                std::atomic<int> toldOfThis{0};  // gone when the removal has returned
+                auto* const timer =
+                    new Rival(loops[1 - own].connector(), last[1 - own], toldOfThis);
+                const int id = last[own] = loop.addTimer(timer, seed % 2, &told);
+                loop.setInterval(id, i % 3);
+                if (random() % 8 == 0) std::this_thread::yield();
+                loop.removeTimer(id);
+                EXPECT_EQ(toldOfThis, 1);
+                ++told;
+            }
+            Connector& loop = loops[0].connector();  // the one that ends last
+            loop.addTimer(new Rival(loop, last[0], told), 0, nullptr);
+        };
+        std::thread others[] = {std::thread(use, 1), std::thread(use, 2), std::thread(use, 3)};
+        use(4);
+        for (std::thread& other : others) other.join();
+    }
+    EXPECT_EQ(told, 4 * kEach + 4);
 }
 
 }  // namespace
