@@ -3,6 +3,7 @@
 #include <vyn/datagram_device.h>
 #include <vyn/logging.h>
 
+#include <cerrno>
 #include <utility>
 
 #include "connector/life_watch.h"
@@ -32,13 +33,19 @@ DatagramDevice::DatagramDevice(const Socket* socket, Function onDatagram)
 DatagramDevice::~DatagramDevice() = default;
 
 bool DatagramDevice::bind(int port, const std::string& ip) {
-    if (mSocket.setHostIP(ip) && mSocket.bind(port)) return true;
-    VYN_LOG_ERRNO_INFO << "bind [" << ip << ":" << port << "] failed.";
-    return false;
+    const bool isBound = mSocket.setHostIP(ip) && mSocket.bind(port);
+    if (!isBound) VYN_LOG_ERRNO_INFO << "bind [" << ip << ":" << port << "] failed.";
+    descriptorsChanged();  // the number is the same, the socket may be another
+    return isBound;
 }
 
 bool DatagramDevice::sendTo(const void* data, int size, const SocketAddress& to) {
-    return mSocket.sendTo(data, size, to) == size;
+    const bool mayReopen = to.family() == AF_INET6 && mSocket.getHostPort() == 0;
+    const bool isSent = mSocket.sendTo(data, size, to) == size;
+    const int error = errno;
+    if (mayReopen) descriptorsChanged();
+    errno = error;
+    return isSent;
 }
 
 const char* DatagramDevice::getClassName() { return "DatagramDevice"; }

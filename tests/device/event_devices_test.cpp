@@ -8,6 +8,7 @@
 #include <vyn/inotify_device.h>
 #include <vyn/signal_device.h>
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
 
@@ -64,6 +65,28 @@ TEST(DatagramDevice, ReportsEachDatagramWithItsSenderAndAnswers) {
     EXPECT_EQ(received, (Strings{"one", "", large}));
     std::string answer(large.size(), '\0');
     for (const int size : {3, 0, 60000}) EXPECT_EQ(client.recv(answer.data(), 60000, 10000), size);
+}
+
+TEST(DatagramDevice, IsWatchedOnWhenAnAddressMakesItAnotherSocket) {
+    Socket server(Socket::UDP);
+    if (!server.setHostIP("::1") || !server.bind(0)) GTEST_SKIP() << "this host has no IPv6";
+    std::atomic<bool> isAnswered{false};
+    DatagramDevice device([&](const DatagramDevice::Datagram&) { isAnswered = true; });
+    testing::ReceivedWorker worker(&device);
+    testing::RecordingExecutor executor;
+    testing::LoopThread loop;
+    loop.call([&] {
+        loop.connector().addWorkerLocked(&worker, &executor);
+        SocketAddress address;
+        ASSERT_TRUE(SocketAddress::parse("::1", server.getHostPort(), &address));
+        EXPECT_TRUE(device.sendTo("?", 1, address));
+    });
+    SocketAddress asker;
+    char byte = 0;
+    ASSERT_EQ(server.recvFrom(&byte, 1, 10000, &asker), 1);
+    server.sendTo("!", 1, asker);
+    EXPECT_TRUE(testing::waitUntil([&] { return isAnswered.load(); }));
+    loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
 }
 
 TEST(DatagramDevice, GetsWhatIsSentToItsGroups) {
