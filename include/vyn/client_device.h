@@ -55,12 +55,15 @@ struct ClientFunctions {
 // What is queued before there is a connection waits for it, at most 100 writes as ever; writing at
 // once, without asynchronous writing, fails.
 //
-// Executor::onDisconnected() follows when the connection is lost, and when the client gives up.
-// Leave the worker alone there if willReconnect(): when the callback returns, what it still had
-// queued is dropped, it is valid again, and the next attempt follows after the delay. The parser
-// had better forget half a packet then. Remove the worker to be rid of it, as ever.
+// Executor::onDisconnected() follows when the connection is lost, when the client gives up, and
+// when too much was queued. Leave the worker alone there if willReconnect(): when the callback
+// returns, what it still had queued is dropped, it is valid again, and the next attempt follows
+// after the delay. The parser had better forget half a packet then, and an authenticator that it
+// has passed. Otherwise remove the worker, or connect() it anew, there or later.
 //
-// While there is no connection the worker's heartbeat goes on: have it ask isConnected().
+// disconnect() and Worker::disconnectWhenWritten() end it for good, reconnect() does not: that is
+// for onHeartbitTimeout(). While there is no connection the worker's heartbeat rests, and a pause
+// of reading is put off.
 class VYN_API ClientDevice : public NetDevice {
   public:
     // `ip` is numeric; see helper::resolve() for names.
@@ -68,8 +71,9 @@ class VYN_API ClientDevice : public NetDevice {
                  const ClientFunctions& functions = {});
     ~ClientDevice() override;
 
-    // Begins the first attempt, once the worker is made. Nothing is reported before this returns.
-    // False, with errno, when it is connected or at it already, or the process is out of
+    // Begins the first attempt, once the worker is made, or another one when all has ended: what
+    // was queued is dropped then, and the worker is valid again. Nothing is reported before this
+    // returns. False, with errno, when it is connected or at it already, or the process is out of
     // descriptors.
     bool connect();
     // Where the next attempt goes; for a `failed` that has looked the name up again.
@@ -77,7 +81,7 @@ class VYN_API ClientDevice : public NetDevice {
     [[nodiscard]] bool isConnected() const;
     // Whether it is connecting, waits to, or will once Executor::onDisconnected() returns.
     [[nodiscard]] bool willReconnect() const;
-    // Drops the connection as if it were lost. disconnect() ends it for good.
+    // Drops the connection, if there is one, as if it were lost.
     void reconnect();
 
     const char* getClassName() override;

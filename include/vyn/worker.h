@@ -252,6 +252,10 @@ class VYN_API Worker : public Parser::PostListener {
     void onDescriptorsChanged();
     // Why the onDisconnected() that follows comes: the first reason counts. `error` is an errno.
     void setDisconnectReason(DisconnectReason reason, int error = 0);
+    // The device has no connection yet, or has one now; the connector watches its descriptors of
+    // that state. Until it has one the heartbeat rests, and a pause of reading waits. The peer's
+    // silence begins with the connection.
+    void setConnecting(bool connecting);
     // A stream has reached its end. True when the worker goes on without reading, to write what is
     // queued; otherwise the device reports onDisconnected().
     bool outlivesEndOfStream();
@@ -268,6 +272,7 @@ class VYN_API Worker : public Parser::PostListener {
     void onAuthenticationFailed();
 
   private:
+    friend class ClientLink;
     friend class GatherScope;
     friend class LinuxConnector;
     friend class WatchedDescriptors;
@@ -338,7 +343,8 @@ class VYN_API Worker : public Parser::PostListener {
 
     // --- Reading.
     bool isReadingPaused() const;
-    bool isReading() const { return mReadingStops.load(std::memory_order_relaxed) == 0; }
+    bool isReading() const;
+    bool isConnecting() const;
     void updateReading();
     long silenceUntil(long until);
 

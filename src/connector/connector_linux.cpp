@@ -126,6 +126,7 @@ void LinuxConnector::endLastWords(const Registration& speaker) {
 }
 
 void LinuxConnector::updateReadingOf(Worker* worker) {
+    if (isOfAnotherProcess()) return;
     onRefused(mWorkers.updateReading(worker), {worker, ticketOf(worker)});
 }
 

@@ -108,7 +108,7 @@ void Worker::checkHeartbit() {
 }
 
 void Worker::checkHeartbit(uint64_t ticket, int64_t readUntil) {
-    if (!checkValid()) return;
+    if (!checkValid() || isConnecting()) return;
     long sinceLastRead = 0;
     if (readUntil != INT64_MIN) {
         sinceLastRead = silenceUntil(tick::toTick(readUntil));

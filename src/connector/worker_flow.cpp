@@ -90,9 +90,9 @@ void Worker::pauseReading() {
     {
         AutoLock lock(mWriteLock);
         Flow& own = flow();
-        if (own.isLeaving || isReadingPaused()) return;
+        if (own.isLeaving) return;
+        if ((mReadingStops.fetch_or(kPausedByApplication) & kPausedByApplication) != 0) return;
         own.pausedAt = tick32();
-        mReadingStops.fetch_or(kPausedByApplication);
     }
     updateReading();
 }
@@ -100,19 +100,42 @@ void Worker::pauseReading() {
 void Worker::resumeReading() {
     {
         AutoLock lock(mWriteLock);
-        if (!isReadingPaused()) return;
+        const auto running = static_cast<unsigned char>(~kPausedByApplication);
+        if ((mReadingStops.fetch_and(running) & kPausedByApplication) == 0) return;
         // The peer's silence begins where it was interrupted.
         const long silent =
             helper::tickDifference(flow().pausedAt, mLastReadTick.load(std::memory_order_relaxed));
         mLastReadTick.store(static_cast<int32_t>(helper::mtick() - silent),
                             std::memory_order_relaxed);
-        mReadingStops.fetch_and(static_cast<unsigned char>(~kPausedByApplication));
     }
     updateReading();
 }
 
 bool Worker::isReadingPaused() const {
-    return (mReadingStops.load(std::memory_order_relaxed) & kPausedByApplication) != 0;
+    const unsigned char stops = mReadingStops.load(std::memory_order_relaxed);
+    return (stops & (kPausedByApplication | kConnecting)) == kPausedByApplication;
+}
+
+bool Worker::isReading() const {
+    return mReadingStops.load(std::memory_order_relaxed) == 0 || isConnecting();
+}
+
+bool Worker::isConnecting() const {
+    return (mReadingStops.load(std::memory_order_relaxed) & kConnecting) != 0;
+}
+
+void Worker::setConnecting(bool connecting) {
+    if (connecting) {
+        mReadingStops.fetch_or(kConnecting);
+    } else {
+        AutoLock lock(mWriteLock);
+        const int32_t now = tick32();
+        mLastReadTick.store(now, std::memory_order_relaxed);
+        mLastSentTick.store(now, std::memory_order_relaxed);
+        if (Flow* const flow = existingFlow()) flow->pausedAt = now;
+        mReadingStops.fetch_and(static_cast<unsigned char>(~kConnecting));
+    }
+    updateReading();
 }
 
 void Worker::updateReading() {

@@ -41,5 +41,7 @@ struct Worker::Flow {
 // Why a worker does not read.
 constexpr unsigned char kPausedByApplication = 1;
 constexpr unsigned char kStreamHasEnded = 2;
+// Then it does all the same: there is nothing to read but the news that there is a connection.
+constexpr unsigned char kConnecting = 4;
 
 }  // namespace vyn

@@ -26,7 +26,7 @@ ClientDevice::ClientDevice(const std::string& ip, int port, const ClientOptions&
           *this, mSocket, options, functions,
           ClientLink::Steps{
               [this] { return mSocket.create(Socket::TCP) && mSocket.startConnect(mIp, mPort); },
-              [this] { descriptorsChanged(); }, [this] { return mWorker; }})) {}
+              [this] { return mWorker; }})) {}
 
 ClientDevice::~ClientDevice() = default;
 
@@ -71,7 +71,7 @@ UnixClientDevice::UnixClientDevice(const std::string& addr, const ClientOptions&
                                 return mSocket.create(UnixSocket::STREAM) &&
                                        mSocket.setNonBlock(true) && mSocket.connect(mAddress);
                             },
-                            [this] { descriptorsChanged(); }, [this] { return mWorker; }})) {}
+                            [this] { return mWorker; }})) {}
 
 UnixClientDevice::~UnixClientDevice() = default;
 

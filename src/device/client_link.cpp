@@ -73,27 +73,31 @@ ClientLink::~ClientLink() {
 bool ClientLink::exists() { return links().count.load(std::memory_order_relaxed) != 0; }
 
 bool ClientLink::start() {
-    if (mState != State::kIdle) {
+    Worker* const worker = mSteps.worker();
+    const bool hasEnded = worker != nullptr && !worker->isValid();  // as in onDisconnected()
+    if (mState != State::kIdle && !(mState == State::kConnected && hasEnded)) {
         errno = mState == State::kConnected ? EISCONN : EALREADY;
         return false;
     }
     if (!open()) return false;
+    if (hasEnded) renew(worker);
     mFailures = 0;
     beginAttempt();
-    mSteps.changed();
+    setConnecting(true);
     return true;
 }
 
 // The loop forgets a descriptor while it is open, here and below.
 void ClientLink::stop() {
     mState = State::kIdle;
-    mSteps.changed();
+    setConnecting(false);
     close();
 }
 
 bool ClientLink::willReconnect() const {
-    const bool isUnderWay = mState == State::kConnecting || mState == State::kWaiting;
-    return isUnderWay || (mState == State::kConnected && mOptions.reconnect);
+    const Worker* const worker = mSteps.worker();
+    if (worker != nullptr && worker->isLeaving()) return false;
+    return isUnderWay() || (mState == State::kConnected && mOptions.reconnect);
 }
 
 int ClientLink::fd() const {
@@ -159,7 +163,7 @@ void ClientLink::succeed() {
     mSocket.setNonBlock(config::isAsyncWritting());
     mState = State::kConnected;
     mFailures = 0;
-    mSteps.changed();
+    setConnecting(false);
     close();
     const std::function<void()> connected = mFunctions.connected;
     if (connected) connected();
@@ -190,16 +194,26 @@ void ClientLink::onEndReported(Device* device, Worker* worker) {
 
 void ClientLink::onLost(Worker* worker) {
     if (mState == State::kIdle) return;
-    const bool again = mState == State::kConnected && mOptions.reconnect && open();
-    if (!again) {  // also when too much was queued before there was a connection
+    if (isUnderWay() && worker->isValid()) return;  // connect() was called meanwhile
+    if (!willReconnect() || (!isUnderWay() && !open())) {
         stop();
         return;
     }
+    renew(worker);
+    if (isUnderWay()) return;  // too much was queued
+    mState = State::kWaiting;
+    setConnecting(true);
+    waitForNextAttempt(nextDelayMs());
+}
+
+void ClientLink::renew(Worker* worker) {
     worker->dropWrites();
     worker->enable();
-    mState = State::kWaiting;
-    mSteps.changed();
-    waitForNextAttempt(nextDelayMs());
+}
+
+// The loop then watches what the device names in its new state.
+void ClientLink::setConnecting(bool connecting) {
+    if (Worker* const worker = mSteps.worker()) worker->setConnecting(connecting);
 }
 
 void ClientLink::waitForNextAttempt(int ms) {

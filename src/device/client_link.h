@@ -21,8 +21,7 @@ class ClientLink {
   public:
     // What the device does.
     struct Steps {
-        std::function<bool()> begin;    // opens a socket and begins to connect; false with errno
-        std::function<void()> changed;  // has the loop watch what the device names now
+        std::function<bool()> begin;  // opens a socket and begins to connect; false with errno
         std::function<Worker*()> worker;
     };
 
@@ -51,6 +50,7 @@ class ClientLink {
   private:
     enum class State { kIdle, kConnecting, kWaiting, kConnected };
 
+    bool isUnderWay() const { return mState == State::kConnecting || mState == State::kWaiting; }
     void beginAttempt();
     void onAttemptOver(bool timedOut);
     int resultOfAttempt() const;
@@ -58,6 +58,8 @@ class ClientLink {
     void succeed();
     void fail(int error, bool timedOut);
     void onLost(Worker* worker);
+    static void renew(Worker* worker);
+    void setConnecting(bool connecting);
     void waitForNextAttempt(int ms);
     int nextDelayMs();
     bool open();

@@ -92,6 +92,52 @@ TEST(ClientDevice, GivesUpAndSaysWhy) {
     EXPECT_TRUE(unanswered.last.timedOut);
 }
 
+TEST(ClientDevice, GoesOnWhateverItsApplicationDoesWithoutAConnection) {
+    struct Silent : testing::RecordingExecutor, Worker {
+        using Worker::Worker;
+        bool hasRemoteTimedout(long) override { return true; }
+    };
+    auto listener = std::make_unique<ListenerDevice>(0, "127.0.0.1");
+    const int port = listener->socket().getHostPort();
+    listener.reset();
+    testing::LoopThread loop;
+    ClientDevice device("127.0.0.1", port, {5000, true, 1, 20, 2});
+    Silent worker(&device, nullptr);
+    std::atomic<int> overflows{0}, ends{0}, silences{0};
+    bool isOver = false;
+    worker.heartbitTimeout = [&](Worker*) { silences += !device.isConnected(); };
+    worker.disconnected = [&](Worker*) {
+        const bool goesOn = device.willReconnect();
+        ++(goesOn ? overflows : ends);
+        EXPECT_EQ(!isOver && device.connect(), !isOver && !goesOn);
+    };
+    loop.call([&] {
+        loop.connector().addWorkerLocked(&worker, &worker);
+        EXPECT_TRUE(device.connect());
+    });
+    ASSERT_TRUE(waitUntil([&] { return ends >= 3; }));  // it has given up and begun anew
+    loop.call([&] {
+        for (int i = 0; i <= 100; ++i) worker.queueWritting("x", 1);  // one too many
+        worker.pauseReading();
+        worker.checkHeartbit();
+    });
+    listener = std::make_unique<ListenerDevice>(port, "127.0.0.1");
+    ASSERT_TRUE(testing::awaitReadable(listener->getFd()));
+    Socket server = listener->socket().accept();
+    ASSERT_TRUE(waitUntil([&] { return overflows == 1; }));
+    EXPECT_EQ(silences, 0);
+    loop.call([&] { worker.queueWritting("a", 1), worker.resumeReading(); });
+    char byte = 0;
+    EXPECT_EQ(server.recv(&byte, 1, 10000), 1);
+    EXPECT_EQ(byte, 'a');
+    const int before = ends;
+    loop.call([&] { isOver = true, worker.disconnectWhenWritten(10000); });
+    server.reset();
+    ASSERT_TRUE(waitUntil([&] { return ends > before; }));  // and no other connection follows
+    loop.call([&] { EXPECT_FALSE(device.willReconnect() || device.isConnected()); });
+    loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
+}
+
 TEST(UnixClientDevice, ConnectsWhenItsServerAppearsAndWritesWhatWaited) {
     testing::TemporaryFolder folder;
     ServedClient<UnixClientDevice> client(0, 5000, folder / "socket");
