@@ -63,10 +63,11 @@ void endSending(int fd) {
     if (io::getOption(fd, SOL_SOCKET, SO_TYPE) == SOCK_STREAM) ::shutdown(fd, SHUT_WR);
 }
 
+// The end itself counts as the last byte, and may be confirmed much later than those before it.
 bool hasBytesUnderWay(int fd) {
     int bytes = 0;
     return io::getOption(fd, SOL_SOCKET, SO_PROTOCOL) == IPPROTO_TCP &&
-           ::ioctl(fd, SIOCOUTQ, &bytes) == 0 && bytes > 0;
+           ::ioctl(fd, SIOCOUTQ, &bytes) == 0 && bytes > 1;
 }
 
 bool hasUnreadBytes(int fd) {
