@@ -55,8 +55,10 @@ Ipv4Address addressOf(const nlmsghdr* message) {
 enum class Answer { kGoesOn, kComplete, kFailed };
 
 Answer readPart(int fd, std::vector<Ipv4Address>& out) {
+    constexpr int kLongestWaitMs = 1000;  // the kernel answers at once, or never
     alignas(nlmsghdr) char buffer[16384];
-    const int count = io::receive(fd, buffer, sizeof buffer, 0, nullptr, nullptr);
+    const int count =
+        io::receiveWithin(fd, buffer, sizeof buffer, kLongestWaitMs, nullptr, nullptr);
     if (count < 1) return Answer::kFailed;
     const auto size = static_cast<size_t>(count);
     size_t offset = 0;
