@@ -1,34 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // keyvalue PORT [SOCKET-FILE]     keeps values by key, and passes messages on, for clients that
-//                                 speak RESP. With KEYVALUE_PASSWORD in the environment they have
-//                                 to know it. SIGINT or SIGTERM stops it when all is answered.
+//                                 speak RESP and know KEYVALUE_PASSWORD of the environment, if it
+//                                 is there. SIGINT or SIGTERM stops it when all is answered.
 #include <vyn/config.h>
 #include <vyn/handler.h>
 #include <vyn/net_device.h>
 #include <vyn/signal_device.h>
 #include <vyn/unix_device.h>
 
-#include <algorithm>
 #include <charconv>
 #include <csignal>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <set>
 #include <unordered_map>
 
 #include "request_parser.h"
 
-constexpr int kReadSize = 64 * 1024;
-constexpr size_t kMostPendingBytes = 8 * 1024 * 1024;
 constexpr int kLastWordsMs = 2000;
 
 struct Client : vyn::Worker {
     explicit Client(vyn::BaseDevice* device) : Worker(device, new RequestParser(*this)) {
-        device->setReadSize(kReadSize);
+        device->setReadSize(256 << 10);
         setEagerWriting(true);
-        setMaxPendingBytes(kMostPendingBytes);
+        setMaxPendingBytes(64 << 20);  // of answers, while it does not read
     }
     ~Client() override { delete getParser(), delete getDevice(); }
 
@@ -47,12 +43,37 @@ class KeyValueService : public vyn::Handler {
     KeyValueService(vyn::Connector& loop, const char* password)
         : Handler(loop), mPassword(password == nullptr ? "" : password) {}
     void onNewConnection(vyn::Worker* listener, int, void* data) override {
-        const std::string_view kind = listener->getDevice()->getClassName();
-        const bool isTcp = kind == "ListenerDevice";
+        const bool isTcp =
+            std::string_view("ListenerDevice") == listener->getDevice()->getClassName();
         isTcp ? admit<vyn::NetDevice>(static_cast<const vyn::Socket*>(data))
               : admit<vyn::UnixDevice>(static_cast<const vyn::UnixSocket*>(data));
     }
-    void onCommand(vyn::Worker* worker, vyn::Command* command) override;
+    void onCommand(vyn::Worker* worker, vyn::Command* command) override {
+        static const std::unordered_map<std::string_view, Entry> commands = {
+            {"PING", {1, 2, &KeyValueService::ping, false}},
+            {"ECHO", {2, 2, &KeyValueService::echo, false}},
+            {"GET", {2, 2, &KeyValueService::get, false}},
+            {"SET", {3, 3, &KeyValueService::set, false}},
+            {"DEL", {2, SIZE_MAX, &KeyValueService::del, false}},
+            {"INCR", {2, 2, &KeyValueService::incr, false}},
+            {"AUTH", {2, 3, &KeyValueService::auth, true}},
+            {"SUBSCRIBE", {2, SIZE_MAX, &KeyValueService::subscribe, false}},
+            {"PUBLISH", {3, 3, &KeyValueService::publish, false}},
+            {"QUIT", {1, 1, &KeyValueService::quit, true}},
+        };
+        const Words& words = static_cast<Request*>(command)->words;
+        if (words.empty()) return;
+        Client& client = *static_cast<Client*>(worker);
+        key(words[0]);
+        for (char& letter : mKey) letter = static_cast<char>(std::toupper(letter & 0xff));
+        const auto found = commands.find(mKey);
+        if (found == commands.end()) return client.answer("-ERR no such command\r\n");
+        const Entry& entry = found->second;
+        if (!client.authenticated && !entry.forAll) return client.answer("-NOAUTH\r\n");
+        const bool isRight = words.size() >= entry.fewest && words.size() <= entry.most;
+        isRight ? (this->*entry.function)(client, words)
+                : client.answer("-ERR wrong number of words\r\n");
+    }
     void onDisconnected(vyn::Worker* worker) override {
         auto* client = static_cast<Client*>(worker);
         for (const std::string& topic : client->topics) mSubscribers[topic].erase(client);
@@ -63,11 +84,10 @@ class KeyValueService : public vyn::Handler {
   private:
     using Words = std::vector<std::string_view>;
     struct Entry {
-        size_t fewestWords, mostWords;
+        size_t fewest, most;  // words
         void (KeyValueService::*function)(Client&, const Words&);
         bool forAll;  // also for clients that are not authenticated
     };
-    static const std::map<std::string_view, Entry> kCommands;
 
     template <class DeviceType, class SocketType>
     void admit(const SocketType* accepted) {
@@ -102,9 +122,8 @@ class KeyValueService : public vyn::Handler {
         const char* const end = value.data() + value.size();
         int64_t number = 0;
         const auto [last, error] = std::from_chars(value.data(), end, number);
-        if (error != std::errc() || last != end || number == INT64_MAX) {
-            return client.answer("-ERR no number that one can be added to\r\n");
-        }
+        const bool mayGrow = error == std::errc() && last == end && number < INT64_MAX;
+        if (!mayGrow) return client.answer("-ERR no number that one can be added to\r\n");
         value = std::to_string(++number);
         client.answerNumber(number);
     }
@@ -138,43 +157,10 @@ class KeyValueService : public vyn::Handler {
     std::string mKey;
     std::unordered_map<std::string, std::string> mValues;
     std::unordered_map<std::string, std::set<Client*>> mSubscribers;  // by topic
-    std::map<Client*, std::unique_ptr<Client>> mClients;
+    std::unordered_map<Client*, std::unique_ptr<Client>> mClients;
 };
-
-const std::map<std::string_view, KeyValueService::Entry> KeyValueService::kCommands = {
-    {"PING", {1, 2, &KeyValueService::ping, false}},
-    {"ECHO", {2, 2, &KeyValueService::echo, false}},
-    {"GET", {2, 2, &KeyValueService::get, false}},
-    {"SET", {3, 3, &KeyValueService::set, false}},
-    {"DEL", {2, SIZE_MAX, &KeyValueService::del, false}},
-    {"INCR", {2, 2, &KeyValueService::incr, false}},
-    {"AUTH", {2, 3, &KeyValueService::auth, true}},
-    {"SUBSCRIBE", {2, SIZE_MAX, &KeyValueService::subscribe, false}},
-    {"PUBLISH", {3, 3, &KeyValueService::publish, false}},
-    {"QUIT", {1, 1, &KeyValueService::quit, true}},
-};
-
-void KeyValueService::onCommand(vyn::Worker* worker, vyn::Command* command) {
-    const Words& words = static_cast<Request*>(command)->words;
-    if (words.empty()) return;
-    Client& client = *static_cast<Client*>(worker);
-    key(words[0]);
-    for (char& letter : mKey) letter = static_cast<char>(std::toupper(letter));
-    const auto found = kCommands.find(mKey);
-    if (found == kCommands.end()) return client.answer("-ERR no such command\r\n");
-    const Entry& entry = found->second;
-    if (!client.authenticated && !entry.forAll) return client.answer("-NOAUTH\r\n");
-    if (words.size() < entry.fewestWords || words.size() > entry.mostWords) {
-        return client.answer("-ERR wrong number of words\r\n");
-    }
-    (this->*entry.function)(client, words);
-}
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::cerr << "usage: keyvalue PORT [SOCKET-FILE]" << std::endl;
-        return 2;
-    }
     vyn::config::setAsyncWritting(true);  // a client that does not read holds up nobody else
     vyn::Connector loop;
     KeyValueService service(loop, std::getenv("KEYVALUE_PASSWORD"));
@@ -183,13 +169,13 @@ int main(int argc, char** argv) {
     vyn::Worker stopping(&stopSignals, nullptr);
     loop.addWorkerLocked(&stopping, &service);
     vyn::ListenerDevice tcp;
-    if (!tcp.listen(std::atoi(argv[1]), "127.0.0.1")) return 1;
+    if (!tcp.listen(argc > 1 ? std::atoi(argv[1]) : 0, "127.0.0.1")) return 1;
     vyn::Worker tcpListener(&tcp, nullptr);
     loop.addWorkerLocked(&tcpListener, &service);
-    std::unique_ptr<vyn::UnixListenerDevice> unixDevice;
-    if (argc > 2) unixDevice = std::make_unique<vyn::UnixListenerDevice>(argv[2]);
-    vyn::Worker unixListener(unixDevice.get(), nullptr);
-    if (unixDevice) loop.addWorkerLocked(&unixListener, &service);
+    std::unique_ptr<vyn::UnixListenerDevice> local;
+    if (argc > 2) local = std::make_unique<vyn::UnixListenerDevice>(argv[2]);
+    vyn::Worker localListener(local.get(), nullptr);
+    if (local) loop.addWorkerLocked(&localListener, &service);
     std::cout << "listening on port " << tcp.socket().getHostPort() << std::endl;
     loop.run();
     std::cout << "stopped" << std::endl;
