@@ -56,7 +56,9 @@ class FrameParser : public vyn::Parser {
 long gLongestSilenceMs = 60000;
 
 struct Connection : vyn::Worker {
-    explicit Connection(vyn::Device* device) : Worker(device, new FrameParser(*device)) {}
+    explicit Connection(vyn::Device* device) : Worker(device, new FrameParser(*device)) {
+        setEagerWriting(true);  // all frames of one read are answered with one write
+    }
     ~Connection() override { delete getParser(), delete getDevice(); }
     bool hasRemoteTimedout(long silenceMs) override { return silenceMs > gLongestSilenceMs; }
 };
@@ -97,7 +99,8 @@ int main(int argc, char** argv) {
     if (!listener.listen(port, "127.0.0.1")) return 1;
     vyn::Worker listening(&listener, nullptr);
     connector.addWorkerLocked(&listening, &service);
-    vyn::SignalDevice stopSignals({SIGINT, SIGTERM}, [&](const auto&) { connector.stop(); });
+    vyn::SignalDevice stopSignals({SIGINT, SIGTERM},
+                                  [&](const auto&) { connector.requestStop(1000); });
     vyn::Worker stopping(&stopSignals, nullptr);
     connector.addWorkerLocked(&stopping, &service);
     std::cout << "listening on port " << listener.socket().getHostPort() << std::endl;

@@ -22,7 +22,7 @@ class TokenAuthenticator : public vyn::Authenticator {
         if (result == LineBuffer::kIncomplete) return;
         const std::string& token = mSettings.token;
         mHasPassed = result == LineBuffer::kLine && !token.empty() && line == "AUTH " + token;
-        if (!mHasPassed) return worker()->onAuthenticationFailed();  // which deletes this object
+        if (!mHasPassed) return worker()->onAuthenticationFailed();
         const std::string rest = mBuffer.takeRest();
         vyn::Worker* const peer = worker();
         peer->onAuthenticated();

@@ -21,12 +21,13 @@
 
 // What comes from the machine and its operator: signals, network changes and the console.
 
-// Stops the loop on SIGTERM and SIGINT. Made before threads are, so that these signals interrupt
-// none of them.
+// Stops the loop on SIGTERM and SIGINT, once the peers have got what was written to them. Made
+// before threads are, so that these signals interrupt none of them.
 class StopSignals : public vyn::Handler {
   public:
     explicit StopSignals(vyn::Connector& loop)
-        : Handler(loop), mDevice({SIGTERM, SIGINT}, [&loop](const auto&) { loop.stop(); }) {
+        : Handler(loop),
+          mDevice({SIGTERM, SIGINT}, [&loop](const auto&) { loop.requestStop(1000); }) {
         if (mDevice.getFd() < 0) throw std::runtime_error("it could not be stopped");
         mLoop.addWorkerLocked(&mWorker, this);
     }

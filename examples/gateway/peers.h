@@ -27,6 +27,7 @@ struct Connection : vyn::Worker {
           device(std::move(itsDevice)),
           authenticator(std::move(auth)) {
         attach(authenticator.get());
+        setEagerWriting(true);  // all lines for one read's commands leave together
     }
     const char* getClassName() override { return "Connection"; }
     bool hasRemoteTimedout(long silenceMs) override {
@@ -41,7 +42,6 @@ struct Connection : vyn::Worker {
     LineParser parser;
     const std::unique_ptr<vyn::Device> device;
     const std::unique_ptr<vyn::Authenticator> authenticator;
-    std::string unsent;  // whole lines
 };
 
 // Everybody who talks to the gateway. Accepts and authenticates peers; drops those that are denied,
@@ -68,20 +68,11 @@ class Peers : public vyn::Handler {
     [[nodiscard]] int port() { return mTcpDevice.socket().getHostPort(); }
     [[nodiscard]] int count() const { return static_cast<int>(mConnections.size()); }
 
-    // Sends a line with the next message. Lines are gathered because a peer with more than 100
-    // writes waiting is taken for one that does not read, and one read can bring more commands.
     void send(PeerId id, const std::string& line) {
         const auto found = mConnections.find(id);
         if (found == mConnections.end()) return;
-        std::string& unsent = found->second->unsent;
-        if (unsent.empty()) sendMessage(vyn::Message::obtain(id, 0, 0, nullptr));
-        unsent += line + '\n';
-    }
-    void onMessage(vyn::Message message) override {
-        const auto found = mConnections.find(message.what);
-        if (found == mConnections.end()) return;
-        const std::string lines = std::exchange(found->second->unsent, {});
-        found->second->writeRaw(lines.data(), static_cast<int>(lines.size()));
+        const std::string bytes = line + '\n';
+        found->second->writeRaw(bytes.data(), static_cast<int>(bytes.size()));
     }
 
     void onNewConnection(vyn::Worker* listening, int, void* data) override {
@@ -97,8 +88,9 @@ class Peers : public vyn::Handler {
         send(static_cast<Connection*>(peer)->id, "WELCOME");
     }
     void onAuthenticationFailed(vyn::Worker* peer) override {
-        peer->instantWrite("DENIED\n", 7);
-        drop(peer, "denied");
+        VYN_LOG_WARNING << "denied, disconnect " << peer;
+        peer->writeRaw("DENIED\n", 7);
+        peer->disconnectWhenWritten(1000);
     }
     void onCommand(vyn::Worker* peer, vyn::Command* command) override {
         const auto* line = static_cast<Line*>(command);
@@ -124,7 +116,7 @@ class Peers : public vyn::Handler {
         peer = std::make_unique<Connection>(std::make_unique<DeviceType>(socket),
                                             std::move(authenticator), mLastId, mSettings);
         mLoop.addWorkerLocked(peer.get(), this);
-        peer->requireAuth();  // which deletes one that is denied
+        peer->requireAuth();
     }
     static void drop(vyn::Worker* peer, const char* reason) {
         VYN_LOG_WARNING << reason << ", disconnect " << peer;
