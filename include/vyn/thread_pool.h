@@ -2,8 +2,10 @@
 
 #pragma once
 
-#include <list>
+#include <functional>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include <vyn/condition.h>
@@ -12,8 +14,13 @@
 
 namespace vyn {
 
+class TaskQueue;
+
 // Runs tasks on a fixed number of threads of its own, started in the order in which they were
-// added: the way to move blocking work off a connector's loop.
+// added: the way to move blocking work off a connector's loop. A task is a function, or an object
+// of a class of the application's:
+//
+//     pool.addTask([path] { removeOldFiles(path); });
 //
 //     class Resize : public vyn::ThreadPool::Task {
 //         void run() override { ... }
@@ -35,11 +42,19 @@ class VYN_API ThreadPool {
         // The number addTask() gave it: 1 for the first task of the process. Tasks of all pools are
         // numbered together.
         int mId = 0;
+
+      private:
+        friend class TaskQueue;
+
+        Task* mNext = nullptr;  // in the queue
     };
 
     // Starts `tasks` threads; 0 or less is a fatal error. Threads the system refuses to start leave
     // one error line, and the pool works with the others.
     explicit ThreadPool(int tasks);
+    // The same with at most so many tasks in the queue, those that are running not counted; 0 or
+    // less stands for any number.
+    ThreadPool(int tasks, int mostQueued);
     // Waits until every task has been started and every thread has ended. Called on a thread that
     // is not one of the pool's own.
     //
@@ -52,8 +67,21 @@ class VYN_API ThreadPool {
     ThreadPool& operator=(const ThreadPool&) = delete;
 
     // Numbers and queues a task made with `new`, not null: the pool owns it from here on and
-    // deletes it once it has run. std::bad_alloc leaves it with the caller. Any thread.
-    void addTask(Task* task);
+    // deletes it once it has run. Returns its number; where the queue is as long as it may be the
+    // task is deleted at once, unrun, and there is none. It may have run when this returns. Any
+    // thread.
+    std::optional<int> addTask(Task* task);
+    // The same for a function, which is not empty and does not throw. It is destroyed on the thread
+    // that has run it, before the next task; unrun, on the thread that cancels or refuses it.
+    // std::bad_alloc leaves the queue as it was.
+    std::optional<int> addTask(std::function<void()> work);
+
+    // Deletes the task of that number, unrun, if it is still queued, and tells whether it was. When
+    // it was not, it may be running on another thread. Looks at one task after the other. Any
+    // thread.
+    bool cancel(int id);
+    // Deletes, unrun, all tasks that are queued, and returns how many those were. Any thread.
+    int cancelAll();
 
     // The tasks that have been running for more than 10000 ms, by id, such as
     // "{ Task id:3, cost 12000 ms.}, { Task id:9, cost 10500 ms.}, "; empty without one. Any
@@ -68,7 +96,9 @@ class VYN_API ThreadPool {
     Task* nextTask();
     void waitForTask() VYN_REQUIRES(mCond);
     void wakeThread() VYN_REQUIRES(mCond);
+    void noteTaken(int count) VYN_REQUIRES(mCond);
     void runTask(Task* task);
+    void giveWay() const;
     void leave();
 
     void recordStart(int id);
@@ -78,7 +108,6 @@ class VYN_API ThreadPool {
     void forgetStarts();
     void waitForThreads();
     void deleteTasks();
-    Task* takeLost();
 
     // The first idle thread waits on it, and the destructor.
     Condition mCond;
@@ -86,7 +115,8 @@ class VYN_API ThreadPool {
     Condition mTimeCond;
     int mThreads VYN_GUARDED_BY(mCond) = 0;
     bool mQuit VYN_GUARDED_BY(mCond) = false;
-    std::list<Task*> mTasks VYN_GUARDED_BY(mCond);
+    // Guarded by mCond but for what it says itself.
+    const std::unique_ptr<TaskQueue> mTasks;
     // The tick at which each timed task that is now running started.
     std::map<int, long> mRunningSince VYN_GUARDED_BY(mTimeCond);
     // Set while the destructor waits for the queue to become empty. A signal could then wake the
@@ -99,6 +129,9 @@ class VYN_API ThreadPool {
     Condition mOthersCond;
     // How often an idle thread was to be woken since the last one came.
     unsigned mCalls VYN_GUARDED_BY(mCond) = 0;
+    // How many tasks may be queued, 0 for any number, and how many are; only counted for a limit.
+    const int mMostQueued;
+    int mQueued VYN_GUARDED_BY(mCond) = 0;
 };
 
 }  // namespace vyn

@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <pthread.h>
+#include <sched.h>
 #include <vyn/config.h>
 #include <vyn/helper.h>
 #include <vyn/logging.h>
 #include <vyn/thread_pool.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <new>
 #include <sstream>
+#include <utility>
 
 #include "common/task_ids.h"
+#include "common/task_queue.h"
 
 namespace vyn {
 
@@ -19,6 +23,15 @@ namespace {
 constexpr long kTimeoutMs = 10001;
 
 TaskIds gTaskIds;
+
+class FunctionTask : public ThreadPool::Task {
+  public:
+    explicit FunctionTask(std::function<void()> work) : mWork(std::move(work)) {}
+    void run() override { mWork(); }
+
+  private:
+    const std::function<void()> mWork;
+};
 
 long elapsedSince(long start) { return helper::tickDifference(helper::mtick(), start); }
 
@@ -34,7 +47,10 @@ void nameThread() {
 
 }  // namespace
 
-ThreadPool::ThreadPool(int tasks) {
+ThreadPool::ThreadPool(int tasks) : ThreadPool(tasks, 0) {}
+
+ThreadPool::ThreadPool(int tasks, int mostQueued)
+    : mTasks(std::make_unique<TaskQueue>()), mMostQueued(std::max(mostQueued, 0)) {
     VYN_CHECK(tasks > 0);
     startThreads(tasks);
 }
@@ -46,13 +62,49 @@ ThreadPool::~ThreadPool() {
     deleteTasks();
 }
 
-void ThreadPool::addTask(Task* task) {
-    task->mId = gTaskIds.next();
-    // The node is made and later freed outside of the lock.
-    std::list<Task*> node{task};
-    Condition::Holder holder(mCond);
-    mTasks.splice(mTasks.end(), node);
-    wakeThread();
+std::optional<int> ThreadPool::addTask(Task* task) {
+    const int id = gTaskIds.next();
+    task->mId = id;
+    if (mMostQueued == 0 && mTasks->pushUnlessIdle(task)) return id;
+    {
+        Condition::Holder holder(mCond);
+        if (mMostQueued == 0 || mQueued < mMostQueued) {
+            mTasks->push(task);
+            if (mMostQueued > 0) ++mQueued;
+            wakeThread();
+            return id;
+        }
+    }
+    delete task;
+    return std::nullopt;
+}
+
+std::optional<int> ThreadPool::addTask(std::function<void()> work) {
+    return addTask(new FunctionTask(std::move(work)));
+}
+
+bool ThreadPool::cancel(int id) {
+    const Task* task = nullptr;
+    {
+        Condition::Holder holder(mCond);
+        task = mTasks->take(id);
+        if (task != nullptr) noteTaken(1);
+    }
+    delete task;
+    return task != nullptr;
+}
+
+int ThreadPool::cancelAll() {
+    // Of their own, since a task's destructor may add another.
+    TaskQueue taken;
+    {
+        Condition::Holder holder(mCond);
+        mTasks->moveTo(taken);
+        noteTaken(mQueued);
+    }
+    int count = 0;
+    for (; const Task* task = taken.pop(); ++count) delete task;
+    return count;
 }
 
 std::string ThreadPool::checkTaskTimeout() {
@@ -96,26 +148,27 @@ void ThreadPool::startThreads(int count) {
 
 void ThreadPool::runTasks() {
     nameThread();
-    while (Task* task = nextTask()) runTask(task);
+    while (Task* task = nextTask()) {
+        runTask(task);
+        giveWay();
+    }
     leave();
 }
 
 // Null when the thread is to leave.
 ThreadPool::Task* ThreadPool::nextTask() {
-    std::list<Task*> taken;
     Condition::Holder holder(mCond);
-    while (mTasks.empty() && !mQuit) waitForTask();
+    while (mTasks->isEmpty() && !mQuit) waitForTask();
     if (mQuit) return nullptr;
-    taken.splice(taken.begin(), mTasks, mTasks.begin());
-    if (!mTasks.empty()) {
-        wakeThread();
-    } else if (mDraining) {
-        mCond.broadcast();
-    }
-    return taken.front();
+    Task* const task = mTasks->pop();
+    noteTaken(1);
+    if (!mTasks->isEmpty()) wakeThread();
+    return task;
 }
 
+// Returns at once when a task arrives meanwhile.
 void ThreadPool::waitForTask() {
+    if (!mTasks->setIdle(true)) return;
     if (mHasFirst) {
         ++mOthers;
         mOthersCond.waitInside(mCond);
@@ -126,6 +179,13 @@ void ThreadPool::waitForTask() {
         mHasFirst = false;
     }
     mCalls = 0;
+    if (!mHasFirst && mOthers == 0) mTasks->setIdle(false);
+}
+
+// So many tasks are not queued any more.
+void ThreadPool::noteTaken(int count) {
+    if (mMostQueued > 0) mQueued -= count;
+    if (mDraining && mTasks->isEmpty()) mCond.broadcast();
 }
 
 // Wakes the first idle thread, which wakes another when it has taken a task and more are left: a
@@ -152,6 +212,13 @@ void ThreadPool::runTask(Task* task) {
     task->run();
     if (timed) reportTime(task, id);
     delete task;
+}
+
+// Who adds one task after the other has often just not come to the next. Letting it, or another
+// thread of the pool, go first takes less than to sleep and to be woken.
+void ThreadPool::giveWay() const {
+    constexpr int kTimes = 2;
+    for (int i = 0; i < kTimes && mTasks->mayBeEmpty(); ++i) sched_yield();
 }
 
 // Logs first: once the last thread is counted off, the destructor may end and the application may
@@ -189,7 +256,7 @@ void ThreadPool::reportTime(const Task* task, int id) {
 void ThreadPool::drainAndQuit() {
     Condition::Holder holder(mCond);
     mDraining = true;
-    while (!mTasks.empty() && mThreads > 0) mCond.wait();
+    while (!mTasks->isEmpty() && mThreads > 0) mCond.wait();
     mQuit = true;
     mCond.broadcast();
     mOthersCond.broadcast();
@@ -207,21 +274,10 @@ void ThreadPool::waitForThreads() {
 }
 
 void ThreadPool::deleteTasks() {
-    size_t lost = 0;
-    // A task's destructor may add another, so each is taken from the queue by itself.
-    for (Task* task = takeLost(); task != nullptr; task = takeLost()) {
-        delete task;
-        ++lost;
-    }
+    int lost = 0;
+    // Their destructors may add others.
+    while (const int some = cancelAll()) lost += some;
     if (lost > 0) VYN_LOG_ERROR << "tasks deleted without being run: " << lost;
-}
-
-ThreadPool::Task* ThreadPool::takeLost() {
-    Condition::Holder holder(mCond);
-    if (mTasks.empty()) return nullptr;
-    Task* task = mTasks.front();
-    mTasks.pop_front();
-    return task;
 }
 
 }  // namespace vyn

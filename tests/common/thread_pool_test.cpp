@@ -32,19 +32,24 @@ TEST(TaskIds, StartAtOneAndGoRoundThroughTheSmallestIntAndZero) {
     for (const int id : {INT_MAX, INT_MIN, 0, 1}) EXPECT_EQ(late.next(), id);
 }
 
-TEST(ThreadPool, RunsAndDeletesEachTaskOnce) {
+TEST(ThreadPool, RunsOrCancelsAndDeletesEachTaskOnceWhilePausesPutItsThreadsToSleep) {
     std::atomic<int> run{0};
+    int cancelled = 0;
     FunctionTask::sDeleted = 0;
     {
         ThreadPool pool(4);
         const auto produce = [&] {
-            for (int i = 0; i < 100000; ++i) add(pool, [&](int) { ++run; });
+            for (int i = 0; i < 100000; ++i) {
+                add(pool, [&](int) { ++run; });
+                if (i % 1000 == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
         };
         std::thread other(produce);
+        for (int i = 0; i < 1000; ++i) cancelled += pool.cancelAll();
         produce();
         other.join();
     }
-    EXPECT_EQ(run, 200000);
+    EXPECT_EQ(run + cancelled, 200000);
     EXPECT_EQ(FunctionTask::sDeleted, 200000);
 }
 
@@ -80,6 +85,57 @@ TEST(ThreadPool, RunsAsManyTasksAtOnceAsItHasThreads) {
         }
         while (done < 4) std::this_thread::yield();
     }
+}
+
+// What is queued behind a task that holds up the only thread is cancelled: one out of the midst,
+// the first and the last, one that is running or gone, and the rest; also by a task, and while the
+// pool is being destroyed.
+TEST(ThreadPool, CancelsWhatIsQueuedAndNothingElse) {
+    std::string run;
+    std::promise<void> go;
+    {
+        ThreadPool pool(1);
+        std::promise<void> started;
+        const auto first = pool.addTask([&] {
+            started.set_value();
+            go.get_future().wait();
+        });
+        started.get_future().wait();
+        int ids[5];
+        for (int i = 0; i < 5; ++i) {
+            ids[i] = *pool.addTask([&run, i] { run += static_cast<char>('0' + i); });
+            if (i != 3) continue;
+            EXPECT_TRUE(pool.cancel(ids[1])) << "some are in order by now";
+        }
+        for (const int i : {0, 4}) EXPECT_TRUE(pool.cancel(ids[i])) << i;
+        for (const int id : {ids[1], *first}) EXPECT_FALSE(pool.cancel(id)) << id;
+        pool.addTask([&] { EXPECT_EQ(pool.cancelAll(), 2); });
+        for (int i = 0; i < 2; ++i) pool.addTask([] { ADD_FAILURE(); });
+        go.set_value();
+    }
+    EXPECT_EQ(run, "23");
+}
+
+TEST(ThreadPool, WithABoundDeletesATaskThatFindsTheQueueFull) {
+    std::promise<void> started, go;
+    ThreadPool pool(1, 2);
+    const auto busy = [&] {
+        started.set_value();
+        go.get_future().wait();
+    };
+    pool.addTask(busy);
+    started.get_future().wait();
+    const auto second = pool.addTask([] {});
+    const auto queue = [&] { return pool.addTask(new FunctionTask([](int) {})).has_value(); };
+    FunctionTask::sDeleted = 0;
+    EXPECT_TRUE(queue());
+    EXPECT_FALSE(queue());
+    EXPECT_EQ(FunctionTask::sDeleted, 1);
+    EXPECT_TRUE(pool.cancel(*second)) << "makes room";
+    EXPECT_TRUE(queue());
+    EXPECT_EQ(pool.cancelAll(), 2);
+    for (const bool hasRoom : {true, true, false}) EXPECT_EQ(queue(), hasRoom);
+    go.set_value();
 }
 
 TEST(ThreadPool, WithoutThreadsIsRefusedAndDeletesItsTasksUnrun) {
