@@ -35,7 +35,7 @@ class VYN_API InotifyDevice : public Device {
   public:
     // One change, as inotify(7) tells it.
     struct Change {
-        int watch;         // what addWatch() returned; -1 for kOverflow
+        int watch;         // what addWatch() returned; -1 when isOverflow()
         std::string path;  // what is watched
         std::string name;  // the entry of that directory; empty for what is watched itself
         uint32_t events;   // of the IN_... constants; IN_IGNORED when the watch has ended
