@@ -2,6 +2,7 @@
 
 #include <vyn/buffer.h>
 
+#include <algorithm>
 #include <climits>
 
 #include "support/support.h"
@@ -25,10 +26,8 @@ Buffer marked(const std::string& text) {
 
 TEST(Buffer, IsMadeFromAndAssignedBytesFillsAndTextsWithTheirNul) {
     Buffer buffer = marked("old");
-    buffer.assign("xyz", 2);
-    EXPECT_EQ(shown(buffer) + shown(Buffer(3, 'c')) + shown(Buffer(-2, 'c')), "xyccc");
     buffer.assign(3, 'c');
-    EXPECT_EQ(shown(buffer) + shown(Buffer("ab")), "cccab|");
+    EXPECT_EQ(shown(buffer) + shown(Buffer(-2, 'c')) + shown(Buffer("ab")), "cccab|");
     buffer.assign(std::string("a\0b", 3));
     EXPECT_EQ(shown(buffer) + shown(Buffer("")), "a|b||");
     EXPECT_EQ(buffer.words[2], 3);
@@ -39,7 +38,6 @@ TEST(Buffer, IsMadeFromAndAssignedBytesFillsAndTextsWithTheirNul) {
     negative.append("xy", 2);
     negative.append(none);
     negative.append("z", -1);
-    negative = static_cast<const Buffer*>(nullptr);
     EXPECT_EQ(shown(negative), "xy");
 }
 
@@ -58,6 +56,14 @@ TEST(Buffer, IsCopiedOrMovedWithItsWordsFromAConstSource) {
     }
     EXPECT_EQ(taken.move(taken), 0);
     EXPECT_EQ(shown(taken), "") << "moved to itself";
+
+    std::vector<Buffer> many;
+    for (const char* text : {"c", "a", "b"}) many.emplace_back(text);
+    const char* const kept = many[0].data;
+    many.reserve(100);
+    EXPECT_EQ(many[0].data, kept) << "moved, not copied";
+    std::sort(many.begin(), many.end());
+    EXPECT_EQ(many, (std::vector<Buffer>{Buffer("a"), Buffer("b"), Buffer("c")}));
 }
 
 TEST(Buffer, GrowsAnywhereAndErasesFromTheFrontInPlace) {
@@ -66,24 +72,21 @@ TEST(Buffer, GrowsAnywhereAndErasesFromTheFrontInPlace) {
     buffer.insert_before(1000, 'e');
     buffer.insert_before(3, "dxx", 1);
     buffer.insert_before(1, std::string("S"));
-    buffer.insert_before(0, Buffer("BB", 2));
     buffer.insert_before(INT_MAX, "T");
-    EXPECT_EQ(shown(buffer), "BBaS|bcdeT|");
-    buffer.assign(buffer.data + 5, 2);
+    EXPECT_EQ(shown(buffer), "aS|bcdeT|");
+    buffer.assign(buffer.data + 3, 2);
     buffer.append(buffer);
     buffer.insert_before(1, buffer.data + 2, 2);
     EXPECT_EQ(shown(buffer), "bbccbc") << "bytes of its own";
     buffer.append(std::string("s"));
-    buffer.append('u');
-    EXPECT_EQ(shown(buffer), "bbccbcs|u");
     const char* const block = buffer.data;
     for (const int count : {-4, 4}) buffer.erase_before(count);
-    EXPECT_EQ(shown(buffer), "bcs|u");
+    EXPECT_EQ(shown(buffer), "bcs|");
     EXPECT_EQ(buffer.data, block);
     buffer.size = INT_MAX;
     EXPECT_THROW(buffer.append('d'), std::bad_alloc);
-    buffer.size = 5;
-    buffer.erase_before(5);
+    buffer.size = 4;
+    buffer.erase_before(4);
     EXPECT_EQ(shown(buffer), "");
 }
 
@@ -94,7 +97,6 @@ TEST(Buffer, IsATextUpToANulOrItsEnd) {
     EXPECT_EQ(shown(unended), "ab|") << "the NUL is added, once";
     EXPECT_TRUE(unended == "ab");
     EXPECT_FALSE(unended == "ax" || Buffer() == "");
-    EXPECT_EQ(Buffer().std_string(), "");
     const Buffer lines = marked(std::string("ab\0:c", 5));
     const std::vector<int> found{lines.find_first_of("ba", 0), lines.find_first_of(":", 0),
                                  lines.find_first_of(":", 3), lines.find_first_of("c", INT_MAX)};
@@ -108,25 +110,12 @@ TEST(Buffer, CountsNegativeIndicesFromTheEndAndRefusesThoseOutOfRange) {
     buffer.erase_before(5);
     const Buffer& constant = buffer;
     buffer.at(-1) = 'z';
-    buffer[-3] = 'x';
-    EXPECT_EQ(constant[2] + constant[-3], 'z' + 'x');
+    EXPECT_EQ(constant[2] + buffer[-3], 'z' + 'a');
     EXPECT_TRUE(fatal.lines().empty());
     EXPECT_EQ(&buffer.at(3), buffer.data + 3);
     EXPECT_EQ(fatal.count("FATAL: invalid range."), 1);
     for (const int index : {3, -4, INT_MIN}) EXPECT_EQ(constant[index], 0);
     EXPECT_EQ(fatal.count("FATAL: array access violation, size = 3, access = "), 3);
-}
-
-TEST(Buffer, IsStreamedWithItsFirstSixteenBytes) {
-    std::ostringstream stream;
-    stream << Buffer() << Buffer(" !\"#$~\x7f\xff", 8) << 255 << Buffer(15, '%') << Buffer(16, '%');
-    config::debug::setDEBUG_BUF(true);
-    stream << Buffer(17, '%');
-    config::debug::setDEBUG_BUF(false);
-    EXPECT_EQ(stream.str(),
-              "NULLBuffer(8 bytes): {  21\" 23$~ 7f ff}ff"
-              "Buffer(15 bytes): {%%%%%%%%%%%%%%%}Buffer(16 bytes): {%%%%%%%%%%%%%%%%...}"
-              "Buffer(17 bytes): {%%%%%%%%%%%%%%%%%}");
 }
 
 TEST(BufferHex, WritesTwoDigitsForEachByteAndReadsEveryPairAsScanfDoes) {
@@ -151,23 +140,19 @@ TEST(BufferHex, WritesTwoDigitsForEachByteAndReadsEveryPairAsScanfDoes) {
     EXPECT_EQ(read[0], '\x7f');
 }
 
-// The dumped lines behind the addresses, which follow each other.
-std::string dumped(const std::string& block) {
+TEST(Buffer, IsStreamedWithItsFirstSixteenBytesAndDumpedWithLongRunsOfZerosShortened) {
+    std::ostringstream stream;
+    stream << Buffer() << Buffer(" !\"#$~\x7f\xff", 8) << 255 << Buffer(16, '%');
+    config::debug::setDEBUG_BUF(true);
+    stream << Buffer(17, '%');
+    config::debug::setDEBUG_BUF(false);
+    EXPECT_EQ(stream.str(),
+              "NULLBuffer(8 bytes): {  21\" 23$~ 7f ff}ffBuffer(16 bytes): {%%%%%%%%%%%%%%%%...}"
+              "Buffer(17 bytes): {%%%%%%%%%%%%%%%%%}");
     LogCapture log;
-    dump(block.data(), static_cast<int>(block.size()), "f", "f", 9, "unused");
-    std::string lines;
-    for (const std::string& text : log.texts()) lines += text.substr(text.find(':')) + "\n";
-    return lines;
-}
-
-TEST(Dump, ShowsSixteenBytesALineAndShortensLongRunsOfZeros) {
-    EXPECT_EQ(dumped("Az \"!#$~\x7f\xff" + std::string("456789abc")),
-              ": 41 7a 20 22  21 23 24 7e  7f ff 34 35  36 37 38 39  \tAz.\"..$~..456789\n"
-              ": 61 62 63                                            \tabc\n");
-    EXPECT_EQ(dumped(std::string(48, '\0')).find('*'), std::string::npos);
-    EXPECT_EQ(dumped(std::string(49, '\0')).substr(0, 18), ":  00 * 3 lines\n: ");
-    EXPECT_EQ(dumped(std::string(64, '\0') + "x").substr(0, 18), ":  00 * 4 lines\n: ");
-    EXPECT_EQ(dumped(""), "");
+    for (const int size : {48, 49})
+        dump(std::string(static_cast<size_t>(size), '\0').data(), size, "f", "f", 9, "");
+    EXPECT_EQ(log.count(":  00 * 3 lines"), 1);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <vyn/ini_config.h>
 
 #include <csignal>
@@ -13,63 +14,65 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(IniConfig, ReadsTheEntriesOfItsLines) {
+TEST(IniConfig, LoadsOverTheEntriesItHasAndSavesWhatItCouldReadToThePathLastLoaded) {
     TemporaryFolder folder;
-    const std::pair<const char*, const char*> files[] = {
-        {"key = value\n#x=1\n \t # y=2\nplain text\n\n", "key=value\n"},
-        {"\t a b \v=\f c  d \r\n", "a b=c  d\n"},
-        {"a=1 # no comment\na==b\n = \n", "=\na==b\n"},
-        {"b=0\na=1\nB=3\nb=2\nc=3", "B=3\na=1\nb=2\n"},
-    };
-    for (const auto& [content, entries] : files) {
-        EXPECT_EQ(printed(IniConfig(folder.write("settings", content))), entries);
-    }
-}
-
-TEST(IniConfig, LoadsOverTheEntriesItHasAndSavesToThePathLastLoaded) {
-    TemporaryFolder folder;
+    LogCapture log;
     IniConfig config;
     EXPECT_FALSE(config.save()) << "nowhere";
     for (const char* key : {"a", "b"}) config.set(key, "", false);
-    config.load(folder.write("settings", "# comment\nb=new\n"));
-    config.load(folder / "missing");
+    EXPECT_TRUE(config.load(folder.write("settings", "# comment\nb=new\n")));
+    EXPECT_FALSE(config.load(folder / "missing"));
     EXPECT_EQ(config.get("a", "default") + config.get("c", "default"), "default");
-    EXPECT_TRUE(config.exist("a") && !config.exist("c"));
     EXPECT_EQ(folder.entries(), 1) << "loading makes no file";
-    config.set("c", "1", true);
+    EXPECT_TRUE(config.set("c", "1", true));
     EXPECT_EQ(folder.read("missing"), "a=\nb=new\nc=1\n");
     EXPECT_EQ(folder.entries(), 2) << "no temporary file stays";
-    EXPECT_FALSE(IniConfig(folder / "missing/settings").save() || IniConfig(folder.path()).save());
+    IniConfig unread(folder.path());
+    EXPECT_FALSE(unread.ok() || unread.set("a", "1", true));
+    EXPECT_EQ(log.count("could not be read, so it is not saved: entries would be lost."), 1);
 }
 
-TEST(IniConfigSave, KeepsModeAndOwnerAndGivesANewFileThoseOfTheProcess) {
+TEST(IniConfig, GivesValuesAndWarnsOnceOfWhatIsOfNoUse) {
+    const TemporaryFolder folder;
+    LogCapture log;
+    const IniConfig config(
+        folder.write("settings", "i=12\nd=-1.5e3\nb=yes\nl=5000000000\nx=1x\nempty=\n"));
+    EXPECT_EQ(config.keys(), (Strings{"b", "d", "empty", "i", "l", "x"}));
+    EXPECT_EQ(config.getInt("i", 0, 1, 12) + config.getDouble("d", 0), -1488);
+    EXPECT_TRUE(config.getBool("b", false));
+    EXPECT_EQ(config.getInt64("l", 0) + config.getInt("empty", 3), 5000000003);
+    EXPECT_TRUE(log.lines().empty());
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(config.getInt("i", 7, 0, 11), 7);
+        EXPECT_EQ(config.getInt("l", 7) + config.getDouble("x", 7), 14);
+    }
+    EXPECT_EQ(log.count("settings i: \"12\" is of no use, taking \"7\"."), 1);
+    EXPECT_EQ(log.lines().size(), 3u);
+}
+
+TEST(IniConfigSave, KeepsModeOwnerAndAttributesThroughLinksAndWithAnyName) {
     TemporaryFolder folder;
-    const std::string path = folder.write("settings", "");
+    fs::create_directory(folder / "real");
+    const std::string path = folder.write("real/settings", ""), attribute(900, 'x');
+    fs::create_symlink("real/settings", folder / "relative");
+    fs::create_symlink(folder / "relative", folder / "absolute");
     const uid_t owner = geteuid() == 0 ? 65534 : geteuid();
     ASSERT_EQ(chmod(path.c_str(), 0604) | chown(path.c_str(), owner, getegid()), 0);
+    const bool hasAttributes = setxattr(path.c_str(), "user.a", attribute.data(), 900, 0) == 0;
+    const std::string longest(255, 'x');  // which leaves no room for that of a temporary file
     const mode_t saved = umask(027);
-    IniConfig(path).set("b", "2", true);
-    EXPECT_TRUE(IniConfig(folder / "new").save());
+    EXPECT_TRUE(IniConfig(folder / "absolute").set("b", "2", true));
+    EXPECT_TRUE(IniConfig(folder / longest).save());
     umask(saved);
-    EXPECT_EQ(folder.read("settings"), "b=2\n");
+    EXPECT_EQ(folder.read("real/settings"), "b=2\n");
+    EXPECT_TRUE(fs::is_symlink(folder / "absolute") && fs::is_symlink(folder / "relative"));
     struct stat status {};
     EXPECT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_uid, owner);
     EXPECT_EQ(status.st_mode & 07777, 0604u);
-    EXPECT_EQ(fs::status(folder / "new").permissions(), fs::perms(0640));
-}
-
-TEST(IniConfigSave, FollowsSymbolicLinks) {
-    TemporaryFolder folder;
-    fs::create_directory(folder / "real");
-    fs::create_symlink("real/settings", folder / "relative");
-    fs::create_symlink(folder / "relative", folder / "absolute");
+    EXPECT_EQ(getxattr(path.c_str(), "user.a", nullptr, 0), hasAttributes ? 900 : -1);
+    EXPECT_EQ(fs::status(folder / longest).permissions(), fs::perms(0640));
     fs::create_symlink("circle", folder / "circle");
-    for (const std::string value : {"created", "replaced"}) {
-        IniConfig(folder / "absolute").set("a", value, true);
-        EXPECT_EQ(folder.read("real/settings"), "a=" + value + "\n");
-    }
-    EXPECT_TRUE(fs::is_symlink(folder / "absolute") && fs::is_symlink(folder / "relative"));
     EXPECT_FALSE(IniConfig(folder / "circle").save());
 }
 

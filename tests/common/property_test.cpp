@@ -2,8 +2,6 @@
 
 #include <vyn/helper.h>
 
-#include <cstring>
-
 #include "logging/log_settings.h"
 #include "support/support.h"
 
@@ -41,6 +39,25 @@ TEST(Property, RefusesAnEmptyKeyAndValuesOfMoreThan91Characters) {
     EXPECT_FALSE(Property::set("a", kLongest + "y") || Property::set("", "value"));
 }
 
+TEST(Property, RefusesWhatADeviceRefuses) {
+    const std::string longer(200, 'x');
+    const PropertyFile file("a b=1\n=2\nbad=\xff\nro.long=" + longer + "\ngood=\u00e4\n");
+    for (const std::string key : {"a b", "", "bad"}) EXPECT_EQ(valueOf(key), "default");
+    EXPECT_EQ(valueOf("good") + valueOf("ro.long"), "\u00e4" + longer);
+    for (const char* key : {".a", "a.", "a..b", "a/b", "\u00e4"}) {
+        EXPECT_FALSE(Property::set(key, "1")) << key;
+    }
+    EXPECT_FALSE(Property::set("key", std::string("a\0b", 3)));
+    // Cut off, longer than needed, half of a pair, beyond the last character.
+    for (const char* value : {"\xc3", "\xe2\x82", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80",
+                              "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "\x80"}) {
+        EXPECT_FALSE(Property::set("key", value)) << value;
+    }
+    for (const char* value : {"\xed\x9f\xbf", "\xee\x80\x80", "\xf4\x8f\xbf\xbf", "\x7f"}) {
+        EXPECT_TRUE(Property::set("a-b@c:d_e.F9", value)) << value;
+    }
+}
+
 TEST(Property, WritesReadOnlyKeysOnce) {
     const PropertyFile file("ro.there=1\n");
     EXPECT_TRUE(Property::set("ro.new", "1"));
@@ -67,38 +84,8 @@ TEST(Property, GivesWholeValuesWhileAnotherThreadSetsAndReloads) {
     writer.join();
 }
 
-// The manual's page on configuration says what each getter does, and a script sees that it does so.
-TEST(Config, ReadsNumbersOnlyWhenTheyAreWholeAndInRange) {
-    const PropertyFile file;
-    for (const std::string text : {"12x", "0x10", "1 2", "+5", "-1", "99999999999", "3600001"}) {
-        LogCapture log;
-        Property::set("persist.vyn.net.ht_interval", text);
-        EXPECT_EQ(config::getNetHeartbitInterval(), 10000) << text;
-        EXPECT_EQ(log.count("\"" + text + "\" is of no use, taking \"10000\"."), 1);
-    }
-    for (const std::string text : {"0250", "0", "3600000"}) {
-        Property::set("persist.vyn.net.ht_interval", text);
-        EXPECT_EQ(config::getNetHeartbitInterval(), std::stoi(text));
-    }
-}
-
-TEST(Config, ReadsSwitchesByTheirWordsAndFoldersByTheirSlashes) {
-    const PropertyFile file;
-    for (const char* path : {"tmp/", "/tmp/a", "/tmp/a/"}) {
-        Property::set("persist.vyn.unixsocketpath", path);
-        EXPECT_EQ(config::getUnixSocketPath(), *path == '/' ? "/tmp/a/" : "/dev/vyn/");
-    }
-    for (const char* word : {"1", "y", "yes", "true", "maybe", "0", "n", "no", "off", "false"}) {
-        Property::set("persist.sys.factory.mode", word);
-        Property::set("persist.vyn.try_direct", word);
-        const bool isYes = std::strchr("1yt", *word) != nullptr;
-        EXPECT_EQ(config::isFactoryMode(), isYes) << word;
-        EXPECT_EQ(config::isTryDirect(), isYes || *word == 'm') << word;
-    }
-    Property::set("persist.sys.factory.mode", "on");
-    EXPECT_TRUE(config::isFactoryMode());
-}
-
+// The manual's page on configuration says what each getter reads, and a script sees that it does
+// so.
 TEST(Config, WarnsOnceAboutAUselessValueFromWhateverThreadAndAgainAboutAnother) {
     const PropertyFile file;
     LogCapture log;
