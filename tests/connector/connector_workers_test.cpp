@@ -5,12 +5,14 @@
 #include <filesystem>
 #include <fstream>
 
-#include "support/support.h"
+#include "connector/watched_loop.h"
 
 namespace vyn {
 namespace {
 
 using namespace testing;
+
+using ConnectorWorkersTest = WatchedLoop;
 
 std::pair<int, int> makePipe() {
     int ends[2];
@@ -33,119 +35,47 @@ unsigned interestIn(int fd) {
     return found;
 }
 
-// A loop on a thread of its own, and an executor that notes what it hears.
-struct ConnectorWorkersTest : ::testing::Test {
-    LogCapture log;
-    LoopThread loop;
-    RecordingExecutor executor;
-    Strings commands;
-    std::vector<Worker*> disconnected;
-
-    ConnectorWorkersTest() {
-        executor.command = [this](Worker*, Command* command) {
-            commands.push_back(static_cast<Line*>(command)->text);
-        };
-        executor.disconnected = [this](Worker* worker) { disconnected.push_back(worker); };
-    }
-
-    void add(Worker& worker) { loop.connector().addWorkerLocked(&worker, &executor); }
-    // Waits until `condition`, judged on the loop's thread, holds.
-    bool eventually(const std::function<bool()>& condition) {
-        return waitUntil([&] {
-            bool holds = false;
-            loop.call([&] { holds = condition(); });
-            return holds;
-        });
-    }
-    bool hears(const std::string& text) {
-        return eventually([&] { return commands == Strings{text}; });
-    }
-};
-
-// A worker that is removed from its loop before it goes, wherever that is.
-struct Served : Worker {
-    Served(ConnectorWorkersTest& test, Device* device, Parser* parser = nullptr)
-        : Worker(device, parser), loop(test.loop) {}
-    ~Served() override { remove(); }
-    void remove() {
-        const auto removal = [this] { loop.connector().removeWorkerLocked(this); };
-        Connector::current() == &loop.connector() ? removal() : loop.call(removal);
-    }
-    LoopThread& loop;
-};
-
-// One end of a socket pair as a connection of the loop; the test holds the other end, `peer`.
-struct Connection {
-    explicit Connection(ConnectorWorkersTest& test, std::pair<int, int> ends = makeSocketPair())
-        : peer(ends.second), device(ends.first), worker(test, &device, &parser) {
-        test.add(worker);
-    }
-    ~Connection() { hangUp(); }
-
-    void send(const std::string& text) {
-        EXPECT_EQ(::write(peer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-    void hangUp() {
-        if (peer >= 0) close(std::exchange(peer, -1));
-    }
-    // Leaves no room for another byte. Returns how many there are.
-    size_t fill() {
-        const std::string filler(1 << 20, 'f');
-        return static_cast<size_t>(device.write(filler.data(), 1 << 20));
-    }
-    void overflow() {
-        for (int i = 0; i < 101; ++i) worker.queueWritting("x", 1);
-    }
-
-    int peer;
-    StreamDevice device;
-    LineParser parser;
-    Served worker;
-};
-
-// A socket pair whose first end has the number of a descriptor that was closed.
-std::pair<int, int> makeSocketPairAt(int number) {
-    auto ends = makeSocketPair();
-    if (ends.first == number) return ends;
-    EXPECT_EQ(dup2(ends.first, number), number);
-    close(ends.first);
-    return {number, ends.second};
-}
-
 TEST_F(ConnectorWorkersTest, WorkersComeAndGoFromManyThreadsWhileTheLoopServes) {
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 3; ++thread) {
         threads.emplace_back([&] {
-            std::atomic<int> heard{0};
-            RecordingExecutor own;
-            own.command = [&](Worker*, Command*) { ++heard; };
             for (int i = 0; i < 50; ++i) {
                 Connection connection(*this);
-                loop.connector().addWorkerLocked(&connection.worker, &own);
-                connection.send("x\n");
-                EXPECT_TRUE(waitUntil([&] { return heard == i + 1; }));
+                connection.send("x");
+                EXPECT_TRUE(connection.worker.hears("x"));
             }
         });
     }
     for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(ConnectorWorkersTest, WatchesEveryDescriptorOfADeviceWithSeveralForReadingOnly) {
-    struct TwinDevice : FakeDevice {
-        Pipe pipes[2];
+TEST_F(ConnectorWorkersTest, WatchesTheDescriptorsOfADeviceForReadingOnlyAndThoseItChangesTo) {
+    struct Several : FakeDevice {
+        Pipe pipes[3];
+        std::vector<int> fds{pipes[0].readEnd(), -1, pipes[1].readEnd()};
         std::atomic<int> arrived{-1};
         void onDataArrival(int fd) override { arrived = fd; }
-        std::vector<int> getFds() override { return {pipes[0].readEnd(), -1, pipes[1].readEnd()}; }
+        std::vector<int> getFds() override { return fds; }
+        void change() {
+            fds = {pipes[2].readEnd()};
+            descriptorsChanged();
+        }
     } device;
     Served worker(*this, &device);
     add(worker);
-    EXPECT_EQ(write(device.pipes[1].writeEnd(), "x", 1), 1);
-    EXPECT_TRUE(waitUntil([&] { return device.arrived == device.pipes[1].readEnd(); }));
     worker.queueWritting("x", 1);
-    loop.call([] {});
-    for (const Pipe& pipe : device.pipes) EXPECT_EQ(interestIn(pipe.readEnd()), EPOLLIN);
-    worker.remove();
-    for (const Pipe& pipe : device.pipes) EXPECT_EQ(interestIn(pipe.readEnd()), 0u);
+    for (const int arriving : {1, 2}) {
+        const Pipe& pipe = device.pipes[arriving];
+        EXPECT_EQ(write(pipe.writeEnd(), "x", 1), 1);
+        EXPECT_TRUE(waitUntil([&] { return device.arrived == pipe.readEnd(); }));
+        for (const Pipe& each : device.pipes) {
+            const bool isWatched = (&each == &device.pipes[2]) == (arriving == 2);
+            EXPECT_EQ(interestIn(each.readEnd()), isWatched ? EPOLLIN : 0u);
+        }
+        loop.call([&] { device.change(); });
+    }
+    remove(worker);
+    EXPECT_EQ(interestIn(device.pipes[2].readEnd()), 0u);
 }
 
 TEST_F(ConnectorWorkersTest, WatchesForWritingOnlyWhileSomethingWaitsToBeWritten) {
@@ -186,15 +116,15 @@ TEST_F(ConnectorWorkersTest, HangUpAloneDisconnectsAndHangUpBehindDataIsRead) {
     Connection talking(*this, makePipe());
     std::ostringstream line;
     line << "rod Main runing disconnect worker events 16 fd " << silent.device.getFd() << " worker "
-         << silent.worker;
+         << &silent.worker;
     loop.call([&] {
         silent.hangUp();
-        talking.send("last words\n");
+        talking.send("last words");
         talking.hangUp();
     });
-    EXPECT_TRUE(hears("last words"));
+    EXPECT_TRUE(talking.worker.hears("last words"));
     EXPECT_TRUE(eventually([&] { return log.count(line.str()) == 1; }));
-    EXPECT_EQ(std::count(disconnected.begin(), disconnected.end(), &silent.worker), 1);
+    EXPECT_FALSE(silent.worker.isValid());
 }
 
 TEST_F(ConnectorWorkersTest, LetsGoOfDescriptorsWhoseWorkersAreNotValid) {
@@ -202,7 +132,7 @@ TEST_F(ConnectorWorkersTest, LetsGoOfDescriptorsWhoseWorkersAreNotValid) {
     Connection silent(*this, makePipe());
     talking.worker.disable();
     silent.worker.disable();
-    talking.send("unheard\n");
+    talking.send("unheard");
     silent.hangUp();
     for (const std::string& line : {"Error check fd = " + std::to_string(talking.device.getFd()) +
                                         " is not contains in a valid worker, we del in epoll fds.",
@@ -210,8 +140,7 @@ TEST_F(ConnectorWorkersTest, LetsGoOfDescriptorsWhoseWorkersAreNotValid) {
                                         std::to_string(silent.device.getFd())}) {
         EXPECT_TRUE(eventually([&] { return log.count(line) == 1; }));
     }
-    EXPECT_EQ(interestIn(talking.device.getFd()), 0u);
-    EXPECT_EQ(interestIn(silent.device.getFd()), 0u);
+    EXPECT_EQ(interestIn(talking.device.getFd()) | interestIn(silent.device.getFd()), 0u);
 }
 
 TEST_F(ConnectorWorkersTest, AReusedDescriptorNumberNeverGetsTheEventOfItsFormerOwner) {
@@ -219,26 +148,30 @@ TEST_F(ConnectorWorkersTest, AReusedDescriptorNumberNeverGetsTheEventOfItsFormer
     std::unique_ptr<Connection> heir;
     // Whichever is served first puts a new, silent connection in the place of the other, whose
     // event waits in the same batch.
-    executor.command = [&](Worker* worker, Command* command) {
-        commands.push_back(static_cast<Line*>(command)->text);
+    const auto replaceOther = [&](size_t served) {
         if (heir) return;
-        auto& other = both[worker == &both[0]->worker ? 1 : 0];
-        const int number = other->device.getFd();
-        other.reset();
-        heir = std::make_unique<Connection>(*this, makeSocketPairAt(number));
+        const int number = both[1 - served]->device.getFd();
+        both[1 - served].reset();
+        auto ends = makeSocketPair();
+        if (ends.first != number) {
+            EXPECT_EQ(dup2(ends.first, number), number);
+            close(std::exchange(ends.first, number));
+        }
+        heir = std::make_unique<Connection>(*this, ends);
     };
     loop.call([&] {
         // Both are readable before the loop looks again.
-        for (auto& connection : both) {
-            connection = std::make_unique<Connection>(*this);
-            connection->send("x\n");
+        for (const size_t i : {0u, 1u}) {
+            both[i] = std::make_unique<Connection>(*this);
+            both[i]->worker.received = [&, i] { replaceOther(i); };
+            both[i]->send("x");
         }
     });
-    EXPECT_TRUE(hears("x"));
+    EXPECT_TRUE(eventually([&] { return heir != nullptr; }));
     loop.call([] {});
-    EXPECT_TRUE(disconnected.empty());
-    heir->send("mine\n");
-    EXPECT_TRUE(eventually([&] { return commands == Strings{"x", "mine"}; }));
+    EXPECT_EQ(disconnections, 0);
+    heir->send("mine");
+    EXPECT_TRUE(heir->worker.hears("mine"));
 }
 
 TEST_F(ConnectorWorkersTest, OverflowsDisconnectOnTheLoopsThreadWithoutWaiting) {
@@ -252,11 +185,11 @@ TEST_F(ConnectorWorkersTest, OverflowsDisconnectOnTheLoopsThreadWithoutWaiting) 
     executor.disconnected = [&](Worker* worker) {
         EXPECT_EQ(Connector::current(), &loop.connector());
         loop.connector().removeWorkerLocked(worker);
-        if (handled + 1 < connections.size()) connections[handled + 1]->overflow();
+        if (handled + 1 < connections.size()) overflow(connections[handled + 1]->worker);
         ++handled;
     };
     const auto begin = std::chrono::steady_clock::now();
-    connections[0]->overflow();
+    overflow(connections[0]->worker);
     EXPECT_TRUE(waitUntil([&] { return handled == connections.size(); }));
     // A loop that waited would be woken by its own timer, five times a second.
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
@@ -265,24 +198,32 @@ TEST_F(ConnectorWorkersTest, OverflowsDisconnectOnTheLoopsThreadWithoutWaiting) 
 TEST_F(ConnectorWorkersTest, HeartbeatsSkipWorkersThatWereRemovedDuringTheWalk) {
     struct ImpatientWorker : Worker {
         using Worker::Worker;
-        bool hasRemoteTimedout(long sinceLastRead) override { return sinceLastRead > 300; }
+        bool givesUp = false;
+        int questions = 0;
+        void sendHeartbit(long) override { givesUp ? onDisconnected() : void(); }
+        bool hasRemoteTimedout(long sinceLastRead) override {
+            return ++questions, sinceLastRead > 300;
+        }
     };
     ShiftedClock clock(kLastPositiveTick - 350);  // the tick wraps between two heartbeats
     FakeDevice device;
     std::vector<std::unique_ptr<ImpatientWorker>> workers;
     std::atomic<int> timeouts{0};
+    executor.disconnected = [&](Worker* gone) { loop.connector().removeWorkerLocked(gone); };
     executor.heartbitTimeout = [&](Worker* worker) {
-        EXPECT_EQ(worker, workers[1].get());
+        EXPECT_EQ(worker, workers[2].get());
+        EXPECT_EQ(workers[1]->questions, 0) << "its own keep-alive had it removed";
         for (auto& each : workers) loop.connector().removeWorkerLocked(each.get());
         workers.clear();
         ++timeouts;
     };
     loop.call([&] {
-        for (int i = 0; i < 3; ++i) {
+        for (int i = 0; i < 4; ++i) {
             workers.push_back(std::make_unique<ImpatientWorker>(&device, nullptr));
             add(*workers.back());
         }
         workers[0]->disable();
+        workers[1]->givesUp = true;
     });
     EXPECT_TRUE(waitUntil([&] { return timeouts > 0; }));
 }

@@ -29,6 +29,14 @@ struct WatchedLoop : ::testing::Test {
     void remove(Worker& worker) {
         loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
     }
+    // Waits until `condition`, judged on the loop's thread, holds.
+    [[nodiscard]] bool eventually(const std::function<bool()>& condition) {
+        return waitUntil([&] {
+            bool holds = false;
+            loop.call([&] { holds = condition(); });
+            return holds;
+        });
+    }
     // Milliseconds of a processor that the loop's thread takes in a fifth of a second.
     long busyMs() {
         const auto used = [this] {
@@ -44,32 +52,44 @@ struct WatchedLoop : ::testing::Test {
         return waitUntil([&] { return log.count("elsewhere, epoll set is made anew.") == 1; });
     }
 
-    // One end of a socket pair, whose bytes are kept; the test holds the other one, `peer`.
+    // Keeps the bytes of its device, and is removed from the loop before it goes.
+    struct Served : ReceivedWorker {
+        Served(WatchedLoop& owner, Device* device) : ReceivedWorker(device), test(owner) {}
+        ~Served() override { test.remove(*this); }
+
+        bool hears(const std::string& text) {
+            return test.eventually([&] { return chunks == Strings{text}; });
+        }
+
+        WatchedLoop& test;
+    };
+
+    // One end of a pair of sockets or of a pipe in the loop; the test holds the other one, `peer`.
     struct Connection {
-        explicit Connection(WatchedLoop& owner) : test(owner) {
+        explicit Connection(WatchedLoop& owner, std::pair<int, int> ends = makeSocketPair())
+            : peer(ends.second), device(ends.first), worker(owner, &device) {
             fcntl(ends.first, F_SETFL, O_NONBLOCK);
-            test.add(worker);
+            owner.add(worker);
         }
         ~Connection() {
-            test.remove(worker);
+            worker.test.remove(worker);
             for (const int fd : {peer, copy}) close(fd);
         }
 
         void send(const std::string& text) const {
             EXPECT_EQ(::write(peer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
         }
-        bool hears(const std::string& text) {
-            return waitUntil([&] {
-                Strings chunks;
-                test.loop.call([&] { chunks = worker.chunks; });
-                return chunks == Strings{text};
-            });
+        void hangUp() { close(std::exchange(peer, -1)); }
+        // Leaves no room for another byte. Returns how many there are.
+        size_t fill() {
+            const std::string filler(1 << 20, 'f');
+            return static_cast<size_t>(device.write(filler.data(), 1 << 20));
         }
         // Closes the descriptor while a copy of it stays open, and then removes the worker.
         void closeAndRemove() {
             copy = fcntl(device.getFd(), F_DUPFD_CLOEXEC, 0);
             device.closeDescriptor();
-            test.remove(worker);
+            worker.test.remove(worker);
         }
         // Opens another connection under the same number, while a copy of the old one stays open.
         // Returns the former peer.
@@ -82,12 +102,10 @@ struct WatchedLoop : ::testing::Test {
             return std::exchange(peer, others.second);
         }
 
-        WatchedLoop& test;
-        const std::pair<int, int> ends = makeSocketPair();
-        int peer = ends.second;
+        int peer;
         int copy = -1;
-        StreamDevice device{ends.first};
-        ReceivedWorker worker{&device};
+        StreamDevice device;
+        Served worker;
     };
 };
 

@@ -95,7 +95,6 @@ TEST_F(WorkerTest, WithoutPartsChecksForThemAndCountsBytesAsWritten) {
     bare.onData("x", 1);
     bare.onCommandParsed(&line);
     EXPECT_EQ(bare.instantWrite("abc", 3), 3);
-    EXPECT_EQ(bare.getFd(), -1);
     EXPECT_TRUE(bare.getFds().empty());
     bare.onDisconnected();
     EXPECT_FALSE(bare.isValid() || Worker(nullptr, nullptr).isValid());
@@ -109,24 +108,31 @@ TEST_F(WorkerTest, WithoutPartsChecksForThemAndCountsBytesAsWritten) {
 TEST_F(WorkerTest, QueuesOnlyAsynchronousWritesAndResumesThemWhereTheyStopped) {
     device.accepts = 2;
     errno = EAGAIN;
-    worker.writeRaw("abcd", 4);
+    EXPECT_FALSE(worker.writeRaw("abcd", 4));
     EXPECT_EQ(log.texts(),
               Strings{"[11] Resource temporarily unavailable. ret < len. 2 bytes written."});
     EXPECT_FALSE(worker.hasWrittingData());
     config::setAsyncWritting(true);
-    worker.writeRaw("efg", 3);
+    EXPECT_TRUE(worker.writeRaw("efg", 3));
     worker.writeRaw("", 0);
     write("hi");
     for (const int accepts : {2, -1}) {
         device.accepts = accepts;
         EXPECT_FALSE(worker.performWrite());
         EXPECT_EQ(device.written, "abef");
-        EXPECT_TRUE(worker.hasWrittingData());
+        EXPECT_EQ(worker.pendingBytes(), 4u);
     }
+    worker.setMaxPendingBytes(5);
+    queue("!");
     device.accepts = 3;
     EXPECT_TRUE(worker.performWrite());
     EXPECT_FALSE(worker.hasWrittingData());
-    EXPECT_EQ(device.written, "abefghi\n");
+    EXPECT_EQ(device.written, "abefghi\n!");
+    queue("12345");
+    EXPECT_TRUE(worker.isValid());
+    queue("6");
+    EXPECT_EQ(worker.disconnectReason(), DisconnectReason::kOverflow);
+    EXPECT_EQ(log.count("client blocks 2 writting requests, disconnect it."), 1);
 }
 
 TEST_F(WorkerTest, MayBeDeletedInsideACommandAndWhenItIsDisconnected) {
@@ -158,27 +164,37 @@ TEST_F(WorkerTest, MayBeDeletedInsideACommandAndWhenItIsDisconnected) {
     EXPECT_TRUE(fatal.lines().empty());
 }
 
-TEST_F(WorkerTest, JudgesItsHeartbeatByTheLastReadAndTheLastCommandWritten) {
+TEST_F(WorkerTest, JudgesItsHeartbeatByTheLastReadThatWasNotPausedAndTheLastWrite) {
     struct HeartbeatWorker : Worker {
         using Worker::Worker;
-        long sinceWrite = 0;
-        void sendHeartbit(long sinceLastWrite) override { sinceWrite = sinceLastWrite; }
-        bool hasRemoteTimedout(long sinceLastRead) override { return sinceLastRead >= 5000; }
+        std::vector<long> times;
+        void sendHeartbit(long sinceLastWrite) override { times = {sinceLastWrite}; }
+        bool hasRemoteTimedout(long sinceLastRead) override {
+            times.insert(times.end(), {sinceLastRead, sinceLastSent()});
+            return sinceLastRead >= 5000;
+        }
     } beating(&device, &parser);
     beating.attach(nullptr, &executor);
     // The tick wraps in the middle of what happens here.
     ManualClock clock(kLastPositiveTick - 2000);
+    // What a heartbeat sees then: since the last command, the last read and the last byte sent.
+    const auto after = [&](int ms) {
+        clock.advance(ms);
+        beating.checkHeartbit();
+        return beating.times;
+    };
     beating.onData("x", 1);
     clock.advance(4000);
     Line ping("ping");
     beating.write(&ping);
     clock.advance(999);
     beating.writeRaw("raw", 3);
-    beating.checkHeartbit();
-    EXPECT_EQ(beating.sinceWrite, 999);
+    EXPECT_EQ(after(0), (std::vector<long>{999, 4999, 0}));
+    beating.pauseReading();
+    EXPECT_EQ(after(5000), (std::vector<long>{5999, 4999, 5000}));
+    beating.resumeReading();
     EXPECT_EQ(events, Strings{});
-    clock.advance(1);
-    beating.checkHeartbit();
+    EXPECT_EQ(after(1), (std::vector<long>{6000, 5000, 5001}));
     EXPECT_EQ(events, Strings{"timeout"});
 }
 

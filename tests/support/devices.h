@@ -6,6 +6,7 @@
 #include <vyn/worker.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -67,10 +68,12 @@ class ReceivedWorker : public Worker {
 
     bool handledBeforeParser(const void* data, int len) override {
         chunks.emplace_back(static_cast<const char*>(data), static_cast<size_t>(len));
+        received();
         return true;
     }
 
     std::vector<std::string> chunks;
+    std::function<void()> received = [] {};
 };
 
 }  // namespace vyn::testing

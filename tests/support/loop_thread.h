@@ -32,8 +32,9 @@ class LoopThread {
 
     Connector& connector() { return *mConnector; }
 
-    // Runs `function` on the loop's thread and waits for its end.
+    // Runs `function` on the loop's thread, which may be this one, and waits for its end.
     void call(std::function<void()> function) {
+        if (Connector::current() == mConnector) return function();
         auto* request = new Call;
         request->task = std::packaged_task<void()>(std::move(function));
         std::future<void> done = request->task.get_future();

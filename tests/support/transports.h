@@ -19,12 +19,6 @@ struct Tcp4Transport {
     using DeviceType = NetDevice;
     using ListenerType = ListenerDevice;
 
-    Socket listener() {
-        Socket socket(Socket::TCP);
-        socket.setHostIP("127.0.0.1");
-        return socket.bind(0) && socket.listen() ? socket : Socket();
-    }
-
     std::unique_ptr<ListenerDevice> listenerDevice() {
         return std::make_unique<ListenerDevice>(0, "127.0.0.1");
     }
@@ -50,6 +44,19 @@ struct UnixTransport {
     }
 
     TemporaryFolder folder;
+};
+
+// Makes a bound socket listen with a backlog that is full, which leaves further attempts
+// unanswered.
+struct FullBacklog {
+    explicit FullBacklog(Socket& bound) {
+        ::listen(bound.fd(), 0);
+        for (Socket* each : {&first, &second, &third}) {
+            EXPECT_TRUE(each->startConnect("127.0.0.1", bound.getHostPort()));
+        }
+        EXPECT_TRUE(awaitReadable(bound.fd()));
+    }
+    Socket first{Socket::TCP}, second{Socket::TCP}, third{Socket::TCP};
 };
 
 // A listener and one connection to it.
