@@ -9,27 +9,6 @@ using vyn::testing::FatalCapture;
 using vyn::testing::LogCapture;
 using Texts = vyn::testing::Strings;
 
-TEST(LogMessage, IsOneLineWithItsSourcePositionAndAColourReset) {
-    const struct {
-        const char *file, *function, *text, *line;
-    } messages[] = {
-        {"src/io/pump.cpp", "int vyn::Pump::turn(bool)", "rate 5 \r\n ",
-         "pump.cpp:7 (turn)]  rate 5"},
-        {"a/b\\c.cpp", "main", " two  words \t", "c.cpp:7 (main)]   two  words \t"},
-        {"c\\b/a.cpp", "void free_function(int, char*)", "", "a.cpp:7 (free_function)]  "},
-        {"plain", "std::map<int, int> ns::f(int (*)(int))", "\r\n ", "plain:7 ((*))]  "},
-    };
-    for (const auto& [file, function, text, line] : messages) {
-        LogCapture log;
-        LogMessage("Tag", file, function, 7, kLevelInfo, false, true) << text;
-        EXPECT_EQ(log.lines(), Texts{std::string("[") + line + "\033[m\n"});
-    }
-    LogCapture log;
-    VYN_LOG_TAGGED("Tag", kLevelInfo) << "x";
-    LogMessage("Tag", __FILE__, __PRETTY_FUNCTION__, __LINE__ - 1, kLevelInfo, false, true) << "x";
-    EXPECT_EQ(log.lines()[0], log.lines()[1]) << "a macro's is the same";
-}
-
 TEST(LogMessage, IsEvaluatedAndWrittenOnlyWhenItsLevelPasses) {
     LogCapture log;
     FatalCapture fatal;
@@ -39,13 +18,7 @@ TEST(LogMessage, IsEvaluatedAndWrittenOnlyWhenItsLevelPasses) {
     VYN_LOG_INFO << "info " << ++evaluations;
     VYN_LOG_DEBUG << ++evaluations;
     VYN_CHECK(evaluations == 2) << ++evaluations;
-    LogMessage("Tag", kLevelVerbose) << "dropped";
     LogMessage("Tag", "f", "f", 1, kLevelError, true, false) << "not enabled";
-    if (evaluations > 2)
-        VYN_LOG_INFO << "one statement under an unbraced if";
-    else
-        evaluations = 0;
-    EXPECT_EQ(evaluations, 0);
     EXPECT_EQ(log.texts(), (Texts{"verbose 1", "info 2"}));
     EXPECT_TRUE(fatal.lines().empty());
 }
@@ -66,26 +39,21 @@ TEST(LogMessage, TellsErrnoAndLeavesItAsItWas) {
     EXPECT_EQ(errno, ENOENT);
 }
 
-// What the system's log shows of lines of all levels: the letters of their priorities.
-std::string systemLogLetters(int printLevel) {
-    LogCapture restoresTheLevel;
-    setLogPrintLevel(printLevel);
-    std::string letters;
-    for (int level = 1; level <= 5; ++level) {
-        ::testing::internal::CaptureStderr();
-        LogMessage("Tag", level) << "needle";
-        letters += ::testing::internal::GetCapturedStderr().substr(0, 5);
-    }
-    return letters;
-}
-
 TEST(SystemLog, GetsEachLevelAtItsPriorityOrUpToThePrintLevelAsErrors) {
-    EXPECT_EQ(systemLogLetters(0), "Tag ETag WTag ITag DTag V");
-    EXPECT_EQ(systemLogLetters(4), "Tag ETag ETag ETag ETag V");
+    const LogCapture restoresTheLevels;
+    for (const int printLevel : {0, 4}) {
+        setLogPrintLevel(printLevel);
+        ::testing::internal::CaptureStderr();
+        std::string letters;
+        for (int level = 1; level <= 5; ++level) LogMessage("Tag", level) << "needle";
+        std::istringstream lines(::testing::internal::GetCapturedStderr());
+        for (std::string line; std::getline(lines, line);) letters += line.substr(0, 5);
+        EXPECT_EQ(letters,
+                  printLevel == 0 ? "Tag ETag WTag ITag DTag V" : "Tag ETag ETag ETag ETag V");
+    }
     std::string letters;
     for (int level = 0; level <= 5; ++level) letters += getLogLevelStr(level);
     EXPECT_EQ(letters, "EEWIDV");
-    const LogCapture restoresTheLevel;
     for (const int level : {0, 9}) {
         setLogLevel(level);
         EXPECT_EQ(getLogLevel(), level == 0 ? 1 : 5) << "brought back into range";
@@ -93,15 +61,29 @@ TEST(SystemLog, GetsEachLevelAtItsPriorityOrUpToThePrintLevelAsErrors) {
     EXPECT_FALSE(passes(6));
 }
 
-TEST(LoggingPrintf, FormatsUnderItsOwnTagAndCutsTextAt4095Characters) {
+TEST(SystemLog, DoesNotEndAProcessWhoseStandardErrorNobodyReads) {
+    vyn::testing::Pipe pipe;
+    const int former = dup(STDERR_FILENO);
+    dup2(pipe.writeEnd(), STDERR_FILENO);
+    pipe.closeReadEnd();
+    LogCapture log;
+    LogMessage("Tag", kLevelError) << "unread";
+    dup2(former, STDERR_FILENO);
+    close(former);
+    EXPECT_EQ(log.count("unread"), 1);
+}
+
+TEST(LoggingPrintf, FormatsUnderItsOwnTagCutsTextAt4095CharactersAndTakesNullForNoText) {
     LogCapture log;
     ::testing::internal::CaptureStderr();
     logging_printf("dir/c.c", "run", 12, kLevelError, "%d of %s", 3, "five");
     EXPECT_EQ(::testing::internal::GetCapturedStderr().substr(0, 4), "CF E");
-    logging_printf(nullptr, "run", 12, kLevelError, "a");
-    logging_printf("c.c", nullptr, 12, kLevelError, "%s", std::string(5000, 'x').c_str());
-    EXPECT_EQ(log.lines(), (Texts{"[c.c:12 (run)]  3 of five\033[m\n", "[:0 ()]  a\033[m\n",
-                                  "[:0 ()]  " + std::string(4095, 'x') + "\033[m\n"}));
+    logging_printf(nullptr, nullptr, 12, kLevelError, "%s", std::string(5000, 'x').c_str());
+    const char* const none = nullptr;
+    logging_printf("c.c", "run", 1, kLevelInfo, none);
+    LogMessage(nullptr, nullptr, nullptr, 7, kLevelInfo, false, true) << "bare";
+    EXPECT_EQ(log.lines()[0], "[c.c:12 (run)]  3 of five\033[m\n");
+    EXPECT_EQ(log.texts(), (Texts{"3 of five", std::string(4095, 'x'), "", "bare"}));
 }
 
 TEST(Fatal, IsWrittenWhateverTheLevelAndThenReachesTheAborter) {
@@ -128,9 +110,7 @@ TEST(FatalDeathTest, EndsTheProcessByDefault) {
 
 TEST(ThreadIdentity, BelongsToTheThread) {
     setThreadLoggingTag("mine");
-    EXPECT_EQ(currentThreadId(), getpid());
     std::thread([] {
-        EXPECT_NE(currentThreadId(), getpid());
         EXPECT_EQ(getThreadLoggingTag(), nullptr);
         setThreadLoggingTag("theirs");
         setThreadName("a name that is far too long");

@@ -6,8 +6,6 @@
 #define VYN_LOG_FLOOR 4
 #include <vyn/logging.h>
 
-#include <ctime>
-
 #include "support/support.h"
 
 extern "C" void logFromC(int number);
@@ -38,8 +36,6 @@ TEST(Printers, GetALineInItsParts) {
         EXPECT_EQ(record->function, "TestBody");
         EXPECT_EQ(record->text, "\033[1mbold\033[m");
         EXPECT_EQ(record->threadId, logging::currentThreadId());
-        EXPECT_NEAR(static_cast<double>(record->timeUs / 1000000),
-                    static_cast<double>(time(nullptr)), 60);
         line = record->line;
     });
     logging::setLogPrintLevel(logging::kLevelInfo);
@@ -89,6 +85,16 @@ TEST(Printers, RemoveThemselvesAlsoWhenTwoThreadsAreInThem) {
     EXPECT_EQ(inside, 2);
 }
 
+// A printer for whose work there is no memory.
+TEST(Printers, LoseALineWhereThereIsNoMemory) {
+    FunctionPrinter printer([](const logging::LogRecord*) { throw std::bad_alloc(); });
+    logging::setLoggingPrinter(&printer);
+    ::testing::internal::CaptureStderr();
+    VYN_LOG_ERROR << "line";
+    EXPECT_NE(::testing::internal::GetCapturedStderr().find("out of memory, a log line is lost."),
+              std::string::npos);
+}
+
 TEST(Lines, AreWrittenUnderConditionsNowAndThenAndDownToTheFloor) {
     LogCapture log;
     static int64_t start = 0;  // later in each repetition, as clocks go
@@ -108,12 +114,8 @@ TEST(Checks, ShowBothValuesOfAComparisonThatDoesNotHold) {
     enum class Colour { kRed, kBlue };
     const size_t size = 3;
     int looks = 0;
-    if (size > 3)
-        VYN_CHECK_EQ(size, 3);
-    else
-        VYN_CHECK_EQ(size, 4 + looks++) << "in the cellar";
+    VYN_CHECK_EQ(size, 4 + looks++) << "in the cellar";
     VYN_CHECK_LT(-1, size);
-    VYN_CHECK_GE(size, 3);
     VYN_CHECK_GT(std::string("a"), "b");
     VYN_CHECK_NE(Colour::kBlue, Colour::kBlue);
     EXPECT_EQ(looks, 1);
