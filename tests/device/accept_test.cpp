@@ -1,11 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What accepting does when the process is out of descriptors.
+// What accepting does when the process is out of descriptors, or the kernel refuses otherwise.
+
+#include <sys/syscall.h>
 
 #include <algorithm>
+#include <list>
 
 #include "support/support.h"
 #include "support/transports.h"
+
+static std::atomic<int> gAcceptError{0};
+
+// Takes the place of the C library's: fails with that error, unless it is 0.
+extern "C" int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
+    if (gAcceptError == 0)
+        return static_cast<int>(syscall(SYS_accept4, fd, address, length, flags));
+    errno = gAcceptError;
+    return -1;
+}
 
 namespace vyn {
 namespace {
@@ -31,7 +44,8 @@ struct Backlog {
                            [&](Socket& client) { return client.recv(&byte, 1, 10000) == 0; });
     }
 
-    Socket listener = Tcp4Transport().listener();
+    ListenerDevice device{0, "127.0.0.1"};
+    Socket& listener = device.socket();
     std::vector<Socket> clients;
 };
 
@@ -62,7 +76,7 @@ enum Phase { kBefore, kExhausted, kAfter };
 
 TEST(AcceptWithoutDescriptors, ThreadsDoNotTakeTheReserveFromEachOther) {
     allowDescriptors(4096);
-    std::vector<Backlog> backlogs;
+    std::list<Backlog> backlogs;
     for (int i = 0; i < 4; ++i) backlogs.emplace_back(400);
     std::atomic<size_t> finished{0};
     std::atomic<Phase> phase{kBefore};
@@ -83,6 +97,34 @@ TEST(AcceptWithoutDescriptors, ThreadsDoNotTakeTheReserveFromEachOther) {
     phase = kAfter;
     for (std::thread& thread : threads) thread.join();
     for (Backlog& backlog : backlogs) EXPECT_TRUE(backlog.allHungUp());
+}
+
+TEST(ListenerDevice, WaitsWhileAcceptingFailsAndListensElsewhereInALoop) {
+    ListenerDevice device(0, "127.0.0.1");
+    Worker worker(&device, nullptr);
+    RecordingExecutor executor;
+    std::atomic<int> accepted{0}, failed{0};
+    executor.newConnection = [&](Worker*, int, void* data) {
+        ++(static_cast<const Socket*>(data)->isValid() ? accepted : failed);
+    };
+    LoopThread loop;
+    loop.connector().addWorkerLocked(&worker, &executor);
+    for (const int error : {ENOBUFS, EAGAIN}) {
+        LogCapture capture;
+        gAcceptError = error;
+        const int before = failed;
+        Socket client(Socket::TCP);
+        ASSERT_TRUE(client.connect("127.0.0.1", device.socket().getHostPort()));
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        EXPECT_TRUE(failed > before && failed < before + 1000) << failed;
+        EXPECT_LE(capture.count("accept. no connection could be taken at fd"), 1);
+        gAcceptError = 0;
+        EXPECT_TRUE(waitUntil([&] { return accepted > 0; }));
+        accepted = 0;
+        const Socket copy(device.socket());  // keeps the former socket open
+        loop.call([&] { EXPECT_TRUE(device.listen(0, "127.0.0.1")); });
+    }
+    loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <vyn/client_device.h>
-#include <vyn/network.h>
 
 #include "support/support.h"
 #include "support/transports.h"
@@ -80,13 +79,7 @@ TEST(ClientDevice, GivesUpAndSaysWhy) {
     EXPECT_EQ(refused.failed, 3);
     EXPECT_EQ(refused.last.retryMs, -1);
 
-    ::listen(silent.fd(), 0);
-    Socket fillers[3];  // a full backlog leaves attempts unanswered
-    for (Socket& each : fillers) {
-        each.create(Socket::TCP);
-        each.startConnect("127.0.0.1", silent.getHostPort());
-    }
-    ASSERT_TRUE(testing::awaitReadable(silent.fd()));
+    const testing::FullBacklog full(silent);
     ServedClient<ClientDevice> unanswered(1, 20, "127.0.0.1", silent.getHostPort());
     ASSERT_TRUE(waitUntil([&] { return unanswered.ended == 1; }));
     EXPECT_TRUE(unanswered.last.timedOut);
@@ -147,13 +140,6 @@ TEST(UnixClientDevice, ConnectsWhenItsServerAppearsAndWritesWhatWaited) {
     ASSERT_TRUE(testing::awaitReadable(listener.getFd()));
     char bytes[8] = {};
     EXPECT_EQ(listener.socket().accept().recv(bytes, sizeof bytes, 10000), 5);
-}
-
-TEST(Resolve, FindsAddressesOfNames) {
-    const auto numeric = helper::resolve("127.0.0.1", 80);
-    ASSERT_EQ(numeric.size(), 1u);
-    EXPECT_EQ(numeric[0].ip() + ":" + std::to_string(numeric[0].port()), "127.0.0.1:80");
-    EXPECT_TRUE(helper::resolve("999.0.0.1.", 80).empty());
 }
 
 }  // namespace

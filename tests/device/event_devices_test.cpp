@@ -1,28 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Devices that call a function: signals, datagrams and changes of files; sockets from elsewhere.
+// Signals, datagrams and the console.
 
-#include <gtest/gtest.h>
-#include <sys/inotify.h>
+#include <vyn/console_device.h>
 #include <vyn/datagram_device.h>
-#include <vyn/inotify_device.h>
 #include <vyn/signal_device.h>
 
 #include <atomic>
 #include <csignal>
-#include <fstream>
+#include <cstring>
 
 #include "support/support.h"
-#include "support/transports.h"
 
 namespace vyn {
 namespace {
 
-using testing::Strings;
+using namespace testing;
 
 // Serves the device until nothing waits. A disconnection would be fatal: there is no executor.
 void serve(Device& device) {
-    ASSERT_TRUE(testing::awaitReadable(device.getFd()));
+    ASSERT_TRUE(awaitReadable(device.getFd()));
     for (pollfd entry{device.getFd(), POLLIN, 0}; poll(&entry, 1, 0) == 1;) {
         device.onDataArrival(device.getFd());
     }
@@ -72,9 +69,9 @@ TEST(DatagramDevice, IsWatchedOnWhenAnAddressMakesItAnotherSocket) {
     if (!server.setHostIP("::1") || !server.bind(0)) GTEST_SKIP() << "this host has no IPv6";
     std::atomic<bool> isAnswered{false};
     DatagramDevice device([&](const DatagramDevice::Datagram&) { isAnswered = true; });
-    testing::ReceivedWorker worker(&device);
-    testing::RecordingExecutor executor;
-    testing::LoopThread loop;
+    ReceivedWorker worker(&device);
+    RecordingExecutor executor;
+    LoopThread loop;
     loop.call([&] {
         loop.connector().addWorkerLocked(&worker, &executor);
         SocketAddress address;
@@ -85,58 +82,65 @@ TEST(DatagramDevice, IsWatchedOnWhenAnAddressMakesItAnotherSocket) {
     char byte = 0;
     ASSERT_EQ(server.recvFrom(&byte, 1, 10000, &asker), 1);
     server.sendTo("!", 1, asker);
-    EXPECT_TRUE(testing::waitUntil([&] { return isAnswered.load(); }));
+    EXPECT_TRUE(waitUntil([&] { return isAnswered.load(); }));
     loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
 }
 
-TEST(DatagramDevice, GetsWhatIsSentToItsGroups) {
-    int received = 0;
-    DatagramDevice member([&](const DatagramDevice::Datagram&) { ++received; });
-    ASSERT_TRUE(member.bind(0));
-    if (!member.socket().joinGroup("239.1.2.3", "lo")) GTEST_SKIP() << "no multicast here";
-    Socket sender(Socket::UDP);
-    ASSERT_TRUE(sender.setGroupInterface("lo") && sender.setGroupHops(0));
-    SocketAddress group;
-    ASSERT_TRUE(SocketAddress::parse("239.1.2.3", member.socket().getHostPort(), &group));
-    if (sender.sendTo("in", 2, group) != 2) GTEST_SKIP() << "no multicast here";
-    serve(member);
-    EXPECT_EQ(received, 1);
-    EXPECT_TRUE(member.socket().leaveGroup("239.1.2.3", "lo"));
-}
-
-TEST(InotifyDevice, TellsNamesEventsAndTheEndOfAWatch) {
-    testing::TemporaryFolder folder;
-    const std::string other = folder / "other";
-    std::ofstream(other) << 1;
-    InotifyDevice device;
-    Strings changes;
-    device.setOnChange([&](const InotifyDevice::Change& change) {
-        changes.push_back(change.path + "|" + change.name + "|" + std::to_string(change.events));
+// What the console shows of `bytes` to a reader at a pipe that holds less.
+std::string shown(const std::string& bytes) {
+    Pipe output;
+    fcntl(output.writeEnd(), F_SETFL, O_NONBLOCK);
+    std::string received;
+    std::thread reader([&] {
+        for (char byte; read(output.readEnd(), &byte, 1) == 1;) received += byte;
     });
-    const int watch = device.addWatch(folder / "", IN_CREATE);
-    device.addWatch(other, IN_CLOSE_WRITE);
-    std::ofstream(folder / "new") << 1;
-    std::ofstream(other) << 2;
-    EXPECT_TRUE(device.removeWatch(watch));
-    EXPECT_FALSE(device.removeWatch(watch));
-    serve(device);
-    EXPECT_EQ(changes, (Strings{folder / "|new|256", other + "||8", folder / "||32768"}));
+    {
+        ConsoleRedirect redirect(STDIN_FILENO, output.writeEnd());
+        const int size = static_cast<int>(bytes.size());
+        EXPECT_EQ(ConsoleDevice().write(bytes.data(), size), size);
+    }
+    output.closeWriteEnd();
+    reader.join();
+    return received;
 }
 
-TEST(Descriptor, FromElsewhereIsServedAndGivenBack) {
-    testing::Connection<testing::Tcp4Transport> connection;
-    const int port = connection.client.getHostPort();
-    Socket adopted = Socket::fromDescriptor(connection.server.release());
-    EXPECT_FALSE(connection.server.isValid());
-    EXPECT_EQ(adopted.getRemotePort(), port);
-    EXPECT_EQ(connection.client.send("x", 1), 1);
-    char byte = 0;
-    EXPECT_EQ(adopted.recv(&byte, 1, 10000), 1);
-    Socket bound = Socket::fromDescriptor(connection.listener.release());
-    ListenerDevice listening(&bound);
-    EXPECT_TRUE(connection.transport.client(listening.socket()).isValid());
-    EXPECT_FALSE(UnixSocket::fromDescriptor(adopted.fd()).isValid());
-    EXPECT_EQ(errno, EAFNOSUPPORT);
+TEST(ConsoleDevice, EscapesEveryByteThatATerminalMightActOnAndLosesNone) {
+    std::string bytes;
+    std::string expected;
+    for (int i = 0; i < 256 * 100; ++i) {
+        const char byte = static_cast<char>(i);
+        char text[8] = {byte};
+        const bool isSafe = byte != 0 && std::strchr("\t\n\r \"", byte) != nullptr;
+        if (!isSafe && (byte < '$' || byte > '~')) std::snprintf(text, 5, "\\x%02x", i % 256);
+        bytes += byte;
+        expected += text;
+    }
+    EXPECT_TRUE(shown(bytes) == expected);
+}
+
+TEST(ConsoleDevice, ReadsToItsEndClosesNothingAndSurvivesAReaderThatIsGone) {
+    Pipe input, output;
+    output.closeReadEnd();
+    LogCapture capture;
+    RecordingExecutor executor;
+    int disconnections = 0;
+    executor.disconnected = [&](Worker*) { ++disconnections; };
+    ASSERT_EQ(write(input.writeEnd(), "quit", 4), 4);
+    input.closeWriteEnd();
+    {
+        ConsoleRedirect redirect(input.readEnd(), output.writeEnd());
+        ConsoleDevice device;
+        ReceivedWorker worker(&device);
+        worker.attach(nullptr, &executor);
+        device.onDataArrival(device.getFd());
+        device.disconnect();
+        EXPECT_EQ(worker.chunks, Strings{"quit"});
+        EXPECT_EQ(disconnections, 0);
+        device.onDataArrival(STDIN_FILENO);
+        EXPECT_EQ(device.write("text", 4), 4);
+    }
+    EXPECT_EQ(disconnections, 1);
+    EXPECT_EQ(capture.count("[32] Broken pipe. write to the console fail. the rest of 4 bytes"), 1);
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <net/if.h>
 #include <sched.h>
 #include <vyn/network.h>
-#include <vyn/socket.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -35,14 +34,9 @@ TEST(Network, ListsTheKernelsInterfacesWithTheirAddresses) {
         std::ifstream("/sys/class/net/" + device.name + "/address") >> mac;
         if (device.loopback) mac = "";
         EXPECT_EQ(device.mac, mac.size() == 17 ? mac : "");
-        for (const InterfaceAddress& address : device.ipv4) {
-            Socket socket(Socket::TCP);
-            EXPECT_TRUE(socket.setHostIP(address.ip) && socket.bind(0)) << address.ip;
-        }
         if (!device.loopback || !device.up) continue;
         EXPECT_EQ(device.ipv4.at(0).ip, "127.0.0.1");
         EXPECT_EQ(device.ipv4[0].prefixLength, 8);
-        EXPECT_EQ(getIpAddress(device.name), "127.0.0.1");
         EXPECT_TRUE(device.carrier);
         for (const auto& address : device.ipv6) EXPECT_EQ(address.prefixLength, 128);
     }
@@ -53,6 +47,7 @@ TEST(Network, ALabelOfAnAddressIsNoInterface) {
     std::string ip;
     bool labelled = false;
     // A network namespace of its own, which goes with the thread.
+    testing::LogCapture log;
     std::thread([&] {
         labelled = unshare(CLONE_NEWNET) == 0 &&
                    std::system("ip address add 10.9.8.7/24 dev lo label lohome 2>&1") == 0;
@@ -61,12 +56,7 @@ TEST(Network, ALabelOfAnAddressIsNoInterface) {
     }).join();
     if (!labelled) GTEST_SKIP() << "no network namespace, or no ip command";
     EXPECT_EQ(std::count(names.begin(), names.end(), "lohome"), 0);
-    EXPECT_EQ(ip, "10.9.8.7");
-}
-
-TEST(Network, AnUnknownInterfaceIsEmptyAndOneLine) {
-    testing::LogCapture log;
-    EXPECT_EQ(getIpAddress("lo:") + getMacAddress("nosuchif"), "");
+    EXPECT_EQ(ip + getIpAddress("lohome") + getMacAddress("nosuchif"), "10.9.8.7");
     EXPECT_EQ(log.count("no network interface"), 2);
 }
 

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <netinet/tcp.h>
+#include <sys/file.h>
 #include <sys/un.h>
 #include <vyn/socket.h>
 #include <vyn/unix_socket.h>
-
-#include <tuple>
 
 #include "support/support.h"
 #include "support/transports.h"
@@ -52,16 +51,20 @@ TYPED_TEST(StreamSocket, CopiesOwnADescriptorEachAndTakingOverEmptiesTheSource) 
         SocketType moved(this->server);
         moved.move(taken);
         moved.move(moved);
-        SocketType last(std::move(moved));
-        EXPECT_EQ(openDescriptors(), before);
-        SocketType copy(last);
-        SocketType assigned;
+        SocketType last(std::move(moved)), copy(last), assigned;
         assigned = copy;
         EXPECT_EQ(openDescriptors(), before + 2);
         last.reset();
         copy.reset();
         EXPECT_EQ(assigned.send("x", 1), 1);  // the last one keeps the connection open
         EXPECT_TRUE(isCloseOnExec(assigned.fd()));
+        const int fd = assigned.fd();
+        const SocketType adopted = SocketType::fromDescriptor(assigned.release());
+        EXPECT_FALSE(assigned.isValid());
+        EXPECT_EQ(adopted.fd(), fd);
+        using Other = std::conditional_t<std::is_same_v<SocketType, Socket>, UnixSocket, Socket>;
+        EXPECT_FALSE(Other::fromDescriptor(fd).isValid());
+        EXPECT_EQ(errno, EAFNOSUPPORT);
     }
     EXPECT_EQ(openDescriptors(), before - 1);
 }
@@ -86,32 +89,45 @@ Socket boundTo(Socket::Type type, const std::string& ip, int port = 0) {
     return socket.bind(port) ? socket : Socket();
 }
 
+int option(const SocketBase& socket, int level, int name) {
+    timeval value{};  // of which a number is the beginning
+    socklen_t length = sizeof value;
+    EXPECT_EQ(getsockopt(socket.fd(), level, name, &value, &length), 0);
+    return static_cast<int>(value.tv_sec);
+}
+
 TEST(Socket, FamilyFollowsTheAddressAndSettingsStay) {
     if (!boundTo(Socket::TCP, "::1").isValid()) GTEST_SKIP() << "this host has no IPv6";
+    const timeval limit{7, 0};
     Socket socket(Socket::TCP);
     socket.setReceiveBufferSize(8000);
     EXPECT_TRUE(socket.setKeepAlive(true, 30, 5, 3));
+    setsockopt(socket.fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     EXPECT_TRUE(socket.setHostIP("::1") && socket.bind(0) && socket.listen());
     EXPECT_EQ(socket.getHostIP(), "::1");
-    for (const auto& [level, name, expected] :
-         {std::tuple(SOL_SOCKET, SO_RCVBUF, 16000), {IPPROTO_TCP, TCP_KEEPIDLE, 30}}) {
-        int value = -1;
-        socklen_t length = sizeof value;
-        getsockopt(socket.fd(), level, name, &value, &length);
-        EXPECT_EQ(value, expected) << name;
-    }
+    EXPECT_EQ(option(socket, SOL_SOCKET, SO_RCVBUF), 16000);
+    EXPECT_EQ(option(socket, IPPROTO_TCP, TCP_KEEPIDLE), 30);
+    EXPECT_EQ(option(socket, SOL_SOCKET, SO_SNDTIMEO), 7);
     EXPECT_TRUE(isCloseOnExec(socket.fd()));
     Socket client(Socket::TCP);
     EXPECT_TRUE(client.connect("::1", socket.getHostPort()));
     EXPECT_EQ(client.getRemoteIP(), "::1");
+    EXPECT_EQ(option(client, IPPROTO_TCP, TCP_NODELAY), 1);
+    EXPECT_EQ(option(socket.accept(), IPPROTO_TCP, TCP_NODELAY), 1);
     EXPECT_FALSE(socket.connect("127.0.0.1", 1));  // a bound socket cannot change
+
+    Socket server = boundTo(Socket::UDP, "::1"), sender(Socket::UDP);
+    SocketAddress address;
+    ASSERT_TRUE(SocketAddress::parse("::1", server.getHostPort(), &address));
+    EXPECT_EQ(sender.sendTo("x", 1, address), 1) << Socket::lastErrorMessage();
+    char byte = 0;
+    EXPECT_EQ(server.recvFrom(&byte, 1, 10000, nullptr), 1);
 }
 
 TEST(Socket, TakesNumericAddressesAndPortsInRangeOnly) {
     for (const char* ip : {"localhost", "256.0.0.1", "127.1", "::1::", "fe80::1%nosuchif"}) {
         Socket socket(Socket::TCP);
         EXPECT_FALSE(socket.setHostIP(ip)) << ip;
-        EXPECT_FALSE(socket.bind(0)) << ip;
         EXPECT_FALSE(socket.connect(ip, 1)) << ip;
         EXPECT_EQ(errno, EINVAL);
     }
@@ -119,7 +135,6 @@ TEST(Socket, TakesNumericAddressesAndPortsInRangeOnly) {
         EXPECT_FALSE(Socket(Socket::TCP).bind(port));
         EXPECT_FALSE(Socket(Socket::TCP).connect("127.0.0.1", port));
     }
-    EXPECT_FALSE(Socket(Socket::TCP).connect("", 1));
     EXPECT_EQ(boundTo(Socket::TCP, "").getHostIP(), "0.0.0.0");
     SocketAddress address;
     if (!SocketAddress::parse("fe80::1%lo", 7, &address)) GTEST_SKIP() << "no interface lo";
@@ -154,19 +169,12 @@ TEST(Socket, ConnectsAfterARefusalAndATimeoutAndInTheBackground) {
     EXPECT_EQ(client.getRemotePort(), 0);
     EXPECT_FALSE(isNonBlocking(client.fd()));
 
-    ::listen(listener.fd(), 0);  // a backlog that is full leaves further attempts unanswered
-    std::vector<Socket> fillers;
-    for (int i = 0; i < 3; ++i) {
-        fillers.emplace_back(Socket::TCP);
-        EXPECT_TRUE(fillers.back().startConnect("127.0.0.1", port));
-        EXPECT_EQ(fillers.back().getRemotePort(), port);
-    }
-    ASSERT_TRUE(awaitReadable(listener.fd()));
+    FullBacklog full(listener);
     EXPECT_FALSE(client.connect("127.0.0.1", port, 30));
     EXPECT_EQ(errno, ETIMEDOUT);
     listener.listen();
     EXPECT_TRUE(client.connect("127.0.0.1", port));
-    EXPECT_TRUE(awaitReady(fillers[0].fd(), POLLOUT));
+    EXPECT_TRUE(awaitReady(full.first.fd(), POLLOUT));
 }
 
 struct UnixSocketTest : ::testing::Test {
@@ -190,18 +198,13 @@ TEST_F(UnixSocketTest, TellsWhoIsAtTheOtherEnd) {
         EXPECT_EQ(server.getRemoteAddr(), name + "-client");
         EXPECT_EQ(client.getRemoteAddr(), name);
         const auto peer = server.peerCredentials();
-        ASSERT_TRUE(peer.has_value());
-        EXPECT_EQ(peer->pid, getpid());
-        EXPECT_EQ(peer->uid, geteuid());
-        EXPECT_EQ(peer->gid, getegid());
+        EXPECT_TRUE(peer.has_value() && peer->pid == getpid() && peer->uid == geteuid());
     }
-    UnixSocket alone(UnixSocket::DGRAM);
-    EXPECT_FALSE(alone.peerCredentials().has_value());
-    EXPECT_EQ(alone.getRemoteAddr() + alone.getLocalAddr(), "");
     EXPECT_EQ(folder.entries(), 2);
-    UnixSocket server = boundTo(UnixSocket::DGRAM, folder / "server");
-    ASSERT_TRUE(alone.bind(folder / "sender"));
-    EXPECT_EQ(alone.sendTo("", 0, folder / "server"), 0);
+    UnixSocket server = boundTo(UnixSocket::DGRAM, folder / "server"), sender(UnixSocket::DGRAM);
+    EXPECT_EQ(sender.getRemoteAddr() + sender.getLocalAddr(), "");
+    ASSERT_TRUE(sender.bind(folder / "sender"));
+    EXPECT_EQ(sender.sendTo("", 0, folder / "server"), 0);
     char byte = 0;
     std::string from;
     EXPECT_EQ(server.recvFrom(&byte, 1, 10000, &from), 0);
@@ -226,9 +229,12 @@ TEST_F(UnixSocketTest, RefusesWhatCannotBeAnAddressWithOneLine) {
 }
 
 TEST_F(UnixSocketTest, ReplacesTheFileOfASocketThatIsGoneAndNothingElse) {
+    const int lock = open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);  // which others may hold
     for (const auto type : {UnixSocket::STREAM, UnixSocket::DGRAM, UnixSocket::STREAM}) {
         EXPECT_TRUE(boundTo(type, folder / "stale").isValid());
     }
+    close(lock);
     folder.write("file", "precious");
     ASSERT_EQ(symlink((folder / "stale").c_str(), (folder / "link").c_str()), 0);
     UnixSocket listener = boundTo(UnixSocket::STREAM, folder / "listening");
