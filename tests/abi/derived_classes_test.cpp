@@ -57,71 +57,59 @@ TEST(DerivedClasses, OfDevicesWorkersAndCommandsAreCalledByTheSharedLibrary) {
     expectOverridden<Command, Line>("text");
 }
 
-struct Listener : Parser::PostListener {
-    void onCommandParsed(Command*) override {}
-    void onPacketCreated(const void* data, int len) override {
-        packet.assign(static_cast<const char*>(data), static_cast<size_t>(len));
-    }
-    std::string packet;
-};
-
-struct OwnAuthenticator : Authenticator {
-    bool pass() override { return false; }
-};
-
-struct Field : Serializer, XmlDocument {
-    void serialize(Archive& archive) override { archive << value; }
-    void deserialize(Archive& archive) override { archive >> value; }
-    void writeXml(XmlCodec* codec) override { codec->put("field", value); }
-    void readXml(XmlCodec* codec) override { codec->get("field", value); }
-    std::string value;
-};
-
 struct OwnMessage : logging::LogMessage {
     using LogMessage::LogMessage;
 };
 
-struct Say : ThreadPool::Task {
-    void run() override { OwnMessage("tag", logging::kLevelInfo) << "said"; }
-};
-
-struct Service : RecordingExecutor, Timer, Message::Callback {
+// All that an application plugs into the library.
+struct Plug : RecordingExecutor,
+              Timer,
+              Message::Callback,
+              Authenticator,
+              Parser::PostListener,
+              Serializer,
+              XmlDocument,
+              ThreadPool::Task {
     bool onTimer(void* loop, int) override {
         static_cast<Connector*>(loop)->sendMessageDelayed(this,
                                                           Message::obtain(this, 1, 0, 0, loop), 0);
         return false;
     }
     void onMessage(Message posted) override { static_cast<Connector*>(posted.obj)->stop(); }
+    bool pass() override { return false; }
+    void onCommandParsed(Command*) override {}
+    void onPacketCreated(const void*, int len) override { value = std::to_string(len); }
+    void serialize(Archive& archive) override { archive << value; }
+    void deserialize(Archive& archive) override { archive >> value; }
+    void writeXml(XmlCodec* codec) override { codec->enter(value, true); }
+    void readXml(XmlCodec*) override {}
+    void run() override { OwnMessage("tag", logging::kLevelInfo) << "said"; }
+
+    std::string value;
 };
 
 TEST(DerivedClasses, OfWhatAnApplicationPlugsInAreCalledByTheSharedLibrary) {
+    Plug plug, loaded;
     LineParser parser;
-    Listener listener;
-    parser.setListener(&listener);
+    parser.setListener(&plug);
     Line line("text");
     parser.createPacket(&line);
-    EXPECT_EQ(listener.packet, "text\n");
     Worker worker;
-    OwnAuthenticator authenticator;
-    worker.attach(&authenticator);
+    worker.attach(&plug);
     EXPECT_FALSE(worker.hasAuthenticated());
 
     Connector loop;
-    Service service;
-    loop.attach(&service);
-    loop.addTimer(&service, 1, &loop);
+    loop.attach(&plug);
+    loop.addTimer(&plug, 1, &loop);
     loop.run();
 
-    Field written, archived;
-    written.value = "7";
     Buffer block;
-    written.saveTo(block);
-    archived.loadFrom(block);
-    EXPECT_EQ(archived.value, "7");
-    EXPECT_EQ(written.encode(), "\n");
-
+    plug.saveTo(block);
+    loaded.loadFrom(block);
+    EXPECT_EQ(loaded.value, "5");
+    EXPECT_EQ(loaded.encode(), "<5/>\n\n");
     LogCapture log;
-    { ThreadPool(1).addTask(new Say); }
+    { ThreadPool(1).addTask(new Plug); }
     EXPECT_EQ(log.count("said"), 1);
 }
 
