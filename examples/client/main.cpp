@@ -35,22 +35,19 @@ class Lookup : public vyn::Handler {
         : Handler(loop), mHost(std::move(host)), mPort(port), mFound(std::move(found)) {}
     // What it was given is called on the loop's thread.
     void start() {
-        if (!std::exchange(mIsAsking, true)) mPool.addTask(new Ask(*this));
+        if (!std::exchange(mIsAsking, true)) mPool.addTask([this] { ask(); });
     }
 
   private:
-    struct Ask : vyn::ThreadPool::Task {
-        explicit Ask(Lookup& itsLookup) : lookup(itsLookup) {}
-        void run() override {
-            Addresses found = vyn::helper::resolve(lookup.mHost, lookup.mPort);
-            {
-                vyn::AutoLock lock(lookup.mLock);
-                lookup.mAddresses = std::move(found);
-            }
-            lookup.sendMessage(vyn::Message::obtain());
+    // On the pool's thread.
+    void ask() {
+        Addresses found = vyn::helper::resolve(mHost, mPort);
+        {
+            vyn::AutoLock lock(mLock);
+            mAddresses = std::move(found);
         }
-        Lookup& lookup;
-    };
+        sendMessage(vyn::Message::obtain());
+    }
     void onMessage(vyn::Message) override {
         Addresses found;
         {

@@ -83,19 +83,14 @@ class Commands : public vyn::Message::Callback {
         vyn::Buffer topics;
         mTopics.saveTo(topics);
         mSnapshot.set("topics", topics.toHexString(), false);
-        mPool.addTask(new Save(*this, peer));
+        mPool.addTask([this, peer] { save(peer); });
     }
-    struct Save : vyn::ThreadPool::Task {
-        Save(Commands& itsCommands, PeerId itsPeer) : commands(itsCommands), peer(itsPeer) {}
-        void run() override {
-            const int isSaved = commands.mSnapshot.save() ? 1 : 0;
-            if (isSaved == 0) VYN_LOG_ERROR << "the snapshot is not saved";
-            const auto result = vyn::Message::obtain(&commands, 0, peer, isSaved, nullptr);
-            commands.mPeers.sendMessage(result);
-        }
-        Commands& commands;
-        const PeerId peer;
-    };
+    // On the pool's thread.
+    void save(PeerId peer) {
+        const int isSaved = mSnapshot.save() ? 1 : 0;
+        if (isSaved == 0) VYN_LOG_ERROR << "the snapshot is not saved";
+        mPeers.sendMessage(vyn::Message::obtain(this, 0, peer, isSaved, nullptr));
+    }
     std::string status() const {
         std::string line;
         for (const char byte : Status(mPeers.count(), mTopics).encode()) {

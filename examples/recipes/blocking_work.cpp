@@ -29,7 +29,9 @@ std::string answerSlowly(int question) {
 class Queries : public vyn::Handler {
   public:
     using Handler::Handler;
-    void ask(int question) { mPool.addTask(new Query(*this, question)); }
+    void ask(int question) {
+        mPool.addTask([this, question] { finish(answerSlowly(question)); });
+    }
     size_t answers() const { return mAnswers; }
 
   private:
@@ -45,12 +47,6 @@ class Queries : public vyn::Handler {
         mAnswers += found.size();
         if (mAnswers == 3) mLoop.stop();
     }
-    struct Query : vyn::ThreadPool::Task {
-        Query(Queries& itsOwner, int itsQuestion) : owner(itsOwner), question(itsQuestion) {}
-        void run() override { owner.finish(answerSlowly(question)); }
-        Queries& owner;
-        const int question;
-    };
     // On a thread of the pool.
     void finish(std::string answer) {
         {

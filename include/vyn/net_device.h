@@ -68,8 +68,9 @@ class VYN_API ListenerDevice : public NetDevice {
   public:
     // Does not listen until listen() is called.
     ListenerDevice();
-    // Takes over a bound socket, such as one from Socket::fromDescriptor(), and listens. Failing to
-    // is fatal. One without a descriptor, or null, leaves the device unbound.
+    // Takes over a bound socket, such as one from Socket::fromDescriptor(), or one that got options
+    // before it was bound (setReusePort(), setV6Only()), and listens. Failing to is fatal. One
+    // without a descriptor, or null, leaves the device unbound.
     explicit ListenerDevice(const Socket* bound);
     // Listens on `ip`, or on every address when that is empty; port 0 takes any free one. Failing
     // to bind is fatal. A negative port leaves the device unbound.
