@@ -109,6 +109,7 @@ TEST(FailingCalls, APoolOutlivesALostSignal) {
             const Refusal refusal("signal", EINTR, 0, 1);
             for (; gLeft > 0; ++added) {
                 while (gLeft > 0 && !hasRunAll()) std::this_thread::yield();
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
                 pool.addTask(new CountedTask);
             }
         }
