@@ -21,8 +21,8 @@ int openSilent() {
     return fd;
 }
 
-int openReady() {
-    const int fd = eventfd(1, EFD_NONBLOCK);
+int openCounter(unsigned count) {
+    const int fd = eventfd(count, EFD_NONBLOCK);
     bench::require(fd >= 0, "eventfd");
     return fd;
 }

@@ -2,11 +2,16 @@
 
 #pragma once
 
+#include <sys/eventfd.h>
+
+#include <chrono>
+#include <thread>
+
 #include "support/bench.h"
 #include "support/machine.h"
 
-// What a turn of a loop costs beside connections and timers that are idle. Each contestant is a
-// class of this shape:
+// What a turn of a loop costs beside connections and timers that are idle, and what the loop costs
+// when they all are. Each contestant is a class of this shape:
 //
 //     void addConnection(int fd);      watches it for reading
 //     void addTimer(int intervalMs);
@@ -33,9 +38,9 @@ class Turn {
     int64_t mCount = 0;
 };
 
-// Descriptors that are never readable, and one that always is.
+// Descriptors that are never readable, and one that is when its counter is not 0.
 int openSilent();
-int openReady();
+int openCounter(unsigned count);
 
 constexpr int kIdleIntervalMs = 3600000;
 
@@ -47,14 +52,40 @@ void measureTurn(int connections, int timers) {
     for (int i = 0; i < connections; ++i) loop.addConnection(openSilent());
     for (int i = 0; i < timers; ++i) loop.addTimer(kIdleIntervalMs + i);
     Turn turn;
-    loop.run(openReady(), turn);
+    loop.run(openCounter(1), turn);
     turn.report();
+}
+
+// The loop's thread is watched by another one, which does not disturb it before it is done.
+template <class Loop>
+void measureRest(int connections) {
+    constexpr int kSeconds = 5;
+    bench::allowDescriptors(connections + 100);
+    bench::pinTo(bench::kMeasuredCore);
+    Loop loop;
+    for (int i = 0; i < connections; ++i) loop.addConnection(openSilent());
+    const pthread_t measured = pthread_self();
+    const int end = openCounter(0);
+    std::thread watch([&] {
+        bench::pinTo(bench::kLoadCore);
+        std::this_thread::sleep_for(std::chrono::seconds(1));  // until all has settled
+        const int64_t begin = bench::cpuTimeOf(measured);
+        std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
+        const auto used = static_cast<double>(bench::cpuTimeOf(measured) - begin);
+        bench::report("cpu_per_s", used / 1000 / kSeconds, "us");
+        bench::require(eventfd_write(end, 1) == 0, "eventfd_write");
+    });
+    Turn turn;
+    loop.run(end, turn);
+    watch.join();
 }
 
 template <class Loop>
 std::vector<bench::Contest> turnContests(const char* name) {
     return {{"turn-10-connections", name, [] { measureTurn<Loop>(10, 0); }},
             {"turn-10000-connections", name, [] { measureTurn<Loop>(10000, 0); }},
+            {"rest-10-connections", name, [] { measureRest<Loop>(10); }},
+            {"rest-10000-connections", name, [] { measureRest<Loop>(10000); }},
             {"turn-10-timers", name, [] { measureTurn<Loop>(0, 10); }},
             {"turn-10000-timers", name, [] { measureTurn<Loop>(0, 10000); }}};
 }

@@ -39,6 +39,12 @@ int64_t threadCpuTime() { return readClock(CLOCK_THREAD_CPUTIME_ID); }
 
 int64_t processCpuTime() { return readClock(CLOCK_PROCESS_CPUTIME_ID); }
 
+int64_t cpuTimeOf(pthread_t thread) {
+    clockid_t clock{};
+    require(pthread_getcpuclockid(thread, &clock) == 0, "pthread_getcpuclockid");
+    return readClock(clock);
+}
+
 void pinTo(int n) {
     for (size_t core = 0; core < CPU_SETSIZE; ++core) {
         if (!CPU_ISSET(core, &gCores) || n-- > 0) continue;

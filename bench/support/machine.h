@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <pthread.h>
+
 #include <cstdint>
 #include <vector>
 
@@ -13,6 +15,8 @@ int64_t now();
 // Nanoseconds that the calling thread, or the whole process, has spent on a core so far.
 int64_t threadCpuTime();
 int64_t processCpuTime();
+// That another thread has spent.
+int64_t cpuTimeOf(pthread_t thread);
 
 // The measured side runs on one core and what loads it on the other.
 constexpr int kLoadCore = 0;
