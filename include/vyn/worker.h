@@ -274,6 +274,7 @@ class VYN_API Worker : public Parser::PostListener {
   private:
     friend class ClientLink;
     friend class GatherScope;
+    friend class HeartbitWalk;
     friend class LinuxConnector;
     friend class WatchedDescriptors;
     friend class WorkerRegistry;
@@ -293,10 +294,12 @@ class VYN_API Worker : public Parser::PostListener {
     struct WriteBatch;
     struct Flow;
 
-    // As checkHeartbit() for the connector's worker with this ticket; 0 for one of no connector.
-    // What came until `readUntil`, in 64 bits of ticks, has been read; INT64_MIN for nothing yet.
-    void checkHeartbit(uint64_t ticket, int64_t readUntil);
-    void deliver(const void* data, int len);
+    // The steps of checkHeartbit(). Times are 64 bits of ticks. The worker may be gone after either
+    // of the latter two.
+    long silenceUntil(int64_t readUntil);  // 0 when that is INT64_MIN
+    void keepAlive(int64_t now);
+    bool reportSilence(long silence);  // returns whether the executor was called
+    void deliver(const void* data, int len, int32_t now);
 
     // --- Into the queue.
     bool mayWrite(const char* operation = __builtin_FUNCTION());
@@ -346,7 +349,6 @@ class VYN_API Worker : public Parser::PostListener {
     bool isReading() const;
     bool isConnecting() const;
     void updateReading();
-    long silenceUntil(long until);
 
     // --- The end.
     Drained leave(Drained drained);

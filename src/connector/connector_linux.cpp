@@ -149,15 +149,7 @@ void LinuxConnector::setLoadingRange(int empty, int full) {
     VYN_LOG_DEBUG << "update loading range to [" << empty << ", " << full << "].";
 }
 
-void LinuxConnector::checkHeartbit() {
-    const uint32_t removals = mWorkers.removals();
-    mWorkers.listReady(mHeartbitSnapshot);
-    for (const Registration& registration : mHeartbitSnapshot) {
-        if (mWorkers.removals() != removals && !mWorkers.holds(registration)) continue;
-        Worker* const worker = registration.worker;
-        if (worker->isValid()) worker->checkHeartbit(registration.ticket, mReadHorizon.time());
-    }
-}
+void LinuxConnector::checkHeartbit() { mHeartbitWalk.run(mReadHorizon.time()); }
 
 void LinuxConnector::init() {
     addTimer(&mHeartbitTimer, HeartbitTimer::kIntervalMs, this);

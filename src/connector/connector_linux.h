@@ -13,6 +13,7 @@
 #include "connector/connector_impl.h"
 #include "connector/epoll.h"
 #include "connector/heartbit_timer.h"
+#include "connector/heartbit_walk.h"
 #include "connector/message_queue.h"
 #include "connector/once_a_second.h"
 #include "connector/read_horizon.h"
@@ -69,6 +70,7 @@ class LinuxConnector : public Connector::Impl {
     void runTurn(epoll_event* events);
     int waitForEvents(epoll_event* events);
     int wait(epoll_event* events, int timeout);
+    void noteAwake(const tick::Instant& awake);
     bool isFairTurn();
     int pollEvents(epoll_event* events);
     int64_t nextDue() const;
@@ -114,6 +116,7 @@ class LinuxConnector : public Connector::Impl {
     Epoll mEpoll;
     WakePipe mTickFd;
     WorkerRegistry mWorkers{mEpoll, mTickFd};
+    HeartbitWalk mHeartbitWalk{mWorkers};
     Reminder mReminder{*this};
     HeartbitTimer mHeartbitTimer{*this};  // one of those of mTimers, which drops it at its end
     TimerQueue mTimers{mTickFd};
@@ -128,12 +131,13 @@ class LinuxConnector : public Connector::Impl {
     std::atomic<LoadingRange> mLoadingRange{{0, 100}};
 
     // Kept for their memory only.
-    std::vector<Registration> mHeartbitSnapshot;
     std::vector<Registration> mOverflowed;
     std::vector<Registration> mDirectWriters;
 
     int64_t mNow = 0;  // what is due at this tick::now() is the turn's; INT64_MIN for nothing
-    bool mHadSeveralEvents = false;  // in the last turn that looked for some
+    int64_t mLastLook = INT64_MIN;  // the last tick::now() of a wait
+    bool mLookIsFresh = false;      // nothing has been called since
+    bool mExpectsEvents = false;    // there were some at once the last time
     ReadHorizon mReadHorizon;
     StaleEvents mStaleEvents;
     bool mWakePipeIsWatched = false;

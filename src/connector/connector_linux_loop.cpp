@@ -10,6 +10,7 @@
 #include "common/tick.h"
 #include "connector/connector_linux.h"
 #include "connector/gather_scope.h"
+#include "connector/read_stamp.h"
 
 // The turns of the loop.
 
@@ -19,6 +20,8 @@ namespace {
 
 constexpr int kEventsPerWait = 20;
 constexpr int64_t kLongestWaitMs = 1000;
+// A wait that ends sooner has not waited: there were events already.
+constexpr int64_t kAtOnceNs = 2000;
 
 }  // namespace
 
@@ -46,7 +49,7 @@ void LinuxConnector::runTurn(epoll_event* events) {
     mTickFd.countOwnWakes(false);
     const int count = waitForEvents(events);
     checkAndWriteData(count, events);
-    mTimers.fireDue(mNow);
+    if (mTimers.fireDue(mNow)) mLookIsFresh = false;
     checkAndHandleMessage();
     dispatch(count, events);
 }
@@ -88,6 +91,10 @@ int LinuxConnector::waitForEvents(epoll_event* events) {
         mNow = nowIfDue();
         return isFairTurn() ? pollEvents(events) : 0;
     }
+    if (mExpectsEvents && !tick::isReached(nextDue())) {
+        const int count = pollEvents(events);
+        if (count > 0) return count;
+    }
     const tick::Instant now = tick::instant();
     mNow = now.milliseconds;
     const int timeout = nextTimerAndMessageTimeout(mNow);
@@ -96,8 +103,8 @@ int LinuxConnector::waitForEvents(epoll_event* events) {
     mDiagnoser.record(false, static_cast<uint64_t>(now.nanoseconds));
     const int count = wait(events, timeout);
     const tick::Instant awake = tick::instant();
-    mDiagnoser.record(true, static_cast<uint64_t>(awake.nanoseconds));
-    mNow = awake.milliseconds;
+    noteAwake(awake);
+    mExpectsEvents = count > 1 || (count == 1 && awake.nanoseconds - now.nanoseconds < kAtOnceNs);
     noteWait(now.milliseconds, timeout, count);
     return count;
 }
@@ -107,24 +114,36 @@ bool LinuxConnector::isFairTurn() {
     const int fairness = mFairness.load(std::memory_order_relaxed);
     if (fairness == 0 || ++mTurnsWithoutEvents < fairness) return false;
     mTurnsWithoutEvents = 0;
+    mLastLook = tick::now();  // other turns may not look at the clock at all
     return true;
 }
 
+// Looks for events without waiting. That spares the loop a look at the clock, and the kernel, which
+// a time-out makes look at it even when there are events, another: worth it where some are likely
+// to be there.
 int LinuxConnector::pollEvents(epoll_event* events) {
-    const int64_t began = tick::now();
+    const int64_t began = mLastLook;  // or later
     const int count = wait(events, 0);
-    count == 0 ? mReadHorizon.onNothing(began) : noteWait(began, 0, count);
+    mExpectsEvents = count > 0;
+    if (count == 0) mReadHorizon.onNothing(began);
+    if (count <= 0) return count;
+    const tick::Instant awake = tick::instant();
+    mDiagnoser.record(false, static_cast<uint64_t>(awake.nanoseconds));
+    noteAwake(awake);
+    noteWait(began, 0, count);
     return count;
 }
 
-// A time-out makes the kernel look at its clock, even when there are events. So where the last turn
-// had several, and this one is likely to have some, they are asked for without one first.
 int LinuxConnector::wait(epoll_event* events, int timeout) {
-    int count = mHadSeveralEvents && timeout > 0 ? mEpoll.wait(events, kEventsPerWait, 0) : 0;
-    if (count == 0) count = mEpoll.wait(events, kEventsPerWait, timeout);
+    const int count = mEpoll.wait(events, kEventsPerWait, timeout);
     if (count < 0 && errno != EINTR) onWaitFailed(errno);
-    mHadSeveralEvents = count > 1;
     return count;
+}
+
+void LinuxConnector::noteAwake(const tick::Instant& awake) {
+    mDiagnoser.record(true, static_cast<uint64_t>(awake.nanoseconds));
+    mNow = mLastLook = awake.milliseconds;
+    mLookIsFresh = true;
 }
 
 // When the next timer, delayed message or retry is due.
@@ -185,6 +204,7 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
 
 // Sets `error` when the kernel refused something.
 void LinuxConnector::writeOn(EpollToken token, Worker* worker, int& error) {
+    mLookIsFresh = false;
     const Registration writer{worker, mWorkers.ticketOf(worker)};
     const Worker::Drained drained = worker->serveWrites();
     const bool more =
@@ -199,6 +219,7 @@ void LinuxConnector::writeOn(EpollToken token, Worker* worker, int& error) {
 void LinuxConnector::checkAndHandleMessage() {
     Message message;
     if (!mMessages.takeDue(message, mNow)) return;
+    mLookIsFresh = false;
     if (message.callback != nullptr) {
         message.callback->onMessage(message);
     } else if (message.target != nullptr) {
@@ -212,7 +233,10 @@ void LinuxConnector::dispatch(int count, const epoll_event* events) {
     if (count <= 0) return;
     {
         const GatherScope gathering(nullptr);
-        for (int i = 0; i < count; ++i) dispatch(events[i]);
+        if (mLookIsFresh) ReadStamp::keep(static_cast<int32_t>(tick::toTick(mNow)));
+        dispatch(events[0]);
+        ReadStamp::forget();
+        for (int i = 1; i < count; ++i) dispatch(events[i]);
     }
     mReadHorizon.onHandled();
     if (mStaleEvents.last()) dropClosedRegistrations();

@@ -44,8 +44,8 @@ class TimerQueue {
     int clear();
 
     // Calls every timer that is due at `now`, a tick::now(), in the order in which they were added.
-    // Loop thread.
-    void fireDue(int64_t now);
+    // Returns whether there are any. Loop thread.
+    bool fireDue(int64_t now);
 
     // The tick::now() at which the first timer is due; INT64_MAX without timers.
     int64_t nextExpire() const { return mNextExpire.load(std::memory_order_acquire); }

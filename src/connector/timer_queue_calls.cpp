@@ -24,8 +24,8 @@ int TimerQueue::clear() {
     return static_cast<int>(timers.size());
 }
 
-void TimerQueue::fireDue(int64_t now) {
-    if (nextExpire() > now) return;
+bool TimerQueue::fireDue(int64_t now) {
+    if (nextExpire() > now) return false;
 
     AutoMonitor lock(mLock);
     mDue.clear();
@@ -38,6 +38,7 @@ void TimerQueue::fireDue(int64_t now) {
         if (!timer->mRemoved && timer->getLeftTime(now) < 1) fire(timer);
     }
     endWalk();
+    return true;
 }
 
 void TimerQueue::fire(TimerWrapper* timer) {
@@ -59,6 +60,7 @@ void TimerQueue::fire(TimerWrapper* timer) {
 // Takes the timer out and tells it, or leaves that to the loop that calls it now.
 void TimerQueue::drop(TimerWrapper* timer, bool mayWait) {
     Timer* const told = timer->mTimer;
+    __builtin_prefetch(told);  // its fetching is not held up by the lock then
     const uint64_t sequence = timer->mSequence;
     TimerCall call;
     call.id = timer->getId();

@@ -14,6 +14,7 @@
 #include "connector/life_watch.h"
 #include "connector/missing_part.h"
 #include "connector/parser_call.h"
+#include "connector/read_stamp.h"
 #include "connector/worker_tick.h"
 #include "device/client_link.h"
 
@@ -38,7 +39,7 @@ Worker::Worker(Device* device, Parser* parser)
 
 void Worker::onCommandParsed(Command* cmd) {
     if (!checkValid() || isLeaving()) return;
-    mLastReadTick.store(tick32(), std::memory_order_relaxed);
+    mLastReadTick.store(ReadStamp::take(), std::memory_order_relaxed);
     onPostCreateCommand(cmd);
     tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
@@ -103,36 +104,46 @@ void Worker::onDataArrival(int fd) {
 }
 
 void Worker::checkHeartbit() {
+    if (!checkValid() || isConnecting()) return;
     Connector* const connector = getConnector();
-    checkHeartbit(connector == nullptr ? 0 : connector->ticketOf(this), tick::now());
+    const uint64_t ticket = connector == nullptr ? 0 : connector->ticketOf(this);
+    const int64_t now = tick::now();
+    const long silence = silenceUntil(now);
+    LifeWatch life(static_cast<PostListener*>(this));
+    keepAlive(now);
+    // That may have found the peer gone, and the executor acted on it.
+    if (life.ended() || (ticket != 0 && getConnector()->ticketOf(this) != ticket)) return;
+    reportSilence(silence);
 }
 
-void Worker::checkHeartbit(uint64_t ticket, int64_t readUntil) {
-    if (!checkValid() || isConnecting()) return;
-    long sinceLastRead = 0;
-    if (readUntil != INT64_MIN) {
-        sinceLastRead = silenceUntil(tick::toTick(readUntil));
+void Worker::keepAlive(int64_t now) {
+    const int32_t lastWrite = mLastWriteTick.load(std::memory_order_relaxed);
+    long sinceLastWrite = helper::tickDifference(tick::toTick(now), lastWrite);
+    // Written a moment ago, by a callback for another worker.
+    if (sinceLastWrite < 0 && lastWrite != 0) {
+        sinceLastWrite = helper::tickDifference(helper::mtick(), lastWrite);
     }
-    LifeWatch life(static_cast<PostListener*>(this));
-    sendHeartbit(
-        helper::tickDifference(helper::mtick(), mLastWriteTick.load(std::memory_order_relaxed)));
-    // The keep-alive may have found the peer gone, and the executor acted on it.
-    if (life.ended() || (ticket != 0 && getConnector()->ticketOf(this) != ticket)) return;
-    if (!hasRemoteTimedout(std::max(sinceLastRead, 0L))) return;
+    sendHeartbit(sinceLastWrite);
+}
+
+bool Worker::reportSilence(long silence) {
+    if (!hasRemoteTimedout(silence)) return false;
     tellIfMissing(getExecutor(), this);
-    VYN_CHECK_OR_RETURN(mExecutor != NULL);
+    VYN_CHECK_OR_RETURN_VALUE(mExecutor != NULL, true);
     getExecutor()->onHeartbitTimeout(this);
+    return true;
 }
 
 void Worker::onData(const void* data, int len) {
     if (!checkValid()) return;
-    mLastReadTick.store(tick32(), std::memory_order_relaxed);
+    const int32_t now = ReadStamp::take();
+    mLastReadTick.store(now, std::memory_order_relaxed);
     if (isLeaving()) return;
     const GatherScope gathering(this);
-    deliver(data, len);
+    deliver(data, len, now);
 }
 
-void Worker::deliver(const void* data, int len) {
+void Worker::deliver(const void* data, int len, int32_t now) {
     if (mAuthenticator != nullptr && !mAuthenticator->pass()) {
         mAuthenticator->onData(data, len);
         return;
@@ -141,7 +152,9 @@ void Worker::deliver(const void* data, int len) {
     tellIfMissing(mParser, this);
     VYN_CHECK_OR_RETURN(mParser != NULL);
     mParser->setListener(this);
+    ReadStamp::keep(now);
     mParser->doParse(data, len);
+    ReadStamp::forget();
 }
 
 void Worker::onDisconnected() {

@@ -6,6 +6,9 @@
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
+#include <algorithm>
+
+#include "common/tick.h"
 #include "connector/queued_write.h"
 #include "connector/worker_tick.h"
 
@@ -144,12 +147,15 @@ void Worker::updateReading() {
 }
 
 // How long the peer has been silent by then, not counting pauses.
-long Worker::silenceUntil(long until) {
+long Worker::silenceUntil(int64_t readUntil) {
+    if (readUntil == INT64_MIN) return 0;
+    long until = tick::toTick(readUntil);
     if (isReadingPaused()) {
         AutoLock lock(mWriteLock);
         until = flow().pausedAt;
     }
-    return helper::tickDifference(until, mLastReadTick.load(std::memory_order_relaxed));
+    const int32_t lastRead = mLastReadTick.load(std::memory_order_relaxed);
+    return std::max(helper::tickDifference(until, lastRead), 0L);
 }
 
 void Worker::setReadSize(int bytes) {

@@ -29,6 +29,7 @@ WorkerRegistry::Readied WorkerRegistry::setReady(const Registration& registratio
     WorkerEntry* const entry = entryOf(registration);
     if (entry == nullptr) return readied;
     entry->ready = true;
+    mArrivals.fetch_add(1, std::memory_order_release);
     readied.refusal = mDescriptors.update(*entry);
     pushWriteRequest(*entry);
     if (entry->hasOverflowed) {

@@ -63,8 +63,10 @@ class WorkerRegistry {
     uint64_t ticketOf(Worker* worker);
     // Whether the registration has not ended, in which case the worker exists.
     bool holds(const Registration& registration);
-    // Counts the removals, so that somebody who walks over workers notices one.
+    // Count the removals, and the workers that became ready, so that somebody who walks over
+    // workers notices one.
     uint32_t removals() const { return mRemovals.load(std::memory_order_acquire); }
+    uint32_t arrivals() const { return mArrivals.load(std::memory_order_acquire); }
     // The workers in the order in which they were added: all, or those that are ready. `out` is
     // emptied first.
     void listAll(std::vector<Registration>& out);
@@ -149,6 +151,7 @@ class WorkerRegistry {
     std::atomic<bool> mHasWriteRequests{false};
     std::atomic<bool> mHasOverflowRequests{false};
     std::atomic<uint32_t> mRemovals{0};
+    std::atomic<uint32_t> mArrivals{0};
 };
 
 }  // namespace vyn
