@@ -9,7 +9,8 @@
 #include "support/bench.h"
 #include "support/machine.h"
 
-// Messages from other threads to a loop. Each contestant is a class of this shape:
+// Messages from other threads, which share a core of theirs, to a loop. Each contestant is a class
+// of this shape:
 //
 //     explicit Loop(Receiver& receiver);
 //     void post(const Item& item);    // any thread
@@ -93,16 +94,17 @@ struct Player : Receiver {
     }
 };
 
-// From the call that posts to the handler's beginning, both loops being idle.
+// From the call that posts to the handler's beginning, both loops being idle: on a core each, or
+// both on one.
 template <class Loop>
-void oneWay() {
+void oneWay(int otherCore) {
     Rally rally;
     rally.latencies.reserve(kHops + 1);
     Player<Loop> here(rally);
     std::promise<Player<Loop>*> started;
     std::promise<void> over;
     std::thread other([&] {
-        bench::pinTo(bench::kLoadCore);
+        bench::pinTo(otherCore);
         Player<Loop> there(rally);
         there.peer = &here.loop;
         started.set_value(&there);
@@ -124,7 +126,8 @@ template <class Loop>
 std::vector<bench::Contest> contests(const char* name) {
     return {{"1-thread", name, [] { throughput<Loop>(1); }},
             {"4-threads", name, [] { throughput<Loop>(4); }},
-            {"one-way", name, [] { oneWay<Loop>(); }}};
+            {"one-way", name, [] { oneWay<Loop>(bench::kLoadCore); }},
+            {"one-way-one-core", name, [] { oneWay<Loop>(bench::kMeasuredCore); }}};
 }
 
 std::vector<bench::Contest> ours();

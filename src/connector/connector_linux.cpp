@@ -64,6 +64,7 @@ void LinuxConnector::removeWorkerLocked(Worker* worker) {
 void LinuxConnector::stop() { mRunning.store(false, std::memory_order_release); }
 
 void LinuxConnector::requestStop(int flushMs) {
+    const WakePipe::Waking waking(mTickFd);
     mStopRequest.store(std::max(flushMs, 0), std::memory_order_release);
     mTickFd.wake();
 }

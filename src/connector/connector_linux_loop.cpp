@@ -101,7 +101,7 @@ int LinuxConnector::waitForEvents(epoll_event* events) {
     if (timeout < 1) return isFairTurn() ? pollEvents(events) : 0;
     mTurnsWithoutEvents = 0;
     mDiagnoser.record(false, static_cast<uint64_t>(now.nanoseconds));
-    const int count = wait(events, timeout);
+    const int count = wait(events, mMessages.beginWait() ? timeout : 0);
     const tick::Instant awake = tick::instant();
     noteAwake(awake);
     mExpectsEvents = count > 1 || (count == 1 && awake.nanoseconds - now.nanoseconds < kAtOnceNs);
@@ -158,8 +158,9 @@ int64_t LinuxConnector::nowIfDue() const {
 
 // Whether a stop was requested, and all is written or the time for that is over.
 bool LinuxConnector::shallStop() {
-    const int flushMs = mStopRequest.exchange(kNoRequest, std::memory_order_acq_rel);
-    if (flushMs != kNoRequest) mStopBy = tick::now() + flushMs;
+    if (mStopRequest.load(std::memory_order_relaxed) != kNoRequest) {
+        mStopBy = tick::now() + mStopRequest.exchange(kNoRequest, std::memory_order_acq_rel);
+    }
     if (mStopBy == INT64_MAX) return false;
     if (tick::now() < mStopBy && mWorkers.hasWrites()) return false;
     mStopBy = INT64_MAX;
@@ -217,9 +218,10 @@ void LinuxConnector::writeOn(EpollToken token, Worker* worker, int& error) {
 }
 
 void LinuxConnector::checkAndHandleMessage() {
-    Message message;
-    if (!mMessages.takeDue(message, mNow)) return;
+    const Posted::Ptr posted = mMessages.takeDue(mNow);
+    if (posted == nullptr) return;
     mLookIsFresh = false;
+    const Message& message = posted->message();
     if (message.callback != nullptr) {
         message.callback->onMessage(message);
     } else if (message.target != nullptr) {

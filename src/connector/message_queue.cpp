@@ -10,82 +10,85 @@ namespace vyn {
 
 namespace {
 
-// Room for this many messages is kept for the next ones, that of a larger burst is given back.
-constexpr size_t kMostKept = 1024;
+void stamp(Posted& posted) {
+    if (!posted.isFunction()) posted.message().when = tick::toTick(posted.due());
+}
 
 }  // namespace
 
+MessageQueue::~MessageQueue() {
+    AutoBriefLock lock(mLock);
+    takeOver();
+    while (!mTaken.isEmpty()) takeImmediate();
+}
+
 void MessageQueue::post(Connector::Executor* target, const Message& message, long delayMs) {
-    Entry entry{{tick::after(delayMs), 0}, message};
-    entry.message.target = target;
-
-    AutoLock lock(mLock);
-    entry.key.sequence = mNextSequence++;
-    delayMs == 0 ? addImmediate(entry) : addDelayed(entry);
+    Posted::Ptr posted = Posted::make(message, delayMs > 0);
+    posted->message().target = target;
+    add(std::move(posted), delayMs);
 }
 
-bool MessageQueue::takeDue(Message& out, int64_t now) {
-    const Entry* const immediate = firstImmediate();
-    const int64_t delayedDue = nextDelayed();
-    if (immediate != nullptr && immediate->key.due < delayedDue) {
-        takeImmediate(out);
-        return true;
+Posted::Ptr MessageQueue::takeDue(int64_t now) {
+    if (!hasImmediate() && nextDelayed() > now) return nullptr;
+    AutoBriefLock lock(mLock);
+    Posted* const immediate = firstImmediate();
+    if (isDelayedNext(immediate, now)) return takeDelayed();
+    return immediate == nullptr ? nullptr : takeImmediate();
+}
+
+void MessageQueue::add(Posted::Ptr posted, long delayMs) {
+    posted->setDue(tick::after(delayMs));
+    delayMs == 0 ? mPosted.push(posted.release()) : addDelayed(std::move(posted), delayMs > 0);
+}
+
+void MessageQueue::addDelayed(Posted::Ptr posted, bool isEarly) {
+    const WakePipe::Waking waking(mWakePipe);
+    {
+        AutoBriefLock lock(mLock);
+        const Key key{posted->due(), ++mLastId, isEarly};
+        mDelayed.emplace(key, std::move(posted));
+        publishNextDelayed();
     }
-    // What is due no later than a message without a delay is due as well.
-    if (immediate == nullptr && delayedDue > now) return false;
-
-    AutoLock lock(mLock);
-    const auto delayed = mDelayed.begin();
-    if (immediate != nullptr && immediate->key < delayed->first) {
-        takeImmediate(out);
-        return true;
-    }
-    out = delayed->second;
-    mDelayed.erase(delayed);
-    publishNextDelayed();
-    return true;
-}
-
-bool MessageQueue::hasImmediate() const {
-    return mNextTaken < mTaken.size() || mHasPosted.load(std::memory_order_acquire);
-}
-
-void MessageQueue::addImmediate(Entry& entry) {
-    // Another thread may have looked at the clock later and come here first.
-    mLastImmediate = entry.key.due = std::max(mLastImmediate, entry.key.due);
-    entry.message.when = tick::toTick(entry.key.due);
-    mPosted.push_back(entry);
-    // The first one has woken the loop, which has not come for them yet.
-    if (mPosted.size() > 1) return;
-    mHasPosted.store(true, std::memory_order_release);
     mWakePipe.wake();
-}
-
-void MessageQueue::addDelayed(Entry& entry) {
-    entry.message.when = tick::toTick(entry.key.due);
-    mDelayed.emplace(entry.key, entry.message);
-    publishNextDelayed();
-    mWakePipe.wake();
-}
-
-const MessageQueue::Entry* MessageQueue::firstImmediate() {
-    if (mNextTaken == mTaken.size() && mHasPosted.load(std::memory_order_acquire)) takeOver();
-    return mNextTaken < mTaken.size() ? &mTaken[mNextTaken] : nullptr;
 }
 
 void MessageQueue::takeOver() {
-    mTaken.clear();
-    mNextTaken = 0;
-    AutoLock lock(mLock);
-    mTaken.swap(mPosted);
-    mHasPosted.store(false, std::memory_order_relaxed);
+    if (Posted* const newest = mPosted.takeAll()) mTaken.append(newest);
 }
 
-void MessageQueue::takeImmediate(Message& out) {
-    out = mTaken[mNextTaken++].message;
-    if (mNextTaken < mTaken.size() || mTaken.capacity() <= kMostKept) return;
-    std::vector<Entry>().swap(mTaken);
-    mNextTaken = 0;
+Posted* MessageQueue::firstImmediate() {
+    if (mTaken.isEmpty()) takeOver();
+    Posted* const first = mTaken.first();
+    if (first == nullptr) return nullptr;
+    // Another thread may have looked at the clock later and come first.
+    mLastImmediate = std::max(mLastImmediate, first->due());
+    first->setDue(mLastImmediate);
+    return first;
+}
+
+// For equal ticks, a delay was posted before its tick, a negative one behind it.
+bool MessageQueue::isDelayedNext(const Posted* immediate, int64_t now) const {
+    if (mDelayed.empty()) return false;
+    const Key& delayed = mDelayed.begin()->first;
+    // What is due no later than a message without a delay is due as well.
+    if (immediate == nullptr) return delayed.due <= now;
+    return delayed.due < immediate->due() || (delayed.due == immediate->due() && delayed.isEarly);
+}
+
+Posted::Ptr MessageQueue::takeImmediate() {
+    Posted* const first = mTaken.first();
+    mTaken.unlinkFirst();
+    __builtin_prefetch(first->next);  // which may have come from another core
+    stamp(*first);
+    return Posted::Ptr(first);
+}
+
+Posted::Ptr MessageQueue::takeDelayed() {
+    Posted::Ptr first = std::move(mDelayed.begin()->second);
+    mDelayed.erase(mDelayed.begin());
+    publishNextDelayed();
+    stamp(*first);
+    return first;
 }
 
 void MessageQueue::publishNextDelayed() {

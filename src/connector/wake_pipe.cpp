@@ -6,6 +6,8 @@
 #include <vyn/logging.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 namespace vyn {
 
@@ -29,6 +31,9 @@ WakePipe::WakePipe() {
 }
 
 WakePipe::~WakePipe() {
+    while (mWakings.load(std::memory_order_acquire) != 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     if (mEnds[0] < 0) return;
     close(mEnds[0]);
     close(mEnds[1]);

@@ -9,10 +9,25 @@ namespace vyn {
 // Ends the loop's wait from any thread. The pipe never holds more than one byte, so a wake-up never
 // blocks, however many come before the loop gets to read.
 //
-// Queues wake the loop while they hold their lock: the loop, which takes the lock to see what was
-// queued, then never gets to end and destroy this pipe while a wake-up is still under way.
+// The loop may find what was queued before it is woken for that, end, and destroy this pipe. So
+// whoever wakes it either holds a lock which the loop takes to look, or has a Waking.
 class WakePipe {
   public:
+    // While one exists, the pipe is not destroyed: the destructor waits. To be made before the loop
+    // can see what it is to be woken for.
+    class Waking {
+      public:
+        explicit Waking(WakePipe& pipe) : mPipe(pipe) {
+            mPipe.mWakings.fetch_add(1, std::memory_order_relaxed);
+        }
+        ~Waking() { mPipe.mWakings.fetch_sub(1, std::memory_order_release); }
+        Waking(const Waking&) = delete;
+        Waking& operator=(const Waking&) = delete;
+
+      private:
+        WakePipe& mPipe;
+    };
+
     // Opens a plain pipe. readEnd() is negative when that failed.
     WakePipe();
     ~WakePipe();
@@ -49,6 +64,7 @@ class WakePipe {
     int mEnds[2] = {-1, -1};
     std::atomic<bool> mByteWaits{false};
     std::atomic<bool> mHasFailed{false};
+    std::atomic<int> mWakings{0};
     // Marks the loop's thread; null while there is none.
     std::atomic<const void*> mLoopThread{nullptr};
     bool mOwnWakesCount = false;  // the loop thread's

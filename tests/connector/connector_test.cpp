@@ -189,12 +189,15 @@ TEST(MessageQueue, DeliversByTickAndThenByPosting) {
     const auto post = [&](int what, long delayMs) {
         queue.post(nullptr, Message::obtain(what, 0, 0, nullptr), delayMs);
     };
-    Message last;
+    long lastTick = 0;
     // The codes of all messages that are due then, in the order of delivery.
     const auto takeAfter = [&](int64_t milliseconds) {
         clock.advance(milliseconds);
         std::vector<int> codes;
-        while (queue.takeDue(last, tick::now())) codes.push_back(last.what);
+        while (const auto taken = queue.takeDue(tick::now())) {
+            codes.push_back(taken->message().what);
+            lastTick = taken->message().when;
+        }
         return codes;
     };
     const long delays[] = {0, -5, 20, 10, 20};
@@ -206,7 +209,7 @@ TEST(MessageQueue, DeliversByTickAndThenByPosting) {
     post(5, 0);
     post(6, -10);
     EXPECT_EQ(takeAfter(0), (std::vector<int>{3, 6, 2, 4, 5}));
-    EXPECT_EQ(last.when, INT32_MIN + 9);
+    EXPECT_EQ(lastTick, INT32_MIN + 9);
     EXPECT_EQ(queue.nextDelayed(), INT64_MAX);
     post(7, INT32_MAX);
     post(8, INT32_MIN);
