@@ -43,10 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     VYN_CHECK(flattened(taken) == expected);
     taken.putSerializeData(data, static_cast<int>(size));
     VYN_CHECK(flattened(taken) == expected + expected);
-    while (!taken.empty()) {
-        std::string text;
+    for (std::string text; !taken.empty(); taken >> text) {
         char bytes[3] = {};
-        taken >> text;
         taken.get(bytes, sizeof bytes);
         VYN_CHECK(text.find('\0') == std::string::npos);
     }

@@ -109,16 +109,6 @@ TEST_F(ConnectorTest, GivesAMessageToItsCallbackOrItsExecutorOrTellsThatItIsForN
     EXPECT_EQ(fatal.count("only one connector is allowed on each thread."), 1);
 }
 
-TEST_F(ConnectorTest, FiresTimersThatAnotherThreadAddsUntilThatStopsIt) {
-    std::thread thread([this] { connector.run(); });
-    std::atomic<int> fired{0};
-    FunctionTimer& timer = addTimer(5, [&](int count) { return ++fired < 3 && count == fired; });
-    EXPECT_TRUE(waitUntil([&] { return fired == 3; }));
-    connector.stop();
-    thread.join();
-    EXPECT_EQ(timer.removed, 1);
-}
-
 TEST_F(ConnectorTest, ServesDescriptorsBesideAHandlerThatPostsToItselfWhenItIsFair) {
     const auto [fd, peer] = makeSocketPair();
     struct Stopping : StreamDevice {

@@ -9,45 +9,27 @@
 
 #include <string>
 
-namespace {
-
-class Receiver : public vyn::Handler {
-  public:
+struct Program : vyn::Handler, vyn::Timer {
     using Handler::Handler;
+    bool onTimer(void* archive, int) override {
+        sendMessage(vyn::Message::obtain(1, 0, 0, archive));
+        return false;
+    }
     void onMessage(vyn::Message message) override {
-        *static_cast<vyn::Archive*>(message.obj) >> mText;
+        *static_cast<vyn::Archive*>(message.obj) >> text;
         vyn::Connector::current()->stop();
     }
 
-    const std::string& text() const { return mText; }
-
-  private:
-    std::string mText;
+    std::string text;
 };
-
-class Sender : public vyn::Timer {
-  public:
-    explicit Sender(vyn::Connector::Executor& receiver) : mReceiver(receiver) {}
-
-    bool onTimer(void* archive, int) override {
-        mReceiver.sendMessage(vyn::Message::obtain(1, 0, 0, archive));
-        return false;
-    }
-
-  private:
-    vyn::Connector::Executor& mReceiver;
-};
-
-}  // namespace
 
 int main() {
     vyn::Connector loop;
-    Receiver receiver(loop);
-    Sender sender(receiver);
+    Program program(loop);
     vyn::Archive archive;
     archive << std::string("text from an archive");
-    loop.addTimer(&sender, 1, &archive);
+    loop.addTimer(&program, 1, &archive);
     loop.run();
-    VYN_LOG_INFO << "arrived: " << receiver.text();
-    return receiver.text() == "text from an archive" ? 0 : 1;
+    VYN_LOG_INFO << "arrived: " << program.text;
+    return program.text == "text from an archive" ? 0 : 1;
 }

@@ -71,23 +71,6 @@ TEST_F(KernelRecords, TellWhatHappensToTheFilesOfADirectory) {
     EXPECT_EQ(watcher.lastPath, "/no/such/place");
 }
 
-TEST_F(KernelRecords, TellNamesEventsAndTheEndOfAWatch) {
-    FileWatcher watcher;
-    Strings seen;
-    watcher.device->setOnChange([&](const InotifyDevice::Change& change) {
-        seen.push_back(change.path + "|" + change.name + "|" + std::to_string(change.events));
-    });
-    const std::string other = folder.write("other", "");
-    const int watch = watcher.device->addWatch(folder / "", IN_CREATE);
-    watcher.device->addWatch(other, IN_CLOSE_WRITE);
-    folder.write("new", "1");
-    folder.write("other", "2");
-    EXPECT_TRUE(watcher.device->removeWatch(watch));
-    EXPECT_FALSE(watcher.device->removeWatch(watch));
-    watcher.drain();
-    EXPECT_EQ(seen, (Strings{folder / "|new|256", other + "||8", folder / "||32768"}));
-}
-
 TEST_F(KernelRecords, MayEndTheirDeviceOrItsWorkerWhileSomeAreLeft) {
     for (const bool endsDevice : {true, false}) {
         FileWatcher watcher;

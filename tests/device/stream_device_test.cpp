@@ -170,7 +170,6 @@ TEST(UnixListenerDevice, OpensItsFileToEveryoneAndFailingToIsFatal) {
     const TemporaryFolder folder;
     const std::string path = folder / "socket";
     FatalCapture fatal;
-    LogCapture log;
     const mode_t mask = umask(0077);
     UnixListenerDevice device(path);
     umask(mask);
