@@ -80,7 +80,7 @@ class VYN_API ListenerDevice : public NetDevice {
     void onDataArrival(int fd) override;
 
     // Listens there instead, also while its worker is in a loop. False when that fails, which is
-    // logged; errno then tells why, and the device may hold a socket that does not listen.
+    // logged; errno then tells why, and the device has no socket.
     bool listen(int port, const std::string& ip);
 
   private:

@@ -53,10 +53,12 @@ bool ListenerDevice::listen(int port, const std::string& ip) {
     stopListening();
     if (!bindTo(port, ip)) {
         VYN_LOG_ERRNO_INFO << "bind [" << ip << ":" << port << "] failed.";
+        mSocket.reset();
         return false;
     }
     if (!mSocket.listen()) {
         VYN_LOG_ERRNO_INFO << "listen on " << localAddress(mSocket) << " failed.";
+        mSocket.reset();
         return false;
     }
     descriptorsChanged();

@@ -18,9 +18,9 @@ namespace {
 
 // Connections that a TCP listener accepts get its settings.
 int openSocket(int family, Socket::Type type) {
-    if (type == Socket::UDP) return ::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const int fd = ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    io::setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
+    const int kind = type == Socket::TCP ? SOCK_STREAM : SOCK_DGRAM;
+    const int fd = ::socket(family, kind | SOCK_CLOEXEC, 0);
+    if (fd >= 0 && type == Socket::TCP) io::setOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
     return fd;
 }
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <vyn/logging.h>
 
+#include <cerrno>
 #include <string>
 
 #include "device/socket_io.h"
@@ -19,19 +20,27 @@ namespace {
 
 constexpr int kLongestWaitMs = 1000;
 
+// The address is somebody's.
+bool failAsInUse() {
+    errno = EADDRINUSE;
+    return false;
+}
+
 bool isSocket(const char* path) {
     struct stat status {};
-    return lstat(path, &status) == 0 && S_ISSOCK(status.st_mode);
+    if (lstat(path, &status) != 0) return false;
+    return S_ISSOCK(status.st_mode) || failAsInUse();
 }
 
 // Asks with a datagram socket: the kernel refuses the connection only when nobody has the file
 // bound, and a stream listener does not notice it.
 bool isAbandoned(const UnixAddress& address) {
     const int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (probe < 0) return false;
     const bool refused =
         ::connect(probe, address.raw(), address.length()) != 0 && errno == ECONNREFUSED;
     io::closeDescriptor(probe);
-    return refused;
+    return refused || failAsInUse();
 }
 
 }  // namespace

@@ -20,8 +20,8 @@ class SocketFileLock {
     int mFolder = -1;
 };
 
-// Removes the socket file of this address if no process has it bound. False when it is in use, is
-// not a socket or cannot be removed.
+// Removes the socket file of this address if no process has it bound. False, with errno, when that
+// fails: EADDRINUSE when it is in use or not a socket.
 bool removeAbandonedSocketFile(const UnixAddress& address);
 
 }  // namespace vyn

@@ -23,8 +23,7 @@ void openToEveryone(const std::string& addr) {
 }  // namespace
 
 UnixListenerDevice::UnixListenerDevice(const std::string& addr) {
-    mSocket.create(UnixSocket::STREAM);
-    const bool b = mSocket.bind(addr);
+    const bool b = mSocket.create(UnixSocket::STREAM) && mSocket.bind(addr);
     VYN_CHECK(b == true) << "bind addr " << addr << " failed. " << logging::ErrnoText{errno};
     const bool listening = b ? beginListening() : mSocket.listen();
     openToEveryone(addr);

@@ -51,11 +51,14 @@ class SendTimeout {
 bool connectWithin(int fd, const UnixAddress& address, int timeoutMs) {
     const io::Deadline deadline(timeoutMs);
     const SendTimeout timeout(fd);
-    return io::uninterrupted([&] {
-               const int remaining = deadline.remainingMs();
-               timeout.setMs(remaining < 0 ? 0 : std::max(remaining, 1));
-               return ::connect(fd, address.raw(), address.length());
-           }) == 0;
+    for (int remaining = deadline.remainingMs();; remaining = deadline.remainingMs()) {
+        timeout.setMs(remaining < 0 ? 0 : std::max(remaining, 1));
+        if (::connect(fd, address.raw(), address.length()) == 0) return true;
+        if (errno != EINTR) return false;
+        if (remaining == 0) break;
+    }
+    errno = EAGAIN;
+    return false;
 }
 
 }  // namespace
@@ -103,9 +106,7 @@ bool UnixSocket::bind(const std::string& addr) {
     if (errno != EADDRINUSE) return false;
     // Two processes that found the same abandoned file must not remove each other's new one.
     const SocketFileLock lock(address);
-    if (tryToBind() || (removeAbandonedSocketFile(address) && tryToBind())) return true;
-    errno = EADDRINUSE;
-    return false;
+    return tryToBind() || (removeAbandonedSocketFile(address) && tryToBind());
 }
 
 bool UnixSocket::connect(const std::string& addr, int timeoutMs) {

@@ -64,6 +64,8 @@ TEST(AcceptWithoutDescriptors, HangsUpOnThePeersWithALineASecondAtMost) {
             std::this_thread::sleep_for(std::chrono::milliseconds(40));
         }
         EXPECT_EQ(lines(), 1);
+        EXPECT_FALSE(ListenerDevice().listen(0, "127.0.0.1"));
+        EXPECT_EQ(errno, EMFILE);
         EXPECT_EQ(backlog.drain(), 0);
         EXPECT_LE(lines(), 2 + (Clock::now() - start) / std::chrono::seconds(1));
     }
