@@ -94,8 +94,12 @@ int msUntilNextAccept(int error) {
     return movesOn ? 1 : 10;
 }
 
+// Never waits: another thread may be waiting for a connection on a blocking listener.
 void reserveSpareDescriptor() {
-    pthread_rwlock_wrlock(&gGate);
+    if (pthread_rwlock_trywrlock(&gGate) != 0) {
+        gSpareIsLost.store(true, std::memory_order_relaxed);
+        return;
+    }
     refillSpare();
     pthread_rwlock_unlock(&gGate);
 }
