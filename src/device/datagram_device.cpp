@@ -8,6 +8,7 @@
 
 #include "connector/life_watch.h"
 #include "device/empty_read.h"
+#include "device/own_socket.h"
 #include "device/socket_io.h"
 
 namespace vyn {
@@ -73,7 +74,9 @@ int DatagramDevice::report(const Function& onDatagram) {
     return size;
 }
 
-int DatagramDevice::write(const void* data, int len) { return mSocket.send(data, len); }
+int DatagramDevice::write(const void* data, int len) {
+    return writeToSocket(this, mSocket, false, data, len);
+}
 
 int DatagramDevice::getFd() { return mSocket.fd(); }
 

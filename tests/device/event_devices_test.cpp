@@ -62,6 +62,9 @@ TEST(DatagramDevice, ReportsEachDatagramWithItsSenderAndAnswers) {
     EXPECT_EQ(received, (Strings{"one", "", large}));
     std::string answer(large.size(), '\0');
     for (const int size : {3, 0, 60000}) EXPECT_EQ(client.recv(answer.data(), 60000, 10000), size);
+    testing::ReceivedWorker worker(&server);
+    worker.queueWritting("nobody's", 8);
+    EXPECT_TRUE(worker.performWrite());  // what can never be sent does not stay
 }
 
 TEST(DatagramDevice, IsWatchedOnWhenAnAddressMakesItAnotherSocket) {
