@@ -41,7 +41,8 @@ class Descriptor {
         while (done < text.size()) {
             const ssize_t count =
                 retry([&] { return ::write(mFd, text.data() + done, text.size() - done); });
-            if (count < 0) return false;
+            if (count == 0) errno = EIO;
+            if (count < 1) return false;
             done += static_cast<size_t>(count);
         }
         return true;

@@ -87,6 +87,7 @@ class LinuxConnector : public Connector::Impl {
     void dispatch(int count, const epoll_event* events);
     void dispatch(const epoll_event& event);
     void note(WorkerRegistry::Owner owner, EpollToken token);
+    void stopReadingAgain(Worker* worker);
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);
     void onReadable(EpollToken token, Worker* worker);
     bool isOfAnotherProcess() const;

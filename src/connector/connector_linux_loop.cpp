@@ -260,9 +260,9 @@ void LinuxConnector::dispatch(const epoll_event& event) {
     const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
     note(owner, token);
     if (owner == WorkerRegistry::Owner::kGone || owner == WorkerRegistry::Owner::kNotReady) return;
-    if (worker != nullptr && worker->isReadingPaused()) {
-        if ((event.events & (EPOLLHUP | EPOLLERR)) != 0) mWorkers.stopWatchingPaused(token);
-        return;
+    if (worker != nullptr && !worker->isReading()) {
+        if ((event.events & (EPOLLHUP | EPOLLERR)) == 0) return stopReadingAgain(worker);
+        if (worker->isReadingPaused()) return mWorkers.stopWatchingPaused(token);
     }
     hungUp ? onHangUp(event.events, token, worker) : onReadable(token, worker);
 }
@@ -273,6 +273,15 @@ void LinuxConnector::note(WorkerRegistry::Owner owner, EpollToken token) {
     } else {
         mStaleEvents.addOther();
     }
+}
+
+// What is readable was reported before the worker stopped, unless the kernel has refused to change
+// the interest.
+void LinuxConnector::stopReadingAgain(Worker* worker) {
+    const WorkerRegistry::Refusal refusal = mWorkers.updateReading(worker);
+    if (refusal.fd < 0) return;
+    onInterestRefused(refusal.error);
+    pause();
 }
 
 void LinuxConnector::onHangUp(uint32_t events, EpollToken token, Worker* worker) {

@@ -57,8 +57,7 @@ void LinuxConnector::onWaitFailed(int error) {
 void LinuxConnector::onInterestRefused(int error) {
     if (!mInterestLine.isDue()) return;
     VYN_LOG_ERROR << logging::ErrnoText{error}
-                  << "epoll_ctl fail. a descriptor is not watched for writing as it should be. "
-                     "trying again.";
+                  << "epoll_ctl fail. a descriptor is not watched as it should be. trying again.";
 }
 
 // Closed descriptors are refused as a matter of course; others had better be known. The worker may

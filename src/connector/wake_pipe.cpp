@@ -13,8 +13,14 @@ namespace vyn {
 
 namespace {
 
-// A write that a signal interrupted, or that failed once, is tried again.
-constexpr int kMostTries = 4;
+// What a signal interrupted, or failed once, is tried again.
+template <typename Call>
+ssize_t tryForOne(Call call) {
+    constexpr int kMostTries = 4;
+    ssize_t count = call();
+    for (int tries = 1; count != 1 && tries < kMostTries; ++tries) count = call();
+    return count;
+}
 
 // An address that is each thread's own: tells threads apart without asking the kernel.
 const void* threadMark() {
@@ -54,7 +60,8 @@ void WakePipe::wake() {
 
 int WakePipe::drain() {
     char byte;
-    if (read(mEnds[0], &byte, 1) < 0) return errno == EINTR || errno == EAGAIN ? 0 : errno;
+    const ssize_t count = tryForOne([&] { return read(mEnds[0], &byte, 1); });
+    if (count != 1) return count == 0 ? EPIPE : errno;  // somebody has closed the other end
     // After the read: a wake-up between the two is covered by the turn that follows, which looks
     // at everything that was posted before it.
     mByteWaits.exchange(false, std::memory_order_acq_rel);
@@ -70,11 +77,7 @@ int WakePipe::mend() {
 int WakePipe::writeByte() {
     if (mByteWaits.exchange(true, std::memory_order_acq_rel)) return 0;
     const char byte = 0;
-    ssize_t written = write(mEnds[1], &byte, 1);
-    for (int tries = 1; written != 1 && tries < kMostTries; ++tries) {
-        written = write(mEnds[1], &byte, 1);
-    }
-    if (written == 1) return 0;
+    if (tryForOne([&] { return write(mEnds[1], &byte, 1); }) == 1) return 0;
     const int error = errno;
     mByteWaits.store(false, std::memory_order_release);
     mHasFailed.store(true, std::memory_order_relaxed);

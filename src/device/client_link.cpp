@@ -216,8 +216,10 @@ void ClientLink::setConnecting(bool connecting) {
     if (Worker* const worker = mSteps.worker()) worker->setConnecting(connecting);
 }
 
+// A copy of the socket, as in a forked child, would go on being reported.
 void ClientLink::waitForNextAttempt(int ms) {
     mState = State::kWaiting;
+    epoll_ctl(mEpoll, EPOLL_CTL_DEL, mSocket.fd(), nullptr);
     mSocket.reset();
     setTimer(std::max(ms * kNsPerMs, int64_t{1}));
 }

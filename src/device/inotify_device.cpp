@@ -54,7 +54,7 @@ const char* InotifyDevice::getClassName() { return "InotifyDevice"; }
 void InotifyDevice::onDataArrival(int) {
     alignas(inotify_event) char buffer[2048] = {};
     const ssize_t count = io::uninterrupted([&] { return ::read(mFd, buffer, sizeof buffer); });
-    if (count < 0 && errno == EAGAIN) return;
+    if (count < 0 && io::wouldBlock()) return restFor(io::kNotReadyRestMs);
     if (count < static_cast<ssize_t>(sizeof(inotify_event))) {
         VYN_LOG_ERRNO_ERROR << "inotify read fail. no changes are reported any more: " << mPath;
         onDisconnected();

@@ -58,7 +58,7 @@ void RtmgrDevice::onDataArrival(int fd) {
 // tells each time it is asked, for as long as a report waits.
 void RtmgrDevice::onFailure(int error) {
     constexpr int kRestMs = 1000;
-    if (error == EAGAIN) return;
+    if (error == EAGAIN) return restFor(io::kNotReadyRestMs);
     VYN_LOG_ERRNO_ERROR << "netlink read fail. a change is reported all the same.";
     if (error != ENOBUFS) restFor(kRestMs);
 }

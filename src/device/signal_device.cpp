@@ -40,7 +40,7 @@ const char* SignalDevice::getClassName() { return "SignalDevice"; }
 void SignalDevice::onDataArrival(int) {
     signalfd_siginfo infos[8];
     const ssize_t size = io::uninterrupted([&] { return ::read(mFd, infos, sizeof infos); });
-    if (size < 0 && io::wouldBlock()) return;
+    if (size < 0 && io::wouldBlock()) return restFor(io::kNotReadyRestMs);
     if (size < static_cast<ssize_t>(sizeof infos[0])) {
         onDisconnected();
         return;

@@ -108,6 +108,7 @@ int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLen
         const ssize_t count = uninterrupted(
             [&] { return ::sendto(fd, bytes + sent, rest, MSG_NOSIGNAL, to, toLength); });
         if (count < 0) return sent > 0 ? sent : -1;  // what has gone must not be sent again
+        if (count == 0) break;
         sent += static_cast<int>(count);
     } while (sent < size);
     return sent;

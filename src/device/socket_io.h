@@ -39,6 +39,10 @@ bool setOption(int fd, int level, int name, int value);
 // The option's value, or -1.
 int getOption(int fd, int level, int name);
 
+// How long a descriptor rests that was reported ready and is not, so that it can not make the loop
+// spin.
+constexpr int kNotReadyRestMs = 10;
+
 // Whether the last call failed only because there was nothing to be had or taken at once.
 inline bool wouldBlock() { return errno == EAGAIN || errno == EWOULDBLOCK; }
 
