@@ -35,6 +35,7 @@ WatchedDescriptors::Refusal WatchedDescriptors::update(WorkerEntry& entry) {
         const int error = fd >= 0 ? watch(entry, fd) : 0;
         if (error != 0) refusal = {fd, error};
     }
+    entry.isPlain = refusal.error == EPERM;
     return refusal;
 }
 
@@ -72,7 +73,7 @@ bool WatchedDescriptors::canArmWrite(const WorkerEntry& entry) const {
 WatchedDescriptors::Armed WatchedDescriptors::armWrite(WorkerEntry& entry) {
     const int fd = entry.worker->getFd();
     if (fd < 0) return entry.worker->getFds().empty() ? Armed::kNever : Armed::kYes;
-    if (!owns(entry, fd)) return Armed::kYes;
+    if (!owns(entry, fd)) return entry.isPlain ? Armed::kNever : Armed::kYes;
     if (slotOf(fd).readOnly) return Armed::kNever;
     int error = setInterest(fd, slotOf(fd).interest | EPOLLOUT);
     // Another descriptor has taken the number: the device's next one, since it names it.
@@ -115,7 +116,10 @@ int WatchedDescriptors::watch(WorkerEntry& entry, int fd) {
     const uint32_t interest = readInterest(entry);
     int error = mEpoll.add(token, interest);
     if (error == EEXIST && known) return 0;  // as it is, with its interest in writing
-    if (error == EEXIST || (error != 0 && known)) error = mEpoll.modify(token, interest);
+    if (error == EEXIST || (error != 0 && known)) {
+        const int second = mEpoll.modify(token, interest);
+        if (error == EEXIST || !tellsOfAnEnd(second)) error = second;
+    }
     if (error != 0) {
         if (slot.owner == &entry) unchain(fd);
         return error;

@@ -22,7 +22,9 @@ struct WorkerEntry {
     uint64_t ticket = 0;
     WorkerEntry* previous = nullptr;  // in the order of addition
     WorkerEntry* next = nullptr;
+    WorkerEntry* nextOverflowed = nullptr;
     int firstFd = -1;            // its descriptors are chained, see WatchedDescriptors
+    bool isPlain = false;        // epoll can not watch its descriptor: it is a plain file, or such
     bool ready = false;          // its onReady() has returned
     bool asksToWrite = false;    // it is among those requests,
     bool waitsToWrite = false;   // those that are tried again,

@@ -121,6 +121,21 @@ TEST(ConsoleDevice, EscapesEveryByteThatATerminalMightActOnAndLosesNone) {
     EXPECT_TRUE(shown(bytes) == expected);
 }
 
+TEST(ConsoleDevice, WritesFromALoopThatCanNotWatchItsInput) {
+    Pipe output;
+    const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ConsoleRedirect redirect(nothing, output.writeEnd());
+    close(nothing);
+    ConsoleDevice device;
+    ReceivedWorker worker(&device);
+    RecordingExecutor executor;
+    LoopThread loop;
+    loop.connector().addWorkerLocked(&worker, &executor);
+    worker.queueWritting("text", 4);
+    EXPECT_TRUE(waitUntil([&] { return !worker.hasWrittingData(); }));
+    loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
+}
+
 TEST(ConsoleDevice, ReadsToItsEndClosesNothingAndSurvivesAReaderThatIsGone) {
     Pipe input, output;
     output.closeReadEnd();

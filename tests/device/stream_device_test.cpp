@@ -160,6 +160,7 @@ TEST(ListenerDevice, ListensAnewAndTellsOfSuccessAndFailure) {
     ListenerDevice second(port, "127.0.0.1");
     EXPECT_EQ(fatal.count("Check failed. (b == true) bind [" + taken + "] failed."), 1);
     EXPECT_FALSE(second.listen(port, "127.0.0.1"));
+    EXPECT_EQ(second.getFd(), -1);  // or its loop would report that it hangs up
     EXPECT_EQ(log.count("bind [" + taken + "] failed."), 2);
     EXPECT_TRUE(second.listen(0, "127.0.0.1"));
     EXPECT_EQ(log.count("listen on 127.0.0.1:"), 2);
