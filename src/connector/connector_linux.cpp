@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 // The connector's operations; the loop itself is in connector_linux_loop.cpp.
 
@@ -48,9 +49,15 @@ void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* execut
         onRefused(added.refusal, {worker, ticketOf(worker)});
         return;
     }
-    worker->onReady();
     const Registration registration{worker, added.ticket};
-    const WorkerRegistry::Readied readied = mWorkers.setReady(registration);
+    WorkerRegistry::Readied readied;
+    try {
+        worker->onReady();
+        readied = mWorkers.setReady(registration);
+    } catch (const std::bad_alloc&) {
+        if (mWorkers.holds(registration)) mWorkers.remove(worker);
+        throw;
+    }
     onRefused(readied.refusal, registration);
     if (readied.hasOverflowed) worker->onWriteQueueOverflow();
 }

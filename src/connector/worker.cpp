@@ -226,8 +226,8 @@ void Worker::onAuthenticationFailed() {
 
 bool Worker::checkValid(const char* operation) const {
     if (isValid()) return true;
-    logging::LogMessage(logging::kTag, __FILE__, operation, __LINE__, logging::kLevelWarning, false,
-                        true)
+    logging::detail::Line(logging::kTag, __FILE__, operation, __LINE__, logging::kLevelWarning)
+            .stream()
         << "not valid";
     return false;
 }

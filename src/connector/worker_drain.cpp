@@ -80,8 +80,15 @@ Worker::Drained Worker::drain(bool onlyFirst, WriteTail* tail) {
          left -= batch.count) {
         mInFlight = static_cast<int8_t>(batch.tail == nullptr ? batch.count : batch.count - 1);
         mWriteLock.release();
-        transmit(batch);
-        drained = judge(batch);
+        try {
+            transmit(batch);
+            drained = judge(batch);
+        } catch (...) {  // of the application's device, which has taken nothing then
+            mWriteLock.acquire();
+            mInFlight = 0;
+            mDraining = false;
+            throw;
+        }
         mWriteLock.acquire();
         mInFlight = 0;
         consume(batch);

@@ -4,6 +4,8 @@
 
 #include <vyn/worker.h>
 
+#include <new>
+
 // Workers and their descriptors; see worker_registry_requests.cpp for what is asked for them.
 
 namespace vyn {
@@ -18,7 +20,12 @@ WorkerRegistry::Added WorkerRegistry::add(Worker* worker, Connector* connector,
         added.ticket = entry->ticket;
     }
     worker->attach(connector, executor);
-    added.refusal = mDescriptors.update(*entry);
+    try {
+        added.refusal = mDescriptors.update(*entry);
+    } catch (const std::bad_alloc&) {
+        if (added.ticket != 0) drop(*entry);
+        throw;
+    }
     pushWriteRequest(*entry);  // for writes that were queued before
     return added;
 }
@@ -34,7 +41,7 @@ WorkerRegistry::Readied WorkerRegistry::setReady(const Registration& registratio
     pushWriteRequest(*entry);
     if (entry->hasOverflowed) {
         readied.hasOverflowed = !mServing;
-        if (!mServing) entry->hasOverflowed = false;
+        if (!mServing) withdrawOverflow(*entry);
         mHasOverflowRequests.store(true, std::memory_order_release);
     }
     mWakePipe.wake();
@@ -72,9 +79,14 @@ uint64_t WorkerRegistry::rest(Worker* worker) {
 void WorkerRegistry::remove(Worker* worker) {
     AutoLock lock(mLock);
     WorkerEntry* const entry = entryOf(worker);
-    if (entry == nullptr) return;
-    mDescriptors.forget(*entry);
-    mOrder.erase(*entry);
+    if (entry != nullptr) drop(*entry);
+}
+
+void WorkerRegistry::drop(WorkerEntry& entry) {
+    Worker* const worker = entry.worker;
+    mDescriptors.forget(entry);
+    withdrawOverflow(entry);
+    mOrder.erase(entry);
     mEntries.erase(worker);
     mRemovals.fetch_add(1, std::memory_order_release);
 }

@@ -37,7 +37,8 @@ class WorkerRegistry {
         uint64_t ticket = 0;
         Refusal refusal;
     };
-    // Attaches the worker and watches the descriptors that its device names.
+    // Attaches the worker and watches the descriptors that its device names. std::bad_alloc leaves
+    // a new one out.
     Added add(Worker* worker, Connector* connector, Connector::Executor* executor);
     struct Readied {
         // No loop runs to see to it: the caller calls its onWriteQueueOverflow().
@@ -132,7 +133,8 @@ class WorkerRegistry {
     void pushRetry(WorkerEntry& entry) VYN_REQUIRES(mLock);
     void takeDueRetries() VYN_REQUIRES(mLock);
     bool canWriteNow(const WorkerEntry& entry) VYN_REQUIRES(mLock);
-    WorkerEntry* overflowed(const Registration& registration) VYN_REQUIRES(mLock);
+    void withdrawOverflow(WorkerEntry& entry) VYN_REQUIRES(mLock);
+    void drop(WorkerEntry& entry) VYN_REQUIRES(mLock);
 
     Epoll& mEpoll;
     WakePipe& mWakePipe;
@@ -145,7 +147,8 @@ class WorkerRegistry {
     // Requests. Removals leave what they ended, which is passed over.
     std::vector<Registration> mWrites VYN_GUARDED_BY(mLock);
     std::vector<Registration> mRetries VYN_GUARDED_BY(mLock);
-    std::vector<Registration> mOverflows VYN_GUARDED_BY(mLock);
+    // Overflows, the last one first: a list, as there may be no memory left where they come from.
+    WorkerEntry* mLastOverflowed VYN_GUARDED_BY(mLock) = nullptr;
     int64_t mNextRetry = INT64_MAX;  // the loop's
     // Spare the loop the lock when there is nothing to look at.
     std::atomic<bool> mHasWriteRequests{false};

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <vyn/worker.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "common/tick.h"
 #include "connector/worker_registry.h"
@@ -93,7 +95,9 @@ void WorkerRegistry::beginServing() {
 bool WorkerRegistry::endServing() {
     AutoLock lock(mLock);
     mServing = false;
-    for (const Registration& each : mOverflows) mServing = mServing || overflowed(each);
+    for (const WorkerEntry* each = mLastOverflowed; each != nullptr; each = each->nextOverflowed) {
+        mServing = mServing || each->ready;
+    }
     return !mServing;
 }
 
@@ -101,8 +105,9 @@ bool WorkerRegistry::requestOverflow(Worker* worker) {
     AutoLock lock(mLock);
     WorkerEntry* const entry = entryOf(worker);
     if (entry == nullptr || (entry->ready && !mServing)) return false;
-    if (!entry->hasOverflowed) mOverflows.push_back(entry->registration());
-    entry->hasOverflowed = true;
+    if (!std::exchange(entry->hasOverflowed, true)) {
+        entry->nextOverflowed = std::exchange(mLastOverflowed, entry);
+    }
     mHasOverflowRequests.store(true, std::memory_order_release);
     mWakePipe.wake();
     return true;
@@ -113,14 +118,24 @@ void WorkerRegistry::takeOverflows(std::vector<Registration>& out) {
     if (!mHasOverflowRequests.load(std::memory_order_acquire)) return;
     AutoLock lock(mLock);
     mHasOverflowRequests.store(false, std::memory_order_relaxed);
-    std::vector<Registration> later;  // those that are not ready
-    for (const Registration& request : mOverflows) {
-        WorkerEntry* const entry = entryOf(request);
-        if (entry == nullptr || !entry->hasOverflowed) continue;
-        entry->hasOverflowed = !entry->ready;
-        (entry->ready ? out : later).push_back(request);
+    for (WorkerEntry** link = &mLastOverflowed; *link != nullptr;) {
+        WorkerEntry& entry = **link;
+        if (entry.ready) {
+            out.push_back(entry.registration());
+            entry.hasOverflowed = false;
+            *link = entry.nextOverflowed;
+        } else {
+            link = &entry.nextOverflowed;
+        }
     }
-    mOverflows.swap(later);
+    std::reverse(out.begin(), out.end());
+}
+
+void WorkerRegistry::withdrawOverflow(WorkerEntry& entry) {
+    if (!std::exchange(entry.hasOverflowed, false)) return;
+    WorkerEntry** link = &mLastOverflowed;
+    while (*link != &entry) link = &(*link)->nextOverflowed;
+    *link = entry.nextOverflowed;
 }
 
 void WorkerRegistry::pushWriteRequest(WorkerEntry& entry) {
@@ -156,12 +171,6 @@ bool WorkerRegistry::canWriteNow(const WorkerEntry& entry) {
     return mDescriptors.canArmWrite(entry) &&
            (entry.worker->drainsWithoutWaiting() ||
             (fcntl(entry.worker->getFd(), F_GETFL) & O_NONBLOCK) != 0);
-}
-
-// The worker, if that has not been withdrawn and the worker is ready.
-WorkerEntry* WorkerRegistry::overflowed(const Registration& registration) {
-    WorkerEntry* const entry = entryOf(registration);
-    return entry != nullptr && entry->ready && entry->hasOverflowed ? entry : nullptr;
 }
 
 }  // namespace vyn

@@ -48,9 +48,9 @@ void FunctionRegistry::forget(FunctionDevice* device) {
 
 // Returns the peer so far.
 FunctionDevice* FunctionRegistry::setPeer(FunctionDevice* device, FunctionDevice* peer) {
+    if (peer != nullptr) mWriters.emplace(peer, device);  // first, as it needs memory
     FunctionDevice* former = device->setPeer(peer);
     if (former != nullptr) dropWriter(former, device);
-    if (peer != nullptr) mWriters.emplace(peer, device);
     return former;
 }
 

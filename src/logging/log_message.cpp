@@ -62,8 +62,8 @@ void logging_printf(const char* file, const char* function, int line, int level,
     errno = savedErrno;
 
     if (file != nullptr && function != nullptr) {
-        logging::LogMessage(kPrintfTag, file, function, line, level, false, true) << text;
+        logging::detail::Line(kPrintfTag, file, function, line, level).stream() << text;
     } else {
-        logging::LogMessage(kPrintfTag, level) << text;
+        logging::detail::Line(kPrintfTag, "", "", 0, level).stream() << text;
     }
 }

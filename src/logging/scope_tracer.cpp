@@ -32,13 +32,13 @@ ScopeTracer::ScopeTracer(const char* file, const char* function, int line, int l
       mName(text::orElse(name, "")),
       mStart(vyn::tick::nanoseconds()) {
     if (!passes(mLevel)) return;
-    LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true) << "enter " << mName;
+    detail::Line(kTag, mFile, mFunction, mLine, mLevel).stream() << "enter " << mName;
 }
 
 ScopeTracer::~ScopeTracer() {
     if (!passes(mLevel)) return;
     const int64_t elapsed = vyn::tick::nanoseconds() - mStart;
-    LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true)
+    detail::Line(kTag, mFile, mFunction, mLine, mLevel).stream()
         << "leave " << mName << ", " << elapsed / kNanosecondsPerMs << " ms";
 }
 
@@ -55,7 +55,7 @@ TimerScopeTracer::TimerScopeTracer(const char* file, const char* function, int l
 TimerScopeTracer::~TimerScopeTracer() {
     const int64_t elapsed = vyn::tick::nanoseconds() - mStart;
     if (elapsed <= nanosecondsOf(mThresholdMs) || !passes(mLevel)) return;
-    LogMessage(kTag, mFile, mFunction, mLine, mLevel, false, true)
+    detail::Line(kTag, mFile, mFunction, mLine, mLevel).stream()
         << mName << " took " << elapsed / kNanosecondsPerMs << " ms";
 }
 

@@ -103,7 +103,9 @@ TEST(LoopThatCanNotBeWoken, GetsItsMessagesAndIsMended) {
     for (int i = 0; i < 100; ++i) loop.call([] {});
     // A loop that is not woken looks every 200 ms.
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
-    close(kept);
+    loop.call([&] { dup2(broken, writeEnd), close(kept); });  // now there is none at all
+    const std::string noWriteEnd = "[32] Broken pipe. the wake pipe can not be read.";
+    EXPECT_TRUE(waitUntil([&] { return log.count(noWriteEnd) == 1; }));
     close(broken);
 }
 
@@ -150,6 +152,32 @@ TEST(LoopWithoutMemory, IsNotMadeOrTakesNoTimer) {
     }
 }
 
+TEST(LoopWithoutMemory, AddsAWorkerWholeOrNotAtAllAndReportsItsOverflow) {
+    Connector connector;
+    RecordingExecutor executor;
+    const auto ends = makeSocketPair();
+    StreamDevice device(ends.first);
+    ReceivedWorker worker(&device);
+    for (int allocations = 0; printed(&connector).find("Workers: []") != std::string::npos;) {
+        tAllocationsLeft = allocations++;
+        try {
+            connector.addWorkerLocked(&worker, &executor);
+        } catch (const std::bad_alloc&) {
+        }
+        tAllocationsLeft = -1;
+    }
+    executor.disconnected = [&](Worker*) { connector.stop(); };
+    executor.message = [&](Message) {
+        worker.queueWritting("x", 1);  // the others ask for no other memory
+        tAllocationsLeft = 0;
+        overflow(worker);
+        tAllocationsLeft = -1;
+    };
+    connector.sendMessageDelayed(&executor, Message::obtain(), 0);
+    connector.run();
+    close(ends.second);
+}
+
 TEST(ForkedChild, CanNeitherRunALoopOfItsParentNorTakeAWorkerFromIt) {
     Connector connector;
     RecordingExecutor executor;
@@ -162,8 +190,9 @@ TEST(ForkedChild, CanNeitherRunALoopOfItsParentNorTakeAWorkerFromIt) {
         alarm(60);
         LogCapture log;
         connector.removeWorkerLocked(&worker);
+        worker.pauseReading();
         connector.run();
-        _exit(log.count("a loop belongs to the process that made it, ") == 2 ? 0 : 1);
+        _exit(log.count("a loop belongs to the process that made it, ") == 3 ? 0 : 1);
     }
     int status = -1;
     waitpid(child, &status, 0);
