@@ -33,9 +33,14 @@ bool TimerQueue::fireDue(int64_t now) {
     std::sort(mDue.begin(), mDue.end(), TimerWrapper::olderFirst);
     TimerCall walk;
     beginWalk(walk);
-    for (TimerWrapper* timer : mDue) {
-        // A timer that fired before it, or another thread, may have removed or reset it.
-        if (!timer->mRemoved && timer->getLeftTime(now) < 1) fire(timer);
+    try {
+        for (TimerWrapper* timer : mDue) {
+            // A timer that fired before it, or another thread, may have removed or reset it.
+            if (!timer->mRemoved && timer->getLeftTime(now) < 1) fire(timer);
+        }
+    } catch (...) {  // of the application's; clear() would wait for this call for ever
+        endWalk();
+        throw;
     }
     endWalk();
     return true;
@@ -74,7 +79,12 @@ void TimerQueue::drop(TimerWrapper* timer, bool mayWait) {
     if (isCalledElsewhere) {
         mLock.wait([this, sequence]() VYN_REQUIRES(mLock) { return !isFiring(sequence); });
     }
-    tell(told);
+    try {
+        tell(told);
+    } catch (...) {
+        delist(call);
+        throw;
+    }
     delist(call);
 }
 

@@ -79,6 +79,8 @@ TEST_F(TimerQueueTest, FiresOnceWhenItFellBehindAndCountsThePeriodFromTheEndOfTh
     EXPECT_EQ(fireAfter(1000), "a1");
     EXPECT_EQ(fireAfter(99), "");
     EXPECT_EQ(fireAfter(1), "a2");
+    a.action = []() -> bool { throw 0; };
+    EXPECT_THROW(fireAfter(100), int);  // clear() waits for no such call
 }
 
 TEST_F(TimerQueueTest, CallbacksMayAddResetAndRemoveTimers) {
