@@ -135,10 +135,7 @@ class LineClient : public vyn::Handler, public vyn::WriteListener {
         if (!mService.willReconnect()) mService.connect();
     }
     void onMessage(vyn::Message) override { mLookup.start(); }
-    void useNextAddress() {
-        const vyn::SocketAddress& address = mAddresses[mNext++];
-        mService.setAddress(address.ip(), address.port());
-    }
+    void useNextAddress() { mService.setAddress(mAddresses[mNext++]); }
     void onConnected() {
         std::cerr << "connected with " << mService.socket().getRemoteIP() << std::endl;
         endSaying();

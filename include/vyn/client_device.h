@@ -78,6 +78,7 @@ class VYN_API ClientDevice : public NetDevice {
     bool connect();
     // Where the next attempt goes; for a `failed` that has looked the name up again.
     void setAddress(const std::string& ip, int port);
+    void setAddress(const SocketAddress& address);
     [[nodiscard]] bool isConnected() const;
     // Whether it is connecting, waits to, or will once Executor::onDisconnected() returns.
     [[nodiscard]] bool willReconnect() const;

@@ -37,6 +37,10 @@ void ClientDevice::setAddress(const std::string& ip, int port) {
     mPort = port;
 }
 
+void ClientDevice::setAddress(const SocketAddress& address) {
+    setAddress(address.ip(), address.port());
+}
+
 bool ClientDevice::isConnected() const { return mLink->isConnected(); }
 
 bool ClientDevice::willReconnect() const { return mLink->willReconnect(); }
