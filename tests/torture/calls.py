@@ -144,6 +144,8 @@ NOT_THERE = {
     ("epoll_ctl", "Epoll::remove", "ENOSPC"): "likewise",
     ("epoll_ctl", "Epoll::remove", "EPERM"): "likewise",
     ("getsockname", "Socket::localAddress", "ENOBUFS"): "a bound socket has an address",
+    ("getsockopt", "isDatagramSocket", "ENOBUFS"): "a socket knows what it is",
+    ("getsockopt", "isDatagramSocket", "ENOPROTOOPT"): "likewise",
 }
 
 # There is another way, or another try: only when somebody notices, a line is to tell of it.
@@ -159,14 +161,15 @@ WITH_ANOTHER_WAY = {
 # of the program can make them fail.
 NEVER_FAILING = set("""
     abort atoi clock_gettime dirfd free freeaddrinfo freeifaddrs gai_strerror getenv geteuid
-    getpid gettimeofday htonl htons inet_ntop inet_pton kill memchr memcmp memcpy memmove
-    memrchr memset ntohs pthread_cond_broadcast pthread_cond_destroy pthread_cond_signal
-    pthread_cond_timedwait pthread_cond_wait pthread_getspecific pthread_kill
-    pthread_mutex_destroy pthread_mutex_lock pthread_mutex_trylock pthread_mutex_unlock
-    pthread_once pthread_rwlock_rdlock pthread_rwlock_trywrlock pthread_rwlock_unlock
-    pthread_rwlock_wrlock pthread_self pthread_sigmask rand sigaddset sigemptyset sigismember
-    sigpending sigtimedwait sigwait sleep snprintf srand strchr strcmp strcspn strerror strlen
-    strncmp strnlen strspn strstr strtol strtoul syscall vsnprintf
+    getpid gettimeofday htonl htons inet_ntop inet_pton isatty kill memchr memcmp memcpy
+    memmove memrchr memset ntohs pthread_cond_broadcast pthread_cond_clockwait
+    pthread_cond_destroy pthread_cond_signal pthread_cond_timedwait pthread_cond_wait
+    pthread_getspecific pthread_kill pthread_mutex_destroy pthread_mutex_lock
+    pthread_mutex_trylock pthread_mutex_unlock pthread_once pthread_rwlock_rdlock
+    pthread_rwlock_trywrlock pthread_rwlock_unlock pthread_rwlock_wrlock pthread_self
+    pthread_sigmask rand sched_yield sigaddset sigemptyset sigismember sigpending
+    sigtimedwait sigwait sleep snprintf srand strchr strcmp strcspn strerror strlen strncmp
+    strnlen strpbrk strspn strstr strtol strtoll strtoul strtoull syscall vsnprintf
 """.split())
 
 
