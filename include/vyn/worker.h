@@ -211,7 +211,8 @@ class VYN_API Worker : public Parser::PostListener {
     // The errno of kError, if it is known; else 0.
     [[nodiscard]] int disconnectError() const;
 
-    // Any thread. Milliseconds since the transport last took a byte, or since the worker was made.
+    // Any thread. Milliseconds since the transport last took a byte, or since the worker was made;
+    // some too many, at times.
     // For policies in which a peer that takes what it is sent is not silent:
     //
     //     bool hasRemoteTimedout(long sinceLastRead) override {

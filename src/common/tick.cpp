@@ -28,11 +28,13 @@ int64_t milliseconds(clockid_t clock) {
 
 int64_t now() { return milliseconds(CLOCK_MONOTONIC); }
 
-// The coarse clock is read several times as fast, and is behind the other one by some periods of
-// the kernel's timer at most, which are up to 10 ms long.
+// The coarse clock is behind the other one by some periods of the kernel's timer at most, which are
+// up to 10 ms long.
+int64_t roughly() { return milliseconds(CLOCK_MONOTONIC_COARSE); }
+
 bool isReached(int64_t time) {
     constexpr int64_t kMostBehindMs = 40;
-    if (time - kMostBehindMs > milliseconds(CLOCK_MONOTONIC_COARSE)) return false;
+    if (time - kMostBehindMs > roughly()) return false;
     return time <= now();
 }
 

@@ -124,7 +124,7 @@ void Worker::transmit(WriteBatch& batch) {
     if (batch.socket.exists()) {
         batch.sent = sendNow(batch.socket.fd, batch.parts, batch.count);
         batch.isStream = batch.socket.isStream;
-        if (batch.sent.count > 0) mLastSentTick.store(tick32(), std::memory_order_relaxed);
+        if (batch.sent.count > 0) mLastSentTick.store(roughTick32(), std::memory_order_relaxed);
         return;
     }
     DrainScope scope(mDevice);

@@ -79,7 +79,7 @@ int Worker::instantWrite(const void* data, int len) {
         return len;
     }
     const int ret = mDevice->write(data, len);
-    if (ret > 0) mLastSentTick.store(tick32(), std::memory_order_relaxed);
+    if (ret > 0) mLastSentTick.store(roughTick32(), std::memory_order_relaxed);
     return ret;
 }
 
