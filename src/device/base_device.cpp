@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "connector/life_watch.h"
+#include "device/own_socket.h"
 #include "device/read_size.h"
 
 namespace vyn {
@@ -72,7 +73,15 @@ int BaseDevice::create() { return -1; }
 int BaseDevice::readAndReport() {
     const int size = readSizeOf(*this, mWorker);
     if (size > 0) return readAndReport(size);
-    char buffer[2048] = {};
+    if (OwnSocket::of(this).exists()) {
+        UsualReadBuffer buffer;
+        if (buffer.bytes() != nullptr) {
+            const int count = read(buffer.bytes(), UsualReadBuffer::kSize);
+            if (count > 0) buffer.onRead(count), onData(buffer.bytes(), count);
+            return count;
+        }
+    }
+    char buffer[UsualReadBuffer::kSize] = {};
     const int count = read(buffer, sizeof buffer);
     if (count > 0) onData(buffer, count);
     return count;  // the device may be gone by now

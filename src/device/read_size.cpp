@@ -7,6 +7,7 @@
 #include <vyn/worker.h>
 
 #include <atomic>
+#include <cstring>
 #include <map>
 #include <new>
 #include <utility>
@@ -46,6 +47,7 @@ struct Spare {
     std::unique_ptr<char[]> bytes;
 };
 thread_local Spare tSpare;
+thread_local std::unique_ptr<UsualReadBuffer::Memory> tUsual;
 
 }  // namespace
 
@@ -78,6 +80,19 @@ ReadBuffer::~ReadBuffer() {
     if (mBytes == nullptr || tSpare.size >= mSize) return;
     tSpare.size = mSize;
     tSpare.bytes = std::move(mBytes);
+}
+
+UsualReadBuffer::UsualReadBuffer() : mMemory(std::move(tUsual)) {
+    if (mMemory == nullptr) mMemory.reset(new (std::nothrow) Memory);
+}
+
+UsualReadBuffer::~UsualReadBuffer() {
+    if (mMemory != nullptr) tUsual = std::move(mMemory);
+}
+
+void UsualReadBuffer::onRead(int count) {
+    const int before = std::exchange(mMemory->used, count);
+    if (before > count) std::memset(bytes() + count, 0, static_cast<size_t>(before - count));
 }
 
 }  // namespace vyn

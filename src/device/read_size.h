@@ -35,4 +35,30 @@ class ReadBuffer {
     std::unique_ptr<char[]> mBytes;
 };
 
+// The same for reads of the usual size into zeros. What one read has left is cleared as far as the
+// next one does not reach, so this is for devices that look at nothing but what they read. Belongs
+// to the thread, too.
+class UsualReadBuffer {
+  public:
+    static constexpr int kSize = 2048;
+
+    UsualReadBuffer();
+    ~UsualReadBuffer();
+    UsualReadBuffer(const UsualReadBuffer&) = delete;
+    UsualReadBuffer& operator=(const UsualReadBuffer&) = delete;
+
+    // Null when there is no memory.
+    char* bytes() { return mMemory == nullptr ? nullptr : mMemory->bytes; }
+    // So many were read.
+    void onRead(int count);
+
+    struct Memory {
+        int used = 0;  // behind these are zeros
+        char bytes[kSize] = {};
+    };
+
+  private:
+    std::unique_ptr<Memory> mMemory;
+};
+
 }  // namespace vyn

@@ -169,6 +169,25 @@ std::string readExactly(SocketType& socket, size_t size) {
     return bytes.substr(0, read);
 }
 
+TEST(UsualReads, LeaveZerosBehindWhatTheyRead) {
+    struct Nosy : Worker {
+        using Worker::Worker;
+        std::string seen;
+        bool handledBeforeParser(const void* data, int) override {
+            seen.assign(static_cast<const char*>(data), 2048);
+            return true;
+        }
+    };
+    Connection<UnixTransport> connection;
+    UnixDevice device(&connection.server);
+    Nosy worker(&device, nullptr);
+    for (const size_t size : {2048, 7, 3}) {
+        EXPECT_EQ(connection.client.send(numbered(size).data(), static_cast<int>(size)), size);
+        worker.onDataArrival(device.getFd());
+        EXPECT_EQ(worker.seen, numbered(size) + std::string(2048 - size, 0));
+    }
+}
+
 // With a loop and a peer.
 template <typename Transport>
 struct FlowOver : ::testing::Test {
