@@ -3,14 +3,12 @@
 #include <pthread.h>
 #include <sched.h>
 #include <vyn/config.h>
-#include <vyn/helper.h>
 #include <vyn/logging.h>
 #include <vyn/thread_pool.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <new>
-#include <sstream>
 #include <utility>
 
 #include "common/task_ids.h"
@@ -19,8 +17,6 @@
 namespace vyn {
 
 namespace {
-
-constexpr long kTimeoutMs = 10001;
 
 TaskIds gTaskIds;
 
@@ -32,8 +28,6 @@ class FunctionTask : public ThreadPool::Task {
   private:
     const std::function<void()> mWork;
 };
-
-long elapsedSince(long start) { return helper::tickDifference(helper::mtick(), start); }
 
 void nameThread() {
     char name[100];
@@ -105,17 +99,6 @@ int ThreadPool::cancelAll() {
     int count = 0;
     for (; const Task* task = taken.pop(); ++count) delete task;
     return count;
-}
-
-std::string ThreadPool::checkTaskTimeout() {
-    std::ostringstream text;
-    Condition::Holder holder(mTimeCond);
-    for (const auto& [id, start] : mRunningSince) {
-        const long elapsed = elapsedSince(start);
-        if (elapsed < kTimeoutMs) continue;
-        text << "{ Task id:" << id << ", cost " << elapsed << " ms.}, ";
-    }
-    return text.str();
 }
 
 void* ThreadPool::threadMain(void* pool) {
@@ -229,30 +212,6 @@ void ThreadPool::leave() {
     if (--mThreads == 0) mCond.signal();
 }
 
-void ThreadPool::recordStart(int id) {
-    const long start = helper::mtick();
-    Condition::Holder holder(mTimeCond);
-    try {
-        mRunningSince[id] = start;
-    } catch (const std::bad_alloc&) {
-        // The task is not timed.
-    }
-}
-
-void ThreadPool::reportTime(const Task* task, int id) {
-    long elapsed = 0;
-    {
-        Condition::Holder holder(mTimeCond);
-        const auto entry = mRunningSince.find(id);
-        if (entry == mRunningSince.end()) return;
-        elapsed = elapsedSince(entry->second);
-        mRunningSince.erase(entry);
-    }
-    if (elapsed < kTimeoutMs) return;
-    VYN_LOG_WARNING << "[Warning] task " << static_cast<const void*>(task) << ", Id: " << id
-                    << " running timeout. costs " << elapsed << " ms.";
-}
-
 void ThreadPool::drainAndQuit() {
     Condition::Holder holder(mCond);
     mDraining = true;
@@ -260,12 +219,6 @@ void ThreadPool::drainAndQuit() {
     mQuit = true;
     mCond.broadcast();
     mOthersCond.broadcast();
-}
-
-// Tasks still running are not reported any more.
-void ThreadPool::forgetStarts() {
-    Condition::Holder holder(mTimeCond);
-    mRunningSince.clear();
 }
 
 void ThreadPool::waitForThreads() {
