@@ -13,6 +13,7 @@
 //     ended
 #include <vyn/client_device.h>
 #include <vyn/config.h>
+#include <vyn/framing.h>
 #include <vyn/handler.h>
 
 #include <cstring>
@@ -31,6 +32,10 @@ class Client : public vyn::Handler {
     }
     ~Client() override { mLoop.removeWorkerLocked(&mWorker); }
 
+    void onCommand(vyn::Worker*, vyn::Command* line) override {
+        std::cout << "the server says: " << static_cast<vyn::Line*>(line)->text << std::endl;
+        if (mConnections == 2) mDevice.disconnect();
+    }
     // The connection is lost, or is not wanted any more.
     void onDisconnected(vyn::Worker*) override {
         if (mDevice.willReconnect()) {
@@ -53,27 +58,19 @@ class Client : public vyn::Handler {
     }
     void onConnected() {
         std::cout << "connected, " << ++mConnections << std::endl;
-        mWorker.writeRaw("hello", 5);
+        mParser.clear();  // of half a line of the last connection
+        vyn::Line greeting("hello");
+        mWorker.write(&greeting);
     }
     static void onFailed(const vyn::ConnectFailure& failure) {
         std::cout << "no connection: " << std::strerror(failure.error) << ", attempt "
                   << failure.attempt << std::endl;
     }
-    // The bytes as they come. For commands in place of bytes there are parsers, see Worker.
-    struct Talk : vyn::Worker {
-        explicit Talk(Client& itsClient) : Worker(&itsClient.mDevice, nullptr), client(itsClient) {}
-        bool handledBeforeParser(const void* data, int len) override {
-            const std::string text(static_cast<const char*>(data), static_cast<size_t>(len));
-            std::cout << "the server says: " << text << std::endl;
-            if (client.mConnections == 2) client.mDevice.disconnect();
-            return true;
-        }
-        Client& client;
-    };
 
     int mConnections = 0;
     vyn::ClientDevice mDevice;
-    Talk mWorker{*this};
+    vyn::LineParser mParser{&mDevice};
+    vyn::Worker mWorker{&mDevice, &mParser};
 };
 
 // What it talks to. It serves one at a time, answers the greeting, hangs up and is away for a
@@ -103,7 +100,7 @@ class Server : public vyn::Handler {
         explicit Peer(const vyn::Socket* socket) : Worker(new vyn::NetDevice(socket), nullptr) {}
         ~Peer() override { delete getDevice(); }
         bool handledBeforeParser(const void*, int) override {
-            writeRaw("welcome", 7);
+            writeRaw("welcome\n", 8);
             disconnectWhenWritten(1000);
             return true;
         }

@@ -58,8 +58,9 @@ struct ClientFunctions {
 // Executor::onDisconnected() follows when the connection is lost, when the client gives up, and
 // when too much was queued. Leave the worker alone there if willReconnect(): when the callback
 // returns, what it still had queued is dropped, it is valid again, and the next attempt follows
-// after the delay. The parser had better forget half a packet then, and an authenticator that it
-// has passed. Otherwise remove the worker, or connect() it anew, there or later.
+// after the delay. In `connected` the parser had better forget half a packet of the last connection
+// (LineParser::clear()), and an authenticator that the peer has passed. Without willReconnect()
+// remove the worker, or connect() it anew, there or later.
 //
 // disconnect() and Worker::disconnectWhenWritten() end it for good, reconnect() does not: that is
 // for onHeartbitTimeout(). While there is no connection the worker's heartbeat rests, and a pause

@@ -66,6 +66,8 @@ class VYN_API FramingBuffer {
     void append(const void* data, int len);
     // Takes the bytes behind the messages that were taken: for who reads on with something else.
     [[nodiscard]] std::string takeRest();
+    // Forgets everything, also that a message was too long: for another connection.
+    void clear();
 
   protected:
     FramingBuffer() = default;
@@ -100,6 +102,7 @@ class VYN_API LineBuffer : public FramingBuffer {
     [[nodiscard]] Result next(std::string_view& line);
     // See FramingBuffer.
     [[nodiscard]] std::string takeRest();
+    void clear();
 
   private:
     friend class LineParser;
@@ -176,6 +179,9 @@ class VYN_API LineParser : public Parser {
     // takes one with line feeds in it for several lines.
     void createPacket(Command* line) override;
     int parse(const void* data, int len, bool more) override;
+    // Forgets what has not arrived whole, and a line that was too long: for a client that has
+    // another connection.
+    void clear() { mBuffer.clear(); }
 
   private:
     Device* const mDevice;
@@ -190,6 +196,8 @@ class VYN_API FrameParser : public Parser {
     // Writes a Frame. One that is too long is an error line, and is not written.
     void createPacket(Command* frame) override;
     int parse(const void* data, int len, bool more) override;
+    // As LineParser's.
+    void clear() { mBuffer.clear(); }
 
   private:
     Device* const mDevice;

@@ -16,6 +16,12 @@ std::string FramingBuffer::takeRest() {
     return rest;
 }
 
+void FramingBuffer::clear() {
+    mIsRefused = false;
+    mUnread = {};
+    keep();
+}
+
 void FramingBuffer::offer(const void* data, int len) {
     if (mIsRefused || data == nullptr || len < 1) return;
     const std::string_view arrived(static_cast<const char*>(data), static_cast<size_t>(len));

@@ -26,6 +26,11 @@ std::string LineBuffer::takeRest() {
     return FramingBuffer::takeRest();
 }
 
+void LineBuffer::clear() {
+    mSearched = 0;
+    FramingBuffer::clear();
+}
+
 const char* Line::getClassName() { return "Line"; }
 
 void Line::dump(std::ostream& os) { os << text; }

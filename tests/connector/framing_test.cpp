@@ -4,6 +4,8 @@
 #include <vyn/buffer.h>
 #include <vyn/framing.h>
 
+#include <cstring>
+
 #include "support/support.h"
 
 namespace vyn::testing {
@@ -42,6 +44,20 @@ TEST(Framing, GivesTheSameHoweverTheBytesAreCut) {
             EXPECT_EQ(Reported(LineParser(nullptr, 8), lines + tooLong, step).all, texts);
         }
         EXPECT_EQ(log.texts(), Strings(3, "line of more than 8 bytes, disconnect Device(NULL)"));
+    }
+}
+
+TEST(Framing, BeginsAnewForAnotherConnection) {
+    LineBuffer buffer(8);
+    std::string_view line;
+    for (const auto& [bytes, result] : {std::pair("half", LineBuffer::kIncomplete),
+                                        std::pair("xxxxxxxxx", LineBuffer::kTooLong)}) {
+        buffer.append(bytes, static_cast<int>(std::strlen(bytes)));
+        EXPECT_EQ(buffer.next(line), result);
+        buffer.clear();
+        buffer.append("a\n", 2);
+        EXPECT_EQ(buffer.next(line), LineBuffer::kWhole);
+        EXPECT_EQ(line, "a");
     }
 }
 
