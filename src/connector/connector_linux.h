@@ -74,7 +74,7 @@ class LinuxConnector : public Connector::Impl {
     bool isFairTurn();
     int pollEvents(epoll_event* events);
     int64_t nextDue() const;
-    int64_t nowIfDue() const;
+    int64_t nowIfDue();
     int nextTimerAndMessageTimeout(int64_t now) const;
     bool shallStop();
     void noteWait(int64_t began, int timeout, int count);
@@ -113,6 +113,7 @@ class LinuxConnector : public Connector::Impl {
     int64_t mStopBy = INT64_MAX;                // the tick::now() at which the loop ends
     std::atomic<int> mFairness{0};              // turns; 0 for none
     int mTurnsWithoutEvents = 0;                // in a row, as something was due
+    unsigned mTurnsOfMessages = 0;              // those without a wait for events
 
     Epoll mEpoll;
     WakePipe mTickFd;

@@ -151,9 +151,12 @@ int64_t LinuxConnector::nextDue() const {
     return std::min({mTimers.nextExpire(), mMessages.nextDelayed(), mWorkers.nextRetry(), mStopBy});
 }
 
-// While messages are due anyway, the clock is only looked at when it is likely to matter.
-int64_t LinuxConnector::nowIfDue() const {
-    return tick::isReached(nextDue()) ? tick::now() : INT64_MIN;
+// While messages are due anyway, the clock is only looked at when it is likely to matter, and now
+// and then, in case that what tells so is wrong.
+int64_t LinuxConnector::nowIfDue() {
+    constexpr unsigned kTurnsWithoutLook = 64;
+    const bool isToLook = ++mTurnsOfMessages % kTurnsWithoutLook == 0;
+    return isToLook || tick::isReached(nextDue()) ? tick::now() : INT64_MIN;
 }
 
 // Whether a stop was requested, and all is written or the time for that is over.
