@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include "connector/gather_scope.h"
@@ -56,9 +57,14 @@ void GatherScope::remove(Worker* worker) {
     if (*link != nullptr) *link = flow->nextGathering;
 }
 
+// As part of a destructor, this lets no want of memory pass.
 void GatherScope::flush(Worker* worker) {
     remove(worker);
-    worker->flushGathered();
+    try {
+        worker->flushGathered();
+    } catch (const std::bad_alloc&) {
+        worker->endWithoutMemory(static_cast<int>(worker->pendingBytes()));
+    }
 }
 
 void Worker::setEagerWriting(bool on) {
