@@ -34,7 +34,10 @@ DatagramDevice::DatagramDevice(const Socket* socket, Function onDatagram)
 DatagramDevice::~DatagramDevice() = default;
 
 bool DatagramDevice::bind(int port, const std::string& ip) {
-    const bool isBound = mSocket.setHostIP(ip) && mSocket.bind(port);
+    // There may have been no descriptor when it was made.
+    const bool isOpen =
+        mSocket.isValid() || (mSocket.create(Socket::UDP) && mSocket.setNonBlock(true));
+    const bool isBound = isOpen && mSocket.setHostIP(ip) && mSocket.bind(port);
     if (!isBound) VYN_LOG_ERRNO_INFO << "bind [" << ip << ":" << port << "] failed.";
     descriptorsChanged();  // the number is the same, the socket may be another
     return isBound;

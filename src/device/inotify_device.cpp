@@ -56,6 +56,7 @@ void InotifyDevice::onDataArrival(int) {
     const ssize_t count = io::uninterrupted([&] { return ::read(mFd, buffer, sizeof buffer); });
     if (count < 0 && io::wouldBlock()) return restFor(io::kNotReadyRestMs);
     if (count < static_cast<ssize_t>(sizeof(inotify_event))) {
+        if (count >= 0) errno = 0;
         VYN_LOG_ERRNO_ERROR << "inotify read fail. no changes are reported any more: " << mPath;
         onDisconnected();
         return;
