@@ -187,7 +187,7 @@ class VYN_API Connector {
     Impl* mImpl;
 };
 
-// As dump().
+// As dump(); "Connector(NULL)" for null.
 VYN_API std::ostream& operator<<(std::ostream& os, Connector* connector);
 VYN_API std::ostream& operator<<(std::ostream& os, Connector& connector);
 

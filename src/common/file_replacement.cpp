@@ -17,6 +17,7 @@
 #include <optional>
 
 #include "common/descriptor.h"
+#include "common/pipe_signal_guard.h"
 
 namespace vyn {
 
@@ -192,7 +193,10 @@ int replace(const std::string& path, std::string_view content) {
     if (!file.isOpen() && (errno != ENOENT || target.empty())) return errno;
     const Status old = statusOf(file);
     if (file.isOpen() && !old) return errno;
-    if (old && !S_ISREG(old->st_mode)) return file.writeAll(content) ? 0 : errno;
+    if (old && !S_ISREG(old->st_mode)) {
+        const PipeSignalGuard guard;
+        return file.writeAll(content) ? 0 : errno;
+    }
     const int error = replaceByRename(target, file, old, content);
     return old && speaksForRewriting(error) ? rewrite(target, file, content) : error;
 }

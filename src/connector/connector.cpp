@@ -173,6 +173,7 @@ void Connector::destroyImplement(Impl* impl) {
 }
 
 std::ostream& operator<<(std::ostream& os, Connector* connector) {
+    if (connector == nullptr) return os << "Connector(NULL)";  // as on a thread without one
     connector->dump(os);
     return os;
 }
