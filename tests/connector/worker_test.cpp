@@ -70,9 +70,9 @@ TEST_F(WorkerTest, DoesNothingWhileItIsNotValidButReportEveryDisconnection) {
     worker.onDisconnected();
     worker.onDisconnected();
     receive("one\n");
-    write("x");
-    worker.writeRaw("x", 1);
-    queue("x");
+    Line line("x");
+    EXPECT_FALSE(worker.write(&line) || worker.writeRaw("x", 1) || worker.queueWritting("x", 1) ||
+                 worker.performWrite());
     worker.onPacketCreated("x", 1);
     worker.onNewConnection(3, nullptr);
     worker.onNetworkChanged();
@@ -80,7 +80,6 @@ TEST_F(WorkerTest, DoesNothingWhileItIsNotValidButReportEveryDisconnection) {
     worker.checkHeartbit();
     worker.onAuthenticated();
     worker.onAuthenticationFailed();
-    EXPECT_FALSE(worker.performWrite());
     EXPECT_EQ(log.count("not valid"), 12);
     EXPECT_EQ(events, (Strings{"disconnected", "disconnected"}));
     EXPECT_EQ(device.writes, 0);

@@ -8,10 +8,8 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vyn/logging.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -52,7 +50,6 @@ inline void allowDescriptors(rlim_t count) {
 class ExhaustedDescriptors {
   public:
     ExhaustedDescriptors() {
-        showClassesOfLines();
         getrlimit(RLIMIT_NOFILE, &mLimit);
         const rlimit lowered{1024, mLimit.rlim_max};
         setrlimit(RLIMIT_NOFILE, &lowered);
@@ -64,16 +61,6 @@ class ExhaustedDescriptors {
     }
 
   private:
-    // The undefined-behaviour sanitizer opens descriptors when it meets a class for the first time,
-    // so the classes that log lines are made of had better meet it while there are some. Writes two
-    // lines.
-    static void showClassesOfLines() {
-        errno = EMFILE;
-        for (int i = 0; i < 2; ++i) VYN_LOG_ERRNO_ERROR << "about to run out of descriptors";
-        logging::LogMessage(logging::kTag, "", "", 0, logging::kLevelError, false, false)
-            << "not " << errno << " written";
-    }
-
     rlimit mLimit{};
     std::vector<int> mFillers;
 };
