@@ -8,6 +8,7 @@
 #include <vyn/worker.h>
 
 #include <algorithm>
+#include <new>
 
 #include "common/tick.h"
 #include "connector/gather_scope.h"
@@ -236,7 +237,11 @@ std::ostream& operator<<(std::ostream& os, Worker* worker) {
     if (worker == nullptr) return os << "Worker(NULL)";
     os << worker->getClassName() << "(" << static_cast<const void*>(worker)
        << "): {Connector=" << static_cast<const void*>(worker->getConnector()) << ", ";
-    worker->dump(os);
+    try {
+        worker->dump(os);
+    } catch (const std::bad_alloc&) {  // a line about a worker ends no loop
+        os.setstate(std::ios_base::badbit);
+    }
     return os << "}";
 }
 

@@ -5,6 +5,7 @@
 #include <vyn/worker.h>
 
 #include <cerrno>
+#include <new>
 
 #include "connector/life_watch.h"
 #include "device/own_socket.h"
@@ -120,7 +121,11 @@ std::ostream& operator<<(std::ostream& os, Device* device) {
     if (device == nullptr) return os << "Device(NULL)";
     os << device->getClassName() << "(" << static_cast<const void*>(device)
        << "): {fd=" << device->getFd() << ", ";
-    device->dump(os);
+    try {
+        device->dump(os);
+    } catch (const std::bad_alloc&) {  // a line about a device ends no loop
+        os.setstate(std::ios_base::badbit);
+    }
     return os << "}";
 }
 
