@@ -77,6 +77,9 @@ class VYN_API FramingBuffer {
     // takeRest() is called, the bytes must stay.
     void offer(const void* data, int len);
 
+    // What is left of what was offered need not stay from here on.
+    void settle();
+
     [[nodiscard]] std::string_view unread() const { return mUnread; }
     void consume(size_t count) { mUnread.remove_prefix(count); }
     Result waitForMore();

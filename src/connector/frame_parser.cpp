@@ -87,7 +87,8 @@ int FrameParser::parse(const void* data, int len, bool) {
     if (result == FrameBuffer::kTooLong) refuseMessage("frame", mBuffer.mFormat.longest, mDevice);
     if (result != FrameBuffer::kWhole) return -1;
     Frame frame{std::string(payload)};
-    onCommandParsed(&frame);  // which may delete this parser
+    mBuffer.settle();
+    onCommandParsed(&frame);  // which may delete this parser, or the worker and end this read
     return 0;
 }
 

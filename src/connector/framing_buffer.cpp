@@ -34,6 +34,11 @@ void FramingBuffer::offer(const void* data, int len) {
     }
 }
 
+// What is kept already is not moved, so that of one read nothing is copied more than once.
+void FramingBuffer::settle() {
+    if (!mIsKept && !mUnread.empty()) keep();
+}
+
 FramingBuffer::Result FramingBuffer::waitForMore() {
     keep();
     return kIncomplete;

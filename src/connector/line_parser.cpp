@@ -49,7 +49,8 @@ int LineParser::parse(const void* data, int len, bool) {
     if (result == LineBuffer::kTooLong) refuseMessage("line", mBuffer.mLongest, mDevice);
     if (result != LineBuffer::kWhole) return -1;
     Line line{std::string(text)};
-    onCommandParsed(&line);  // which may delete this parser
+    mBuffer.settle();
+    onCommandParsed(&line);  // which may delete this parser, or the worker and end this read
     return 0;
 }
 

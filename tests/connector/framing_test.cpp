@@ -90,6 +90,24 @@ TEST(Framing, LeadsPayloadsByTheirLengthInEveryFormat) {
     }
 }
 
+TEST(Framing, KeepsForAnotherWorkerWhatCameWithTheLastWordsOfOneThatGoes) {
+    FakeDevice device;
+    LineParser parser(&device);
+    RecordingExecutor executor;
+    std::string heard;
+    executor.command = [&](Worker* worker, Command* line) {
+        heard += static_cast<Line*>(line)->text;
+        delete worker;
+    };
+    for (const char* bytes : {"one\ntwo\nthr", "ee\n"}) {
+        auto* worker = new Worker(&device, &parser);
+        worker->attach(nullptr, &executor);
+        const std::string read = bytes;  // of which nothing stays
+        worker->onData(read.data(), static_cast<int>(read.size()));
+    }
+    EXPECT_EQ(heard, "onetwo");
+}
+
 // The executor deletes all that there is, in the midst of what one read brought.
 TEST(Framing, DisconnectsWhoSendsTooMuchAfterWhatItHasSentBeforeThePasswordToo) {
     struct Password : Authenticator {
