@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <string>
 
@@ -70,8 +71,8 @@ class VYN_API Connector {
         virtual void onMessage(Message message) = 0;
 
         // Any thread. Posts a message to this executor itself, now or after `delayMs`
-        // milliseconds. Dropped silently when the executor was never attached. A message cannot be
-        // cancelled: do not destroy an executor for which messages are waiting.
+        // milliseconds. Dropped silently when the executor was never attached. Do not destroy an
+        // executor for which messages are waiting: removeMessages() drops them.
         //
         // The loop delivers all messages that are due before it looks at its descriptors. A
         // handler that posts to itself for as long as it runs does so with a delay of at least 1.
@@ -152,6 +153,39 @@ class VYN_API Connector {
     // when the message has a callback. Messages come in the order of their ticks, and in the order
     // of posting for equal ticks.
     void sendMessageDelayed(Executor* executor, const Message& message, long delayMs);
+
+    // Any thread. Calls `function` on the loop's thread, now or after `delayMs` milliseconds, in
+    // its turn among the messages. Returns an id for cancel(), which no other function of this loop
+    // ever gets; 0 for an empty function, which is not posted. The function is destroyed on the
+    // loop's thread when it has run, or with the loop; by cancel() on the thread that calls that.
+    uint64_t post(std::function<void()> function, long delayMs = 0);
+    // Any thread. Calls `function` on the loop's thread every `ms` milliseconds, first one interval
+    // from now, until it is cancelled or the loop destroyed; an interval counts as for addTimer().
+    uint64_t every(long ms, std::function<void()> function);
+    // Any thread. Forgets a function that waits; unknown ids are ignored. Called on a thread that
+    // serves no loop, it waits for the function if that is running: it is not, and does not any
+    // more, when the call has returned. Hold nothing that the function waits for.
+    //
+    // On its own loop's thread the function can only be the one that calls this, which is left to
+    // its end. A thread that serves another loop does not wait, as that might wait for this one:
+    // the function may then be about its last run. An every() function is waited for there, too,
+    // unless this is called inside a timer's callback.
+    void cancel(uint64_t id);
+
+    // Any thread. Drops the messages that were posted by `executor`, or with it, and carry no
+    // callback: those with the code `what`, or all. Waits for an onMessage() of such a message as
+    // cancel() does. An executor that is detached, and then rid of its messages on the loop's
+    // thread or one that serves none, may be deleted if nobody posts to it and no worker refers to
+    // it any more.
+    void removeMessages(Executor* executor);
+    void removeMessages(Executor* executor, int what);
+    // Before other threads use the loop. `listener` is called with each message without a callback
+    // that is dropped, to free what its `obj` points to: by removeMessages(), on the thread that
+    // calls it, or with the loop, on the thread that destroys that.
+    void setDropListener(std::function<void(const Message& message)> listener);
+
+    // Any thread. Whether the caller is inside this loop's run().
+    [[nodiscard]] bool isOnLoopThread() const;
 
     // Any thread. Ends the loop's wait, so that it looks at what is to be written.
     void queueWrite();

@@ -28,7 +28,7 @@ class VYN_API Handler : public Connector::Executor {
   public:
     // Not owned; must outlive the handler.
     explicit Handler(Connector& loop);
-    // No message of its own may be waiting any more.
+    // Drops its messages that are still waiting.
     ~Handler() override;
     Handler(const Handler&) = delete;
     Handler& operator=(const Handler&) = delete;

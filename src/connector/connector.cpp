@@ -113,6 +113,41 @@ void Connector::sendMessageDelayed(Executor* executor, const Message& message, l
     mImpl->sendMessageDelayed(executor, message, delayMs);
 }
 
+uint64_t Connector::post(std::function<void()> function, long delayMs) {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, 0);
+    return function ? mImpl->post(std::move(function), delayMs) : 0;
+}
+
+uint64_t Connector::every(long ms, std::function<void()> function) {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, 0);
+    return function ? mImpl->every(ms, std::move(function)) : 0;
+}
+
+void Connector::cancel(uint64_t id) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->cancel(id);
+}
+
+void Connector::removeMessages(Executor* executor) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->removeMessages(executor, nullptr);
+}
+
+void Connector::removeMessages(Executor* executor, int what) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->removeMessages(executor, &what);
+}
+
+void Connector::setDropListener(std::function<void(const Message&)> listener) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->setDropListener(std::move(listener));
+}
+
+bool Connector::isOnLoopThread() const {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, false);
+    return mImpl->isOnLoopThread();
+}
+
 void Connector::queueWrite() {
     VYN_CHECK_OR_RETURN(mImpl != NULL);
     mImpl->queueWrite();

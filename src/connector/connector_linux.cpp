@@ -8,7 +8,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <new>
+#include <utility>
+
+#include "connector/periodic_function.h"
 
 // The connector's operations; the loop itself is in connector_linux_loop.cpp.
 
@@ -16,6 +20,8 @@ namespace vyn {
 
 namespace {
 
+// Tells ids of every() from those of post().
+constexpr uint64_t kPeriodic = uint64_t{1} << 63;
 constexpr int kMarks = 50;  // how far back the loading figure looks
 
 }  // namespace
@@ -28,6 +34,7 @@ LinuxConnector::LinuxConnector(Connector* connector)
 LinuxConnector::~LinuxConnector() {
     const int cleared = mTimers.clear();
     VYN_LOG_DEBUG << cleared << " timers cleared.";
+    mMessages.clear();  // while the destructors of functions find everything in its place
 }
 
 void LinuxConnector::attach(Connector::Executor* executor) {
@@ -106,6 +113,33 @@ void LinuxConnector::setFairness(int turns) {
 void LinuxConnector::sendMessageDelayed(Connector::Executor* executor, const Message& message,
                                         long delayMs) {
     mMessages.post(executor, message, delayMs);
+}
+
+uint64_t LinuxConnector::post(std::function<void()> function, long delayMs) {
+    return mMessages.post(std::move(function), delayMs);
+}
+
+uint64_t LinuxConnector::every(long ms, std::function<void()> function) {
+    auto periodic = std::make_unique<PeriodicFunction>(std::move(function));
+    const int timer = addTimer(periodic.get(), ms, nullptr);
+    static_cast<void>(periodic.release());  // deletes itself when it is removed
+    return kPeriodic | static_cast<uint32_t>(timer);
+}
+
+void LinuxConnector::cancel(uint64_t id) {
+    if ((id & kPeriodic) != 0) {
+        removeTimer(static_cast<int>(id & ~kPeriodic));
+    } else {
+        mMessages.cancel(id);
+    }
+}
+
+void LinuxConnector::removeMessages(Connector::Executor* executor, const int* what) {
+    mMessages.remove(executor, what);
+}
+
+void LinuxConnector::setDropListener(std::function<void(const Message&)> listener) {
+    mMessages.setDropListener(std::move(listener));
 }
 
 void LinuxConnector::queueWrite() { mTickFd.wake(); }

@@ -47,6 +47,12 @@ class LinuxConnector : public Connector::Impl {
     void setFairness(int turns) override;
     void sendMessageDelayed(Connector::Executor* executor, const Message& message,
                             long delayMs) override;
+    uint64_t post(std::function<void()> function, long delayMs) override;
+    uint64_t every(long ms, std::function<void()> function) override;
+    void cancel(uint64_t id) override;
+    void removeMessages(Connector::Executor* executor, const int* what) override;
+    void setDropListener(std::function<void(const Message&)> listener) override;
+    bool isOnLoopThread() const override { return mTickFd.isOnLoopThread(); }
     void queueWrite() override;
     void queueWriteOf(Worker* worker) override;
     bool queueOverflow(Worker* worker) override;

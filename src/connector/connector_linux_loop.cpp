@@ -221,9 +221,13 @@ void LinuxConnector::writeOn(EpollToken token, Worker* worker, int& error) {
 }
 
 void LinuxConnector::checkAndHandleMessage() {
-    const Posted::Ptr posted = mMessages.takeDue(mNow);
+    const MessageQueue::Delivery posted = mMessages.takeDue(mNow);
     if (posted == nullptr) return;
     mLookIsFresh = false;
+    if (posted->isFunction()) {
+        posted->function().call();
+        return;
+    }
     const Message& message = posted->message();
     if (message.callback != nullptr) {
         message.callback->onMessage(message);

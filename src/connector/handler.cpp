@@ -6,7 +6,10 @@ namespace vyn {
 
 Handler::Handler(Connector& loop) : mLoop(loop) { loop.attach(this); }
 
-Handler::~Handler() { mLoop.detach(this); }
+Handler::~Handler() {
+    mLoop.detach(this);
+    mLoop.removeMessages(this);
+}
 
 void Handler::onCommand(Worker*, Command*) {}
 

@@ -6,59 +6,87 @@
 
 #include "common/tick.h"
 
+// Posting and delivering; message_queue_removal.cpp withdraws.
+
 namespace vyn {
-
-namespace {
-
-void stamp(Posted& posted) {
-    if (!posted.isFunction()) posted.message().when = tick::toTick(posted.due());
-}
-
-}  // namespace
-
-MessageQueue::~MessageQueue() {
-    AutoBriefLock lock(mLock);
-    takeOver();
-    while (!mTaken.isEmpty()) takeImmediate();
-}
 
 void MessageQueue::post(Connector::Executor* target, const Message& message, long delayMs) {
     Posted::Ptr posted = Posted::make(message, delayMs > 0);
     posted->message().target = target;
-    add(std::move(posted), delayMs);
+    add(std::move(posted), 0, delayMs);
 }
 
-Posted::Ptr MessageQueue::takeDue(int64_t now) {
-    if (!hasImmediate() && nextDelayed() > now) return nullptr;
-    AutoBriefLock lock(mLock);
-    Posted* const immediate = firstImmediate();
-    if (isDelayedNext(immediate, now)) return takeDelayed();
-    return immediate == nullptr ? nullptr : takeImmediate();
+uint64_t MessageQueue::post(std::function<void()> function, long delayMs) {
+    const uint64_t id = mLastId.fetch_add(1, std::memory_order_relaxed) + 1;
+    add(Posted::make(Posted::Function{std::move(function), id}, delayMs > 0), id, delayMs);
+    return id;
 }
 
-void MessageQueue::add(Posted::Ptr posted, long delayMs) {
+MessageQueue::Delivery MessageQueue::takeDue(int64_t now) {
+    if (hasImmediate() || nextDelayed() <= now) {
+        AutoBriefLock lock(mLock);
+        Posted* const immediate = firstImmediate();
+        if (isDelayedNext(immediate, now)) return deliver(takeDelayed());
+        if (immediate != nullptr) return deliver(takeImmediate());
+    }
+    return {nullptr, EndDelivery{this}};
+}
+
+void MessageQueue::EndDelivery::operator()(Posted* delivered) const {
+    Posted::Delete()(delivered);
+    const uint32_t delivery = queue->mDelivery.load(std::memory_order_relaxed);
+    queue->mDelivery.store(delivery + 1, std::memory_order_release);
+}
+
+void MessageQueue::add(Posted::Ptr posted, uint64_t id, long delayMs) {
     posted->setDue(tick::after(delayMs));
-    delayMs == 0 ? mPosted.push(posted.release()) : addDelayed(std::move(posted), delayMs > 0);
+    if (delayMs == 0) {
+        mPosted.push(posted.release());
+        return;
+    }
+    if (id == 0) id = mLastId.fetch_add(1, std::memory_order_relaxed) + 1;
+    const Key key{posted->due(), id, delayMs > 0};
+    addDelayed(std::move(posted), key);
 }
 
-void MessageQueue::addDelayed(Posted::Ptr posted, bool isEarly) {
+void MessageQueue::addDelayed(Posted::Ptr posted, const Key& key) {
     const WakePipe::Waking waking(mWakePipe);
     {
         AutoBriefLock lock(mLock);
-        const Key key{posted->due(), ++mLastId, isEarly};
-        mDelayed.emplace(key, std::move(posted));
-        publishNextDelayed();
+        insert(std::move(posted), key);
     }
     mWakePipe.wake();
 }
 
-void MessageQueue::takeOver() {
-    if (Posted* const newest = mPosted.takeAll()) mTaken.append(newest);
+void MessageQueue::insert(Posted::Ptr posted, const Key& key) {
+    const bool isFunction = posted->isFunction();
+    if (isFunction) mFunctions.emplace(key.id, posted.get());
+    try {
+        mDelayed.emplace(key, std::move(posted));
+    } catch (...) {
+        if (isFunction) mFunctions.erase(key.id);
+        throw;
+    }
+    publishNextDelayed();
+}
+
+// Returns false when there was nothing.
+bool MessageQueue::takeOver() {
+    Posted* const newest = mPosted.takeAll();
+    if (newest == nullptr) return false;
+    Posted* const oldest = mTaken.append(newest);
+    if (mUnindexed == nullptr) mUnindexed = oldest;
+    return true;
 }
 
 Posted* MessageQueue::firstImmediate() {
     if (mTaken.isEmpty()) takeOver();
-    Posted* const first = mTaken.first();
+    // Of cancelled functions, the places are left.
+    Posted* first = mTaken.first();
+    while (first != nullptr && first->isFunction() && !first->function().call) {
+        Posted::Delete()(takeImmediate());
+        first = mTaken.first();
+    }
     if (first == nullptr) return nullptr;
     // Another thread may have looked at the clock later and come first.
     mLastImmediate = std::max(mLastImmediate, first->due());
@@ -70,25 +98,37 @@ Posted* MessageQueue::firstImmediate() {
 bool MessageQueue::isDelayedNext(const Posted* immediate, int64_t now) const {
     if (mDelayed.empty()) return false;
     const Key& delayed = mDelayed.begin()->first;
-    // What is due no later than a message without a delay is due as well.
+    // What is due no later than one without a delay is due as well.
     if (immediate == nullptr) return delayed.due <= now;
     return delayed.due < immediate->due() || (delayed.due == immediate->due() && delayed.isEarly);
 }
 
-Posted::Ptr MessageQueue::takeImmediate() {
+Posted* MessageQueue::takeImmediate() {
     Posted* const first = mTaken.first();
     mTaken.unlinkFirst();
     __builtin_prefetch(first->next);  // which may have come from another core
-    stamp(*first);
-    return Posted::Ptr(first);
+    if (first == mUnindexed) mUnindexed = first->next;
+    return first;
 }
 
-Posted::Ptr MessageQueue::takeDelayed() {
-    Posted::Ptr first = std::move(mDelayed.begin()->second);
+Posted* MessageQueue::takeDelayed() {
+    Posted* const first = mDelayed.begin()->second.release();
     mDelayed.erase(mDelayed.begin());
     publishNextDelayed();
-    stamp(*first);
     return first;
+}
+
+MessageQueue::Delivery MessageQueue::deliver(Posted* posted) {
+    if (posted->isFunction()) {
+        mDelivered = {posted->function().id, nullptr, 0};
+        if (!mFunctions.empty()) mFunctions.erase(mDelivered.id);
+    } else {
+        Message& message = posted->message();
+        message.when = tick::toTick(posted->due());
+        mDelivered = {0, message.callback == nullptr ? message.target : nullptr, message.what};
+    }
+    mDelivery.store(mDelivery.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    return {posted, EndDelivery{this}};
 }
 
 void MessageQueue::publishNextDelayed() {

@@ -22,6 +22,4 @@ Posted* PostedList::append(Posted* newest) {
     return oldest;
 }
 
-void PostedList::unlinkFirst() { mFirst.store(first()->next, std::memory_order_relaxed); }
-
 }  // namespace vyn

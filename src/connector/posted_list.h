@@ -17,11 +17,38 @@ class PostedList {
 
     // Adds entries that are linked by `next`, the newest first. Returns the oldest of them.
     Posted* append(Posted* newest);
-    void unlinkFirst();
+    void unlinkFirst() { mFirst.store(first()->next, std::memory_order_relaxed); }
+    // Takes out those for which `matches` gives true. Returns them linked by `next`, in their
+    // order.
+    template <typename Predicate>
+    Posted* extract(Predicate matches);
 
   private:
     std::atomic<Posted*> mFirst{nullptr};
     Posted* mLast = nullptr;
 };
+
+template <typename Predicate>
+Posted* PostedList::extract(Predicate matches) {
+    Posted* kept = nullptr;  // the last of them
+    Posted* extracted = nullptr;
+    Posted** end = &extracted;
+    for (Posted* posted = first(); posted != nullptr;) {
+        const bool isExtracted = matches(*posted);
+        Posted* const next = posted->next;
+        if (isExtracted) {
+            posted->next = nullptr;
+            *end = posted;
+            end = &posted->next;
+            kept == nullptr ? mFirst.store(next, std::memory_order_relaxed)
+                            : void(kept->next = next);
+        } else {
+            kept = posted;
+        }
+        posted = next;
+    }
+    mLast = kept;
+    return extracted;
+}
 
 }  // namespace vyn

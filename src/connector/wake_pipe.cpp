@@ -28,6 +28,8 @@ const void* threadMark() {
     return &mark;
 }
 
+thread_local bool tServesLoop = false;
+
 }  // namespace
 
 WakePipe::WakePipe() {
@@ -45,9 +47,17 @@ WakePipe::~WakePipe() {
     close(mEnds[1]);
 }
 
-void WakePipe::enterLoop() { mLoopThread.store(threadMark(), std::memory_order_relaxed); }
+void WakePipe::enterLoop() {
+    mLoopThread.store(threadMark(), std::memory_order_relaxed);
+    tServesLoop = true;
+}
 
-void WakePipe::leaveLoop() { mLoopThread.store(nullptr, std::memory_order_relaxed); }
+void WakePipe::leaveLoop() {
+    mLoopThread.store(nullptr, std::memory_order_relaxed);
+    tServesLoop = false;
+}
+
+bool WakePipe::isOnAnyLoopThread() { return tServesLoop; }
 
 bool WakePipe::isOnLoopThread() const {
     return mLoopThread.load(std::memory_order_relaxed) == threadMark();

@@ -42,6 +42,8 @@ class WakePipe {
     void leaveLoop();
     // Any thread. Whether the caller is on the loop's thread.
     bool isOnLoopThread() const;
+    // Any thread. Whether the caller serves some loop.
+    static bool isOnAnyLoopThread();
 
     // Any thread. Does nothing on the loop's own thread, which is not waiting, unless its own
     // wake-ups count.

@@ -15,11 +15,11 @@ class FunctionDevice;
 
 // The bytes on their way to function devices.
 //
-// A posted message cannot be withdrawn, and a connector may be destroyed with messages waiting. So
-// messages to a function device are addressed to this one object, which lives as long as the
-// process and hands them on. They name the device by the number of its mailbox, which no other
-// device ever gets, and the bytes belong to the mailbox until they are delivered: whichever of
-// device, message and connector goes first, nothing is touched that is gone, and nothing leaks.
+// A message with a callback cannot be withdrawn, and a connector may be destroyed with messages
+// waiting. So messages to a function device are addressed to this one object, which lives as long
+// as the process and hands them on. They name the device by the number of its mailbox, which no
+// other device ever gets, and the bytes belong to the mailbox until they are delivered: whichever
+// of device, message and connector goes first, nothing is touched that is gone, and nothing leaks.
 //
 // Any thread. The lock is held for look-ups only.
 class FunctionMail : public Message::Callback {
