@@ -14,6 +14,7 @@
 
 namespace vyn {
 
+class Connector;
 class TaskQueue;
 
 // Runs tasks on a fixed number of threads of its own, started in the order in which they were
@@ -75,6 +76,19 @@ class VYN_API ThreadPool {
     // that has run it, before the next task; unrun, on the thread that cancels or refuses it.
     // std::bad_alloc leaves the queue as it was.
     std::optional<int> addTask(std::function<void()> work);
+    // The same for a function whose end a loop is told: once `work` has run and is destroyed,
+    // `done` is posted to the loop, as by Connector::post(), and runs on its thread. A loop that is
+    // not running, or is stopped before, runs it when it is run again. When the loop is destroyed
+    // before, also while `work` is running, `done` is destroyed uncalled: on the loop's thread when
+    // it had been posted, else on the pool's. So is it when there is no memory to post it, with an
+    // error line. Neither is called when the task is cancelled.
+    //
+    //     pool.addTask([job] { job->found = lookUp(job->name); }, loop,
+    //                  [this, job] { show(job->found); });  // job is a std::shared_ptr
+    //
+    // `this` must then live as long as the loop, or `done` look whether it does.
+    std::optional<int> addTask(std::function<void()> work, Connector& loop,
+                               std::function<void()> done);
 
     // Deletes the task of that number, unrun, if it is still queued, and tells whether it was. When
     // it was not, it may be running on another thread. Looks at one task after the other. Any

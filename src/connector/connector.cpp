@@ -6,6 +6,7 @@
 
 #include "connector/connector_impl.h"
 #include "connector/connector_linux.h"
+#include "connector/loop_ticket.h"
 
 namespace vyn {
 
@@ -32,6 +33,7 @@ void Connector::Executor::sendMessageDelayed(const Message& message, long delayM
 Connector::Connector() : mImpl((currentConnector(), createImplement(this))) {}
 
 Connector::~Connector() {
+    const std::list<LoopTicket::Posted> waiting = LoopTicket::end(this);
     destroyImplement(mImpl);
     currentConnector().set(nullptr);
 }
