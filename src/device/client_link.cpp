@@ -200,10 +200,10 @@ void ClientLink::onLost(Worker* worker) {
         return;
     }
     renew(worker);
-    if (isUnderWay()) return;  // too much was queued
-    mState = State::kWaiting;
-    setConnecting(true);
-    waitForNextAttempt(nextDelayMs());
+    const bool isLost = !isUnderWay();  // or too much was queued
+    if (isLost) mState = State::kWaiting;
+    setConnecting(true);  // also where the loop had let go of a worker that was not valid
+    if (isLost) waitForNextAttempt(nextDelayMs());
 }
 
 void ClientLink::renew(Worker* worker) {
