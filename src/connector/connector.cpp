@@ -33,7 +33,7 @@ void Connector::Executor::sendMessageDelayed(const Message& message, long delayM
 Connector::Connector() : mImpl((currentConnector(), createImplement(this))) {}
 
 Connector::~Connector() {
-    const std::list<LoopTicket::Posted> waiting = LoopTicket::end(this);
+    LoopTicket::end(this);
     destroyImplement(mImpl);
     currentConnector().set(nullptr);
 }

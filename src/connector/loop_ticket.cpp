@@ -13,15 +13,11 @@ namespace vyn {
 
 namespace {
 
-struct Loop {
-    uint64_t number;  // which no other loop ever gets: it may be made where another was
-    std::list<LoopTicket::Posted> posted;
-};
-
-// The loops that have tickets.
+// The loops that have tickets, each with a number that no other ever gets: a loop may be made where
+// another was.
 struct Loops {
     Lock lock;
-    std::map<Connector*, Loop> known VYN_GUARDED_BY(lock);
+    std::map<const Connector*, uint64_t> numbers VYN_GUARDED_BY(lock);
     uint64_t last VYN_GUARDED_BY(lock) = 0;
 };
 
@@ -33,51 +29,28 @@ Loops& allLoops() {
 
 }  // namespace
 
-// Takes itself out of the list first: the function may do what it likes.
-void LoopTicket::Posted::onMessage(Message) {
-    std::list<Posted> self;
-    {
-        Loops& loops = allLoops();
-        AutoLock lock(loops.lock);
-        std::list<Posted>& posted = loops.known.find(loop)->second.posted;
-        self.splice(self.begin(), posted, place);
-    }
-    function();
-}
-
 LoopTicket::LoopTicket(Connector& loop) : mLoop(&loop), mNumber(0) {
     Loops& loops = allLoops();
     AutoLock lock(loops.lock);
-    const auto [entry, isNew] = loops.known.try_emplace(&loop, Loop{loops.last + 1, {}});
+    const auto [entry, isNew] = loops.numbers.try_emplace(&loop, loops.last + 1);
     if (isNew) ++loops.last;
-    mNumber = entry->second.number;
+    mNumber = entry->second;
 }
 
 // The lock keeps the loop from going meanwhile.
 bool LoopTicket::post(std::function<void()>& function) const {
-    std::list<Posted> made(1);
     Loops& loops = allLoops();
     AutoLock lock(loops.lock);
-    const auto found = loops.known.find(mLoop);
-    if (found == loops.known.end() || found->second.number != mNumber) return false;
-    Posted& posted = made.front();
-    posted.function = std::move(function);
-    posted.loop = mLoop;
-    posted.place = made.begin();
-    mLoop->sendMessageDelayed(nullptr, Message::obtain(&posted, 0, 0, 0, nullptr), 0);
-    found->second.posted.splice(found->second.posted.end(), made);
+    const auto found = loops.numbers.find(mLoop);
+    if (found == loops.numbers.end() || found->second != mNumber) return false;
+    mLoop->post(std::move(function));
     return true;
 }
 
-std::list<LoopTicket::Posted> LoopTicket::end(Connector* loop) {
-    std::list<Posted> waiting;
+void LoopTicket::end(Connector* loop) {
     Loops& loops = allLoops();
     AutoLock lock(loops.lock);
-    const auto found = loops.known.find(loop);
-    if (found == loops.known.end()) return waiting;
-    waiting.swap(found->second.posted);
-    loops.known.erase(found);
-    return waiting;
+    loops.numbers.erase(loop);
 }
 
 }  // namespace vyn
