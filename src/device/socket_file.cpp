@@ -50,7 +50,8 @@ SocketFileLock::SocketFileLock(const UnixAddress& address) {
     if (path.empty()) return;
     const size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    mFolder = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    mFolder = io::uninterrupted([&] { return ::open(folder.c_str(), flags); });
     if (mFolder < 0) return;
     const io::Deadline deadline(kLongestWaitMs);
     while (flock(mFolder, LOCK_EX | LOCK_NB) != 0 && (io::wouldBlock() || errno == EINTR)) {
