@@ -185,6 +185,7 @@ void Worker::consume(const WriteBatch& batch) {
 
 void Worker::dropWrites() {
     AutoLock lock(mWriteLock);
+    closeGathered();
     while (mWriteQueue.first != nullptr) removeFirst();
 }
 
