@@ -19,6 +19,8 @@ class GatherScope {
     GatherScope& operator=(const GatherScope&) = delete;
 
     static bool isOpen() { return tDepth > 0; }
+    // Finds out whether what an eager worker writes may be gathered.
+    static void learnKind(Worker* worker);
     // The worker has gathered something; it has a Flow.
     static void add(Worker* worker);
     // It has not, or ends.

@@ -53,7 +53,7 @@ void HeartbitWalk::takeSnapshot() {
 // Returns whether the executor was called, which may have taken its time.
 bool HeartbitWalk::check(const Registration& registration, int64_t readUntil, int64_t now) {
     Worker* const worker = registration.worker;
-    if (!worker->isValid() || worker->isConnecting()) return false;
+    if (!worker->isValid() || worker->isConnecting() || worker->isLeaving()) return false;
     const long silence = worker->silenceUntil(readUntil);
     worker->keepAlive(now);
     // That may have found the peer gone, and the executor acted on it.

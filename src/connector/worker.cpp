@@ -96,6 +96,7 @@ std::vector<int> Worker::getFds() {
 
 void Worker::onReady() {
     if (mDevice != nullptr) mDevice->onReady();
+    GatherScope::learnKind(this);
 }
 
 void Worker::onDataArrival(int fd) {
@@ -105,7 +106,7 @@ void Worker::onDataArrival(int fd) {
 }
 
 void Worker::checkHeartbit() {
-    if (!checkValid() || isConnecting()) return;
+    if (!checkValid() || isConnecting() || isLeaving()) return;
     Connector* const connector = getConnector();
     const uint64_t ticket = connector == nullptr ? 0 : connector->ticketOf(this);
     const int64_t now = tick::now();

@@ -57,6 +57,11 @@ void GatherScope::remove(Worker* worker) {
     if (*link != nullptr) *link = flow->nextGathering;
 }
 
+void GatherScope::learnKind(Worker* worker) {
+    Worker::Flow* const flow = worker->existingFlow();
+    if (flow != nullptr && flow->isEager) flow->gathers = !isDatagramSocket(worker->getFd());
+}
+
 // As part of a destructor, this lets no want of memory pass.
 void GatherScope::flush(Worker* worker) {
     remove(worker);
@@ -69,17 +74,18 @@ void GatherScope::flush(Worker* worker) {
 
 void Worker::setEagerWriting(bool on) {
     if (!on) flushGathered();
-    AutoLock lock(mWriteLock);
-    flow().isEager = on;
-    flow().gathers = !isDatagramSocket(getFd());
+    {
+        AutoLock lock(mWriteLock);
+        flow().isEager = on;
+    }
+    GatherScope::learnKind(this);
 }
 
 bool Worker::writeEagerly(const void* data, int len) {
     const Connector* const connector = getConnector();
-    if (connector != nullptr && Connector::current() != connector) {
-        return queueRest(data, len, false);
-    }
-    const bool gathers = GatherScope::isOpen() && existingFlow()->gathers && len >= 0;
+    const bool isElsewhere = connector != nullptr && Connector::current() != connector;
+    if (isElsewhere || len < 0) return queueRest(data, len, false);
+    const bool gathers = GatherScope::isOpen() && existingFlow()->gathers;
     return gathers ? gather(data, len) : writeBehindGathered(data, len);
 }
 
