@@ -300,7 +300,10 @@ void LinuxConnector::onHangUp(uint32_t events, EpollToken token, Worker* worker)
     }
     VYN_LOG_INFO << "rod Main runing disconnect worker events " << events << " fd " << token.fd
                  << " worker " << worker;
-    worker->setDisconnectReason(DisconnectReason::kHangUp);
+    // Once both have ended their halves, that is how it looks, too.
+    const bool isSaid =
+        worker->isLeaving() && !worker->hasWrittingData() && (events & EPOLLERR) == 0;
+    worker->setDisconnectReason(isSaid ? DisconnectReason::kOwnWish : DisconnectReason::kHangUp);
     worker->onDisconnected();
 }
 

@@ -258,6 +258,19 @@ TYPED_TEST(FlowOver, LastWordsReachASlowReaderWhateverItSendsMeanwhile) {
     EXPECT_EQ(this->awaitEnd(), DisconnectReason::kOwnWish);
 }
 
+TYPED_TEST(FlowOver, LastWordsReachAPeerThatHasEndedItsOwnHalf) {
+    this->client.setReceiveBufferSize(8192);  // so that some are on their way for a while
+    this->executor.command = [](Worker* asked, Command*) {
+        queue(*asked, numbered(100000));
+        asked->disconnectWhenWritten(60000);
+    };
+    EXPECT_EQ(this->client.send("question\n", 9), 9);
+    this->client.shutdownSend();
+    this->turn(20);
+    EXPECT_EQ(readExactly(this->client, 100001), numbered(100000));
+    EXPECT_EQ(this->awaitEnd(), DisconnectReason::kOwnWish);
+}
+
 TYPED_TEST(FlowOver, LastWordsEndInTimeWhenThePeerDoesNotRead) {
     queue(this->worker, numbered(16 << 20));
     this->worker.disconnectWhenWritten(50);
