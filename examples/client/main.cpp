@@ -10,7 +10,6 @@
 #include <vyn/config.h>
 #include <vyn/console_device.h>
 #include <vyn/handler.h>
-#include <vyn/lock.h>
 #include <vyn/network.h>
 #include <vyn/signal_device.h>
 #include <vyn/thread_pool.h>
@@ -18,68 +17,28 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 using Addresses = std::vector<vyn::SocketAddress>;
 
-// The addresses of a name. Asking for them may take many seconds, so another thread does.
-class Lookup : public vyn::Handler {
-  public:
-    using Found = std::function<void(const Addresses&)>;
-
-    Lookup(vyn::Connector& loop, std::string host, int port, Found found)
-        : Handler(loop), mHost(std::move(host)), mPort(port), mFound(std::move(found)) {}
-    // What it was given is called on the loop's thread.
-    void start() {
-        if (!std::exchange(mIsAsking, true)) mPool.addTask([this] { ask(); });
-    }
-
-  private:
-    // On the pool's thread.
-    void ask() {
-        Addresses found = vyn::helper::resolve(mHost, mPort);
-        {
-            vyn::AutoLock lock(mLock);
-            mAddresses = std::move(found);
-        }
-        sendMessage(vyn::Message::obtain());
-    }
-    void onMessage(vyn::Message) override {
-        Addresses found;
-        {
-            vyn::AutoLock lock(mLock);
-            found = mAddresses;
-        }
-        mIsAsking = false;
-        mFound(found);
-    }
-
-    bool mIsAsking = false;
-    const std::string mHost;
-    const int mPort;
-    const Found mFound;
-    vyn::Lock mLock;
-    Addresses mAddresses VYN_GUARDED_BY(mLock);
-    vyn::ThreadPool mPool{1};  // the last member: its thread ends before the others go
-};
-
 // Between the standard input and the service.
 class LineClient : public vyn::Handler, public vyn::WriteListener {
   public:
     LineClient(vyn::Connector& loop, const std::string& host, int port)
         : Handler(loop),
-          mLookup(loop, host, port, [this](const Addresses& found) { take(found); }),
+          mHost(host),
+          mPort(port),
           mService(
               "", port, options(),
               {[this] { onConnected(); }, [this](const auto& failure) { onFailed(failure); }}) {
         mAnswers.setWriteListener(this);
         mLoop.addWorkerLocked(&mAnswers, this);
         mLoop.addWorkerLocked(&mLines, this);
-        mLookup.start();
+        lookUp();
     }
     ~LineClient() override {
         mLoop.removeWorkerLocked(&mLines);
@@ -126,15 +85,26 @@ class LineClient : public vyn::Handler, public vyn::WriteListener {
         return options;
     }
 
+    // Asking for addresses may take many seconds, so another thread does.
+    void lookUp() {
+        if (std::exchange(mIsAsking, true)) return;
+        const auto found = std::make_shared<Addresses>();
+        mPool.addTask(
+            [found, host = mHost, port = mPort] { *found = vyn::helper::resolve(host, port); },
+            mLoop, [this, found] { take(*found); });
+    }
     // For the next attempt, if one is under way; else it is the first.
     void take(const Addresses& found) {
+        mIsAsking = false;
         mAddresses = found;
         mNext = 0;
-        if (found.empty()) return sendMessageDelayed(vyn::Message::obtain(), kAgainMs);
+        if (found.empty()) {
+            mLoop.post([this] { lookUp(); }, kAgainMs);
+            return;
+        }
         useNextAddress();
         if (!mService.willReconnect()) mService.connect();
     }
-    void onMessage(vyn::Message) override { mLookup.start(); }
     void useNextAddress() { mService.setAddress(mAddresses[mNext++]); }
     void onConnected() {
         std::cerr << "connected with " << mService.socket().getRemoteIP() << std::endl;
@@ -143,7 +113,7 @@ class LineClient : public vyn::Handler, public vyn::WriteListener {
     // The name may lead elsewhere by now when all that it led to have been tried.
     void onFailed(const vyn::ConnectFailure& failure) {
         std::cerr << "no connection: " << std::strerror(failure.error) << std::endl;
-        mNext < mAddresses.size() ? useNextAddress() : mLookup.start();
+        mNext < mAddresses.size() ? useNextAddress() : lookUp();
     }
     void onServiceLost() {
         if (!mService.willReconnect()) return mLoop.stop();
@@ -165,7 +135,10 @@ class LineClient : public vyn::Handler, public vyn::WriteListener {
     Addresses mAddresses;
     size_t mNext = 0;
     bool mInputHasEnded = false;
-    Lookup mLookup;
+    bool mIsAsking = false;
+    const std::string mHost;
+    const int mPort;
+    vyn::ThreadPool mPool{1};
     vyn::ClientDevice mService;
     Answers mAnswers{&mService, nullptr};
     vyn::ConsoleDevice mInput;

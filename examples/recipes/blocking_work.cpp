@@ -10,15 +10,12 @@
 //     answer: ...
 //     answer: ...
 #include <unistd.h>
-#include <vyn/handler.h>
-#include <vyn/lock.h>
+#include <vyn/connector.h>
 #include <vyn/thread_pool.h>
-#include <vyn/timer.h>
 
 #include <iostream>
+#include <memory>
 #include <string>
-#include <utility>
-#include <vector>
 
 // Takes its time, and knows nothing of loops.
 std::string answerSlowly(int question) {
@@ -26,59 +23,39 @@ std::string answerSlowly(int question) {
     return std::to_string(question) + " squared is " + std::to_string(question * question);
 }
 
-class Queries : public vyn::Handler {
+class Queries {
   public:
-    using Handler::Handler;
+    explicit Queries(vyn::Connector& loop) : mLoop(loop) {}
+    // The first function runs on a thread of the pool and the second on the loop's, when the first
+    // has ended. What one has for the other belongs to both.
     void ask(int question) {
-        mPool.addTask([this, question] { finish(answerSlowly(question)); });
+        const auto answer = std::make_shared<std::string>();
+        mPool.addTask([question, answer] { *answer = answerSlowly(question); }, mLoop,
+                      [this, answer] { show(*answer); });
     }
-    size_t answers() const { return mAnswers; }
+    int answers() const { return mAnswers; }
 
   private:
-    // A message could be lost with the loop, and what it brings. So it carries nothing but the news
-    // that there are answers.
-    void onMessage(vyn::Message) override {
-        std::vector<std::string> found;
-        {
-            vyn::AutoLock lock(mLock);
-            found.swap(mFound);
-        }
-        for (const std::string& each : found) std::cout << "answer: " << each << std::endl;
-        mAnswers += found.size();
-        if (mAnswers == 3) mLoop.stop();
-    }
-    // On a thread of the pool.
-    void finish(std::string answer) {
-        {
-            vyn::AutoLock lock(mLock);
-            mFound.push_back(std::move(answer));
-        }
-        sendMessage(vyn::Message::obtain());
+    void show(const std::string& answer) {
+        std::cout << "answer: " << answer << std::endl;
+        if (++mAnswers == 3) mLoop.stop();
     }
 
-    size_t mAnswers = 0;
-    vyn::Lock mLock;
-    std::vector<std::string> mFound VYN_GUARDED_BY(mLock);
-    vyn::ThreadPool mPool{2};  // the last member: its threads end before the others go
-};
-
-// Shows that the loop is free.
-struct Ticker : vyn::Timer {
-    bool onTimer(void*, int count) override {
-        std::cout << "the loop goes on" << std::endl;
-        ticks = count;
-        return true;
-    }
-    int ticks = 0;
+    vyn::Connector& mLoop;
+    int mAnswers = 0;
+    vyn::ThreadPool mPool{2};
 };
 
 int main() {
     vyn::Connector loop;
-    Ticker ticker;
-    loop.addTimer(&ticker, 20, nullptr);
+    int ticks = 0;
+    loop.every(20, [&ticks] {
+        ++ticks;
+        std::cout << "the loop goes on" << std::endl;
+    });
     Queries queries(loop);
     std::cout << "three queries are under way" << std::endl;
     for (const int question : {7, 11, 13}) queries.ask(question);
     loop.run();
-    return queries.answers() == 3 && ticker.ticks > 0 ? 0 : 1;
+    return queries.answers() == 3 && ticks > 0 ? 0 : 1;
 }

@@ -13,10 +13,10 @@
 #include <vyn/config.h>
 #include <vyn/handler.h>
 #include <vyn/signal_device.h>
-#include <vyn/timer.h>
 #include <vyn/unix_device.h>
 
 #include <csignal>
+#include <cstdint>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -25,26 +25,26 @@ constexpr int kPeriodMs = 20;
 constexpr int kLastWordsMs = 5000;
 constexpr int kReportSize = 1000000;
 
-class Reports : public vyn::Handler, public vyn::Timer {
+class Reports : public vyn::Handler {
   public:
     Reports(vyn::Connector& loop, const vyn::UnixSocket& peer)
         : Handler(loop), mSignals({SIGTERM}, [this](const auto&) { stop(); }), mPeer(&peer) {
         for (vyn::Worker* each : {&mStopping, &mReporting}) mLoop.addWorkerLocked(each, this);
-        mTimer = mLoop.addTimer(this, kPeriodMs, nullptr);
+        mTimer = mLoop.every(kPeriodMs, [this] { onPeriod(); });
     }
     ~Reports() override {
-        mLoop.removeTimer(mTimer);
+        mLoop.cancel(mTimer);
         for (vyn::Worker* each : {&mStopping, &mReporting}) mLoop.removeWorkerLocked(each);
-    }
-    bool onTimer(void*, int count) override {
-        std::cout << "report " << count << std::endl;
-        report();
-        if (count < 3) return true;
-        kill(getpid(), SIGTERM);
-        return false;  // not again
     }
 
   private:
+    void onPeriod() {
+        std::cout << "report " << ++mCount << std::endl;
+        report();
+        if (mCount < 3) return;
+        mLoop.cancel(mTimer);
+        kill(getpid(), SIGTERM);
+    }
     void report() {
         const std::string text(kReportSize, 'x');
         mReporting.writeRaw(text.data(), kReportSize);
@@ -56,7 +56,8 @@ class Reports : public vyn::Handler, public vyn::Timer {
         mLoop.requestStop(kLastWordsMs);
     }
 
-    int mTimer = 0;
+    int mCount = 0;
+    uint64_t mTimer = 0;
     vyn::SignalDevice mSignals;
     vyn::Worker mStopping{&mSignals, nullptr};
     vyn::UnixDevice mPeer;

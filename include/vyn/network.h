@@ -43,9 +43,8 @@ struct NetworkDevice {
 
 // The addresses of a name, or of a numeric address, with the port, in the order in which to try
 // them. None, and a log line, when there are none. Asks servers, which can take many seconds: not
-// on a loop's thread. A task of a ThreadPool asks, and posts a message to the loop, whose handler
-// takes the addresses from where the task has put them and calls ClientDevice::setAddress(), as
-// examples/client does it.
+// on a loop's thread. A task of a ThreadPool asks, and its second function, on the loop's thread,
+// calls ClientDevice::setAddress(), as examples/client does it.
 [[nodiscard]] VYN_API std::vector<SocketAddress> resolve(const std::string& name, int port);
 
 }  // namespace vyn::helper
