@@ -51,6 +51,7 @@ class Device;
 // The bytes of a stream that have not been taken yet.
 class VYN_API FramingBuffer {
   public:
+    // What next() has found.
     enum Result {
         kWhole,       // the next message
         kIncomplete,  // more bytes are needed
@@ -80,9 +81,14 @@ class VYN_API FramingBuffer {
     // What is left of what was offered need not stay from here on.
     void settle();
 
+    // For next(): the bytes that have not been taken; takes some; answers kIncomplete, and keeps
+    // what is there; answers kTooLong, and forgets everything from there on.
     [[nodiscard]] std::string_view unread() const { return mUnread; }
+    // See unread().
     void consume(size_t count) { mUnread.remove_prefix(count); }
+    // See unread().
     Result waitForMore();
+    // See unread().
     Result refuse();
 
   private:
