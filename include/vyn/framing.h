@@ -122,6 +122,7 @@ class VYN_API LineBuffer : public FramingBuffer {
 
 // How the length of a payload stands in front of it. It does not count itself.
 struct VYN_API FrameFormat {
+    // Which byte of the length comes first.
     enum Order { kHighByteFirst, kLowByteFirst };
 
     int lengthBytes = 4;           // 1, 2 or 4
@@ -153,24 +154,26 @@ class VYN_API FrameBuffer : public FramingBuffer {
 // A line, without its end.
 class VYN_API Line : public Command {
   public:
+    // Of this text.
     explicit Line(std::string content = {}) : text(std::move(content)) {}
 
     const char* getClassName() override;
     void dump(std::ostream& os) override;
 
-    std::string text;
+    std::string text;  // may be changed
 };
 
 // A payload, without its length.
 class VYN_API Frame : public Command {
   public:
+    // Of this payload.
     explicit Frame(std::string content = {}) : payload(std::move(content)) {}
 
     const char* getClassName() override;
     // The number of bytes.
     void dump(std::ostream& os) override;
 
-    std::string payload;
+    std::string payload;  // may be changed
 };
 
 // Turns lines into commands of the class Line and back. A Line that is reported lives until the
@@ -200,6 +203,7 @@ class VYN_API LineParser : public Parser {
 // The same for payloads led by their length, which are commands of the class Frame.
 class VYN_API FrameParser : public Parser {
   public:
+    // As LineParser's.
     explicit FrameParser(Device* device = nullptr, const FrameFormat& format = FrameFormat());
 
     // Writes a Frame. One that is too long is an error line, and is not written.
