@@ -12,6 +12,7 @@
 namespace vyn {
 
 class Command;
+struct LoopFigures;
 class Timer;
 class Worker;
 struct Message;
@@ -195,6 +196,14 @@ class VYN_API Connector {
     // Any thread. The range that getLoading() answers in; 0 and 100 at first. `empty` must be less
     // than `full`, anything else is fatal.
     void setLoadingRange(int empty, int full);
+
+    // Any thread. What the loop has done, what waits for it, and what took long; see
+    // vyn/loop_figures.h. Counting is always on.
+    [[nodiscard]] LoopFigures figures();
+    // Any thread. Has a warning written when a callback takes longer than this, at most one a
+    // second, and the longest one from here on kept for figures(). 0, as at first, for no limit:
+    // callbacks are not timed then.
+    void setCallbackLimit(int ms);
 
   private:
     friend class Worker;

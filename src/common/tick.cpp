@@ -38,7 +38,9 @@ bool isReached(int64_t time) {
     return time <= now();
 }
 
-int64_t after(long delayMs) { return now() + std::clamp<int64_t>(delayMs, INT32_MIN, INT32_MAX); }
+int64_t delay(long delayMs) { return std::clamp<int64_t>(delayMs, INT32_MIN, INT32_MAX); }
+
+int64_t after(long delayMs) { return now() + delay(delayMs); }
 
 int64_t nanoseconds() {
     const timespec time = timeOf(CLOCK_MONOTONIC);

@@ -19,8 +19,9 @@ int64_t roughly();
 // Whether now() is `time` or later. Faster than now() while the time is far off. Any thread.
 bool isReached(int64_t time);
 
-// now() and `delayMs` later. A delay counts in 32 bits, whatever the width of long: a longer one is
-// taken for the longest.
+// A delay counts in 32 bits, whatever the width of long: a longer one is taken for the longest.
+int64_t delay(long delayMs);
+// now() and that delay later.
 int64_t after(long delayMs);
 
 // Monotonic nanoseconds. Any thread; not replaced by setSource().

@@ -200,6 +200,16 @@ void Connector::setLoadingRange(int empty, int full) {
     mImpl->setLoadingRange(empty, full);
 }
 
+LoopFigures Connector::figures() {
+    VYN_CHECK_OR_RETURN_VALUE(mImpl != NULL, {});
+    return mImpl->figures();
+}
+
+void Connector::setCallbackLimit(int ms) {
+    VYN_CHECK_OR_RETURN(mImpl != NULL);
+    mImpl->setCallbackLimit(ms);
+}
+
 Connector::Impl* Connector::createImplement(Connector* connector) {
     return new LinuxConnector(connector);
 }

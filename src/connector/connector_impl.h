@@ -3,6 +3,7 @@
 #pragma once
 
 #include <vyn/connector.h>
+#include <vyn/loop_figures.h>
 
 #include <cstdint>
 #include <functional>
@@ -45,6 +46,8 @@ class Connector::Impl {
     virtual uint64_t ticketOf(Worker* worker) = 0;
     virtual int getLoading() = 0;
     virtual void setLoadingRange(int empty, int full) = 0;
+    virtual LoopFigures figures() = 0;
+    virtual void setCallbackLimit(int ms) = 0;
 };
 
 }  // namespace vyn

@@ -191,6 +191,21 @@ void LinuxConnector::setLoadingRange(int empty, int full) {
     VYN_LOG_DEBUG << "update loading range to [" << empty << ", " << full << "].";
 }
 
+LoopFigures LinuxConnector::figures() {
+    LoopFigures figures;
+    figures.turns = mTurns.value();
+    figures.events = mEvents.value();
+    figures.messages = mDelivered.value();
+    mTimers.report(figures);
+    mCallbacks.report(figures);
+    figures.waitingMessages = mMessages.waiting();
+    figures.workers = mWorkers.size();
+    figures.loading = getLoading();
+    return figures;
+}
+
+void LinuxConnector::setCallbackLimit(int ms) { mCallbacks.setLimit(ms); }
+
 void LinuxConnector::checkHeartbit() { mHeartbitWalk.run(mReadHorizon.time()); }
 
 void LinuxConnector::init() {

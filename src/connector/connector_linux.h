@@ -10,10 +10,12 @@
 #include <unordered_set>
 #include <vector>
 
+#include "connector/callback_watch.h"
 #include "connector/connector_impl.h"
 #include "connector/epoll.h"
 #include "connector/heartbit_timer.h"
 #include "connector/heartbit_walk.h"
+#include "connector/loop_counter.h"
 #include "connector/message_queue.h"
 #include "connector/once_a_second.h"
 #include "connector/read_horizon.h"
@@ -63,6 +65,8 @@ class LinuxConnector : public Connector::Impl {
     uint64_t ticketOf(Worker* worker) override;
     int getLoading() override;
     void setLoadingRange(int empty, int full) override;
+    LoopFigures figures() override;
+    void setCallbackLimit(int ms) override;
 
     // Has every valid worker check its heartbeat.
     void checkHeartbit();
@@ -86,8 +90,11 @@ class LinuxConnector : public Connector::Impl {
     void noteWait(int64_t began, int timeout, int count);
     void checkAndWriteData(int count, const epoll_event* events);
     void writeOn(EpollToken token, Worker* worker, int& error);
+    Worker::Drained serveWrites(Worker* worker);
+    void reportWritten(Worker* worker);
     int settle(const Registration& writer, Worker::Drained drained);
     void checkAndHandleMessage();
+    static void deliver(const Message& message);
     void disconnectOverflowed();
     void flushRequestedWrites();
     void dispatch(int count, const epoll_event* events);
@@ -127,9 +134,11 @@ class LinuxConnector : public Connector::Impl {
     HeartbitWalk mHeartbitWalk{mWorkers};
     Reminder mReminder{*this};
     HeartbitTimer mHeartbitTimer{*this};  // one of those of mTimers, which drops it at its end
-    TimerQueue mTimers{mTickFd};
+    CallbackWatch mCallbacks;
+    TimerQueue mTimers{mTickFd, 0, &mCallbacks};
     MessageQueue mMessages{mTickFd};
     Diagnoser mDiagnoser;
+    LoopCount mTurns, mEvents, mDelivered;
     // One value, so that a reader never sees half of a new range. Aligned, so that Clang reads it
     // in one instruction instead of calling a library for it.
     struct alignas(8) LoadingRange {

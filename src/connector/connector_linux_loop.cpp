@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "common/tick.h"
 #include "connector/connector_linux.h"
@@ -48,6 +49,7 @@ void LinuxConnector::runTurn(epoll_event* events) {
     flushRequestedWrites();
     mTickFd.countOwnWakes(false);
     const int count = waitForEvents(events);
+    mTurns.add(1);
     checkAndWriteData(count, events);
     if (mTimers.fireDue(mNow)) mLookIsFresh = false;
     checkAndHandleMessage();
@@ -57,7 +59,9 @@ void LinuxConnector::runTurn(epoll_event* events) {
 void LinuxConnector::disconnectOverflowed() {
     mWorkers.takeOverflows(mOverflowed);
     for (const Registration& overflowed : mOverflowed) {
-        if (mWorkers.holds(overflowed)) overflowed.worker->onWriteQueueOverflow();
+        if (!mWorkers.holds(overflowed)) continue;
+        Worker* const worker = overflowed.worker;
+        mCallbacks.call("onDisconnected", worker, [worker] { worker->onWriteQueueOverflow(); });
     }
 }
 
@@ -67,11 +71,11 @@ void LinuxConnector::flushRequestedWrites() {
     for (const Registration& writer : mDirectWriters) {
         if (mWorkers.removals() != removals && !mWorkers.holds(writer)) continue;
         if (!writer.worker->isValid()) continue;
-        const Worker::Drained drained = writer.worker->serveWrites();
+        const Worker::Drained drained = serveWrites(writer.worker);
         if (Worker::isEnd(drained)) continue;
         const int refused = settle(writer, drained);
         if (refused != 0) error = refused;
-        writer.worker->reportWritten();
+        reportWritten(writer.worker);
     }
     if (error != 0) onInterestRefused(error);
 }
@@ -210,25 +214,40 @@ void LinuxConnector::checkAndWriteData(int count, const epoll_event* events) {
 void LinuxConnector::writeOn(EpollToken token, Worker* worker, int& error) {
     mLookIsFresh = false;
     const Registration writer{worker, mWorkers.ticketOf(worker)};
-    const Worker::Drained drained = worker->serveWrites();
+    const Worker::Drained drained = serveWrites(worker);
     const bool more =
         drained == Worker::Drained::kAwaitsWritable || drained == Worker::Drained::kMore;
     // Its interest would keep the loop awake while that is not what it waits for.
     if (!more && !mWorkers.disarmWrite(token)) error = errno;
     if (Worker::isEnd(drained)) return;
     if (!more) settle(writer, drained);
-    worker->reportWritten();
+    reportWritten(worker);
+}
+
+Worker::Drained LinuxConnector::serveWrites(Worker* worker) {
+    return mCallbacks.call("write", worker, [worker] { return worker->serveWrites(); });
+}
+
+void LinuxConnector::reportWritten(Worker* worker) {
+    mCallbacks.call("onWritten", worker, [worker] { worker->reportWritten(); });
 }
 
 void LinuxConnector::checkAndHandleMessage() {
     const MessageQueue::Delivery posted = mMessages.takeDue(mNow);
     if (posted == nullptr) return;
     mLookIsFresh = false;
+    mDelivered.add(1);
     if (posted->isFunction()) {
-        posted->function().call();
+        Posted::Function* const function = &posted->function();
+        mCallbacks.call("function", static_cast<int>(function->id),
+                        [function] { function->call(); });
         return;
     }
-    const Message& message = posted->message();
+    const Message* const message = &posted->message();
+    mCallbacks.call("onMessage", message, [message] { deliver(*message); });
+}
+
+void LinuxConnector::deliver(const Message& message) {
     if (message.callback != nullptr) {
         message.callback->onMessage(message);
     } else if (message.target != nullptr) {
@@ -240,6 +259,7 @@ void LinuxConnector::checkAndHandleMessage() {
 
 void LinuxConnector::dispatch(int count, const epoll_event* events) {
     if (count <= 0) return;
+    mEvents.add(static_cast<uint64_t>(count));
     {
         const GatherScope gathering(nullptr);
         if (mLookIsFresh) ReadStamp::keep(static_cast<int32_t>(tick::toTick(mNow)));
@@ -304,7 +324,7 @@ void LinuxConnector::onHangUp(uint32_t events, EpollToken token, Worker* worker)
     const bool isSaid =
         worker->isLeaving() && !worker->hasWrittingData() && (events & EPOLLERR) == 0;
     worker->setDisconnectReason(isSaid ? DisconnectReason::kOwnWish : DisconnectReason::kHangUp);
-    worker->onDisconnected();
+    mCallbacks.call("onDisconnected", worker, [worker] { worker->onDisconnected(); });
 }
 
 void LinuxConnector::onReadable(EpollToken token, Worker* worker) {
@@ -314,7 +334,8 @@ void LinuxConnector::onReadable(EpollToken token, Worker* worker) {
         mWorkers.stopWatching(token);
         return;
     }
-    worker->onDataArrival(token.fd);
+    const int fd = token.fd;
+    mCallbacks.call("onDataArrival", worker, [worker, fd] { worker->onDataArrival(fd); });
 }
 
 }  // namespace vyn

@@ -38,6 +38,13 @@ void MessageQueue::EndDelivery::operator()(Posted* delivered) const {
     queue->mDelivery.store(delivery + 1, std::memory_order_release);
 }
 
+size_t MessageQueue::waiting() {
+    AutoBriefLock lock(mLock);
+    // A loop that waits relies on nobody else doing this.
+    if (mWakePipe.isOnLoopThread()) takeOver();
+    return mTaken.size() + mDelayed.size();
+}
+
 void MessageQueue::add(Posted::Ptr posted, uint64_t id, long delayMs) {
     posted->setDue(tick::after(delayMs));
     if (delayMs == 0) {

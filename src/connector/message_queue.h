@@ -5,6 +5,7 @@
 #include <vyn/message.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -70,6 +71,9 @@ class MessageQueue {
     // Has the loop woken for what is posted without a delay from here on. Returns false when
     // hasImmediate().
     [[nodiscard]] bool beginWait() { return mTaken.isEmpty() && mPosted.beginWait(); }
+    // How many wait. Any thread; on others than the loop's, those are left out that the loop has
+    // not come to look at.
+    size_t waiting();
     // The tick::now() at which the first delayed one is due; INT64_MAX without one.
     int64_t nextDelayed() const { return mNextDelayed.load(std::memory_order_acquire); }
 

@@ -7,7 +7,7 @@ namespace vyn {
 Posted* PostedList::append(Posted* newest) {
     Posted* const last = newest;
     Posted* oldest = nullptr;
-    while (newest != nullptr) {
+    for (; newest != nullptr; ++mSize) {
         Posted* const older = newest->next;
         newest->next = oldest;
         oldest = newest;

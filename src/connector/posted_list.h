@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 
 #include "connector/posted.h"
 
@@ -17,7 +18,11 @@ class PostedList {
 
     // Adds entries that are linked by `next`, the newest first. Returns the oldest of them.
     Posted* append(Posted* newest);
-    void unlinkFirst() { mFirst.store(first()->next, std::memory_order_relaxed); }
+    void unlinkFirst() {
+        mFirst.store(first()->next, std::memory_order_relaxed);
+        --mSize;
+    }
+    size_t size() const { return mSize; }
     // Takes out those for which `matches` gives true. Returns them linked by `next`, in their
     // order.
     template <typename Predicate>
@@ -26,6 +31,7 @@ class PostedList {
   private:
     std::atomic<Posted*> mFirst{nullptr};
     Posted* mLast = nullptr;
+    size_t mSize = 0;
 };
 
 template <typename Predicate>
@@ -37,6 +43,7 @@ Posted* PostedList::extract(Predicate matches) {
         const bool isExtracted = matches(*posted);
         Posted* const next = posted->next;
         if (isExtracted) {
+            --mSize;
             posted->next = nullptr;
             *end = posted;
             end = &posted->next;

@@ -21,6 +21,7 @@ class TimerIndex {
     // Of the timers with this id, which may be several since ids come round, the one that was
     // added first; null when there is none.
     TimerWrapper* oldest(int id) const;
+    size_t size() const { return mCount; }
 
   private:
     size_t bucketOf(int id) const;

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+#include "common/tick.h"
+
 // What may be asked of timers; see timer_queue_calls.cpp for how they are called.
 
 namespace vyn {
@@ -26,7 +28,7 @@ int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
     AutoMonitor lock(mLock);
     auto made = std::make_unique<TimerWrapper>(timer);
     made->setInterval(intervalMs);
-    made->schedule();
+    made->schedule(tick::now());
     made->setId(takeId());
     made->setArg(arg);
     made->mSequence = mNextSequence++;
@@ -62,6 +64,14 @@ void TimerQueue::setInterval(int id, long intervalMs) {
     mWakePipe.wake();  // it may be due earlier than before
 }
 
+void TimerQueue::report(LoopFigures& figures) {
+    figures.timers = mFired.value();
+    figures.longestLatenessMs = mLongestLateness.value();
+    figures.totalLatenessMs = mTotalLateness.value();
+    AutoMonitor lock(mLock);
+    figures.waitingTimers = mById.size();
+}
+
 int TimerQueue::takeId() {
     const int id = mNextId;
     mNextId = id > kLastCountedId ? 0 : id + 1;
@@ -69,7 +79,7 @@ int TimerQueue::takeId() {
 }
 
 void TimerQueue::schedule(TimerWrapper* timer) {
-    timer->schedule();
+    timer->schedule(tick::now());
     mHeap.update(timer);
     publishNextExpire();
 }

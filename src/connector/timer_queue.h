@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "common/monitor.h"
+#include "connector/callback_watch.h"
+#include "connector/loop_counter.h"
 #include "connector/timer_call.h"
 #include "connector/timer_heap.h"
 #include "connector/timer_index.h"
@@ -27,9 +29,10 @@ namespace vyn {
 // then, the loop tells it of its removal when that call is over.
 class TimerQueue {
   public:
-    // `wakePipe` is woken for what is added; not owned. Ids are handed out from `firstId` on.
-    explicit TimerQueue(WakePipe& wakePipe, int firstId = 0)
-        : mWakePipe(wakePipe), mNextId(firstId) {}
+    // `wakePipe` is woken for what is added, and `watch`, if there is one, times the calls; neither
+    // is owned. Ids are handed out from `firstId` on.
+    explicit TimerQueue(WakePipe& wakePipe, int firstId = 0, CallbackWatch* watch = nullptr)
+        : mWakePipe(wakePipe), mWatch(watch), mNextId(firstId) {}
     ~TimerQueue();
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
@@ -49,11 +52,15 @@ class TimerQueue {
 
     // The tick::now() at which the first timer is due; INT64_MAX without timers.
     int64_t nextExpire() const { return mNextExpire.load(std::memory_order_acquire); }
+    // Fills in what they show of timers.
+    void report(LoopFigures& figures);
 
   private:
     int takeId() VYN_REQUIRES(mLock);
     void schedule(TimerWrapper* timer) VYN_REQUIRES(mLock);
     void fire(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    bool call(TimerWrapper* timer);
+    void countLateness(int64_t ms);
     void drop(TimerWrapper* timer, bool mayWait) VYN_REQUIRES(mLock);
     void unlink(TimerWrapper* timer) VYN_REQUIRES(mLock);
     void bury(TimerWrapper* timer) VYN_REQUIRES(mLock);
@@ -68,6 +75,7 @@ class TimerQueue {
     void publishNextExpire() VYN_REQUIRES(mLock);
 
     WakePipe& mWakePipe;
+    CallbackWatch* const mWatch;
     Monitor mLock;
     int mNextId VYN_GUARDED_BY(mLock);
     uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;
@@ -79,6 +87,9 @@ class TimerQueue {
     TimerCall* mWalk VYN_GUARDED_BY(mLock) = nullptr;
     TimerWrapper* mRemoved VYN_GUARDED_BY(mLock) = nullptr;
     std::vector<TimerWrapper*> mDue;  // the walk's
+    int64_t mNow = 0;                 // the walk's, as of the last timer's end
+    LoopCount mFired, mTotalLateness;
+    LoopCounter<int64_t> mLongestLateness;
 
     std::atomic<int64_t> mNextExpire{INT64_MAX};
 };

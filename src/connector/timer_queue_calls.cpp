@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/tick.h"
 #include "connector/timer_queue.h"
 
 // Calling timers, without the lock.
@@ -33,6 +34,7 @@ bool TimerQueue::fireDue(int64_t now) {
     std::sort(mDue.begin(), mDue.end(), TimerWrapper::olderFirst);
     TimerCall walk;
     beginWalk(walk);
+    mNow = now;
     try {
         for (TimerWrapper* timer : mDue) {
             // A timer that fired before it, or another thread, may have removed or reset it.
@@ -47,12 +49,14 @@ bool TimerQueue::fireDue(int64_t now) {
 }
 
 void TimerQueue::fire(TimerWrapper* timer) {
+    countLateness(-timer->getLeftTime(mNow));
     mWalk->id = timer->getId();
     mWalk->firing = timer->mSequence;
-    const bool goOn = mLock.without([timer] { return timer->trigger(); });
+    const bool goOn = mLock.without([this, timer] { return call(timer); });
     mWalk->firing = TimerCall::kNone;
+    mNow = tick::now();
     if (!timer->mRemoved) {
-        timer->schedule();
+        timer->schedule(mNow);
         mHeap.update(timer);
         if (!goOn) drop(timer, false);
     } else if (timer->mIsToBeTold) {
@@ -60,6 +64,17 @@ void TimerQueue::fire(TimerWrapper* timer) {
     }
     mWalk->id = TimerCall::kNobody;
     mLock.wakeWaiters();
+}
+
+bool TimerQueue::call(TimerWrapper* timer) {
+    if (mWatch == nullptr) return timer->trigger();
+    return mWatch->call("onTimer", timer->getId(), [timer] { return timer->trigger(); });
+}
+
+void TimerQueue::countLateness(int64_t ms) {
+    mFired.add(1);
+    mTotalLateness.add(static_cast<uint64_t>(ms));
+    mLongestLateness.raiseTo(ms);
 }
 
 // Takes the timer out and tells it, or leaves that to the loop that calls it now.

@@ -8,7 +8,7 @@ namespace vyn {
 
 TimerWrapper::TimerWrapper(Timer* timer) : mTimer(timer) {}
 
-void TimerWrapper::schedule() { mExpire = tick::after(mInterval); }
+void TimerWrapper::schedule(int64_t now) { mExpire = now + tick::delay(mInterval); }
 
 bool TimerWrapper::trigger() {
     ++mCount;

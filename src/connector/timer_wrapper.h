@@ -19,8 +19,8 @@ class TimerWrapper {
     void setId(int id) { mId = id; }
     int getId() const { return mId; }
 
-    // Makes it due one interval from now.
-    void schedule();
+    // Makes it due one interval from `now`, a tick::now().
+    void schedule(int64_t now);
     // Milliseconds of tick::now(). Does not wrap.
     int64_t expire() const { return mExpire; }
     // Milliseconds until it is due; negative when it is overdue.

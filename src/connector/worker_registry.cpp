@@ -102,6 +102,11 @@ bool WorkerRegistry::holds(const Registration& registration) {
     return entryOf(registration) != nullptr;
 }
 
+size_t WorkerRegistry::size() {
+    AutoLock lock(mLock);
+    return mEntries.size();
+}
+
 void WorkerRegistry::listAll(std::vector<Registration>& out) {
     out.clear();
     AutoLock lock(mLock);

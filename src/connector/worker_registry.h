@@ -68,6 +68,7 @@ class WorkerRegistry {
     // workers notices one.
     uint32_t removals() const { return mRemovals.load(std::memory_order_acquire); }
     uint32_t arrivals() const { return mArrivals.load(std::memory_order_acquire); }
+    size_t size();
     // The workers in the order in which they were added: all, or those that are ready. `out` is
     // emptied first.
     void listAll(std::vector<Registration>& out);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <vyn/diagnoser.h>
+#include <vyn/loop_figures.h>
 
 #include <algorithm>
 #include <tuple>
@@ -156,6 +157,35 @@ TEST_F(ConnectorTest, ReportsItsLoadingWithinTheRange) {
     });
     connector.run();
     EXPECT_EQ(std::clamp(connector.getLoading(), 1001, 1100), connector.getLoading());
+}
+
+TEST_F(ConnectorTest, CountsWhatItDoesAndTellsOfCallbacksBeyondTheLimit) {
+    LogCapture log;
+    MessageHelper::registerMessage(2, "SLOW");
+    size_t waiting = 0;
+    executor.message = [&](Message message) {
+        if (message.what == 1) waiting = connector.figures().waitingMessages;
+        if (message.what == 2) std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        if (message.what == 3) connector.stop();
+    };
+    for (int what : {1, 2, 2, 3, 4}) post(what);
+    post(5, 100000);
+    connector.setCallbackLimit(100);
+    connector.run();
+    LoopFigures figures = connector.figures();
+    EXPECT_EQ(waiting, 5u);
+    EXPECT_EQ(figures.turns, 4u);
+    EXPECT_EQ(figures.messages, 4u);
+    EXPECT_GE(figures.slowCallbacks, 2u);
+    EXPECT_GE(figures.longestCallbackUs, 200000);
+    EXPECT_EQ(figures.longestCallback, "onMessage of 2 SLOW");
+    EXPECT_EQ(log.count(" ms by onMessage of 2 SLOW"), 1);
+    figures = {};
+    figures.longestCallback = "onTimer of 3";
+    EXPECT_EQ(printed(figures),
+              "LoopFigures: {turns: 0, events: 0, messages: 0, timers: 0, lateness: 0 ms of 0 ms, "
+              "waiting: 0 messages 0 timers, workers: 0, loading: 0, slow callbacks: 0, longest: "
+              "0 us onTimer of 3}");
 }
 
 TEST(Diagnoser, CountsTheTimeBeforeEachWaitAsBusyWithinTheLastMarks) {

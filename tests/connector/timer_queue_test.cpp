@@ -75,10 +75,17 @@ TEST_F(TimerQueueTest, FiresWhatIsDueInTheOrderOfAdditionAndThenPeriodically) {
 
 TEST_F(TimerQueueTest, FiresOnceWhenItFellBehindAndCountsThePeriodFromTheEndOfTheCall) {
     add(a, 100);
+    add(b, 500);
     a.action = [this] { return clock.advance(30), true; };
-    EXPECT_EQ(fireAfter(1000), "a1");
+    EXPECT_EQ(fireAfter(1000), "a1b1");  // 900 and 530 milliseconds late
     EXPECT_EQ(fireAfter(99), "");
     EXPECT_EQ(fireAfter(1), "a2");
+    LoopFigures figures;
+    queue.report(figures);
+    EXPECT_EQ(figures.timers, 3u);
+    EXPECT_EQ(figures.waitingTimers, 2u);
+    EXPECT_EQ(figures.longestLatenessMs, 900);
+    EXPECT_EQ(figures.totalLatenessMs, 1430u);
     a.action = []() -> bool { throw 0; };
     EXPECT_THROW(fireAfter(100), int);  // clear() waits for no such call
 }
