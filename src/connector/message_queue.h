@@ -108,9 +108,10 @@ class MessageQueue {
 
     WakePipe& mWakePipe;
     PostedStack mPosted{mWakePipe};
-    std::atomic<uint64_t> mLastId{0};
+    // Alone in its line of the cache, too: it belongs to those who post.
+    alignas(64) std::atomic<uint64_t> mLastId{0};
     // Spares the loop the lock when there is nothing to look at.
-    std::atomic<int64_t> mNextDelayed{INT64_MAX};
+    alignas(64) std::atomic<int64_t> mNextDelayed{INT64_MAX};
     DropListener mDropListener;
 
     // Taken by the loop for each delivery, and by others for what they seldom do: these do not
