@@ -15,27 +15,29 @@ namespace vyn {
 // whoever wants a rate subtracts two of them. Each is right by itself, but the loop goes on while
 // they are read.
 struct VYN_API LoopFigures {
-    uint64_t turns = 0;
+    uint64_t turns = 0;     // of the loop
     uint64_t events = 0;    // descriptors that were ready, the loop's own for being woken included
     uint64_t messages = 0;  // that were delivered, and functions that were called
     uint64_t timers = 0;    // calls of timers, five a second for heartbeats included
 
-    // By how many milliseconds timers were called later than they were due: the most, and all
-    // together, so that totalLatenessMs / timers is the mean.
+    // By how many milliseconds a timer was called later than it was due, at most.
     int64_t longestLatenessMs = 0;
+    // The same of all calls together: totalLatenessMs / timers is the mean.
     uint64_t totalLatenessMs = 0;
 
-    // What waits at present. Messages include delayed ones, but on other threads than the loop's
-    // none that the loop has not come to look at.
+    // What waits at present, delayed messages and functions included; but on other threads than the
+    // loop's none that the loop has not come to look at.
     size_t waitingMessages = 0;
-    size_t waitingTimers = 0;
-    size_t workers = 0;
-    int loading = 0;  // as getLoading()
+    size_t waitingTimers = 0;  // all that there are
+    size_t workers = 0;        // that are added
+    int loading = 0;           // as getLoading()
 
     // Of the callbacks made while they are timed, see Connector::setCallbackLimit(): how many took
-    // longer than the limit, and the longest, such as "onTimer of 3". Empty without any.
+    // longer than the limit.
     uint64_t slowCallbacks = 0;
+    // How long the longest of them took, in microseconds.
     int64_t longestCallbackUs = 0;
+    // What that was, such as "onTimer of 3". Empty without any.
     std::string longestCallback;
 };
 
