@@ -25,16 +25,7 @@ class Connector::Impl {
     virtual int addTimer(Timer* timer, long intervalMs, void* arg) = 0;
     virtual void removeTimer(int id) = 0;
     virtual void resetTimer(int id) = 0;
-    virtual void setInterval(int id, long intervalMs) = 0;
-    virtual void setFairness(int turns) = 0;
     virtual void sendMessageDelayed(Executor* executor, const Message& message, long delayMs) = 0;
-    virtual uint64_t post(std::function<void()> function, long delayMs) = 0;
-    virtual uint64_t every(long ms, std::function<void()> function) = 0;
-    virtual void cancel(uint64_t id) = 0;
-    // All codes for a null `what`.
-    virtual void removeMessages(Executor* executor, const int* what) = 0;
-    virtual void setDropListener(std::function<void(const Message&)> listener) = 0;
-    virtual bool isOnLoopThread() const = 0;
     virtual void queueWrite() = 0;
     virtual void queueWriteOf(Worker* worker) = 0;
     virtual bool queueOverflow(Worker* worker) = 0;
@@ -46,6 +37,15 @@ class Connector::Impl {
     virtual uint64_t ticketOf(Worker* worker) = 0;
     virtual int getLoading() = 0;
     virtual void setLoadingRange(int empty, int full) = 0;
+    virtual void setInterval(int id, long intervalMs) = 0;
+    virtual void setFairness(int turns) = 0;
+    virtual uint64_t post(std::function<void()> function, long delayMs) = 0;
+    virtual uint64_t every(long ms, std::function<void()> function) = 0;
+    virtual void cancel(uint64_t id) = 0;
+    // All codes for a null `what`.
+    virtual void removeMessages(Executor* executor, const int* what) = 0;
+    virtual void setDropListener(std::function<void(const Message&)> listener) = 0;
+    virtual bool isOnLoopThread() const = 0;
     virtual LoopFigures figures() = 0;
     virtual void setCallbackLimit(int ms) = 0;
 };
