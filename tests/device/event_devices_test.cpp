@@ -89,6 +89,22 @@ TEST(DatagramDevice, IsWatchedOnWhenAnAddressMakesItAnotherSocket) {
     loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
 }
 
+TEST(DatagramDevice, GetsWhatIsSentToItsGroups) {
+    int received = 0;
+    DatagramDevice member([&](const DatagramDevice::Datagram&) { ++received; });
+    Socket sender(Socket::UDP);
+    SocketAddress group;
+    if (!member.bind(0) || !member.socket().joinGroup("239.1.2.3", "lo") ||
+        !sender.setGroupInterface("lo") ||
+        !SocketAddress::parse("239.1.2.3", member.socket().getHostPort(), &group) ||
+        sender.sendTo("in", 2, group) != 2) {
+        GTEST_SKIP() << "no multicast here";
+    }
+    serve(member);
+    EXPECT_EQ(received, 1);
+    EXPECT_TRUE(member.socket().leaveGroup("239.1.2.3", "lo"));
+}
+
 // What the console shows of `bytes` to a reader at a pipe that holds less.
 std::string shown(const std::string& bytes) {
     Pipe output;

@@ -45,14 +45,19 @@ struct StreamDevice : ::testing::Test {
 using Transports = ::testing::Types<Tcp4Transport, UnixTransport>;
 TYPED_TEST_SUITE(StreamDevice, Transports, );
 
-TYPED_TEST(StreamDevice, ReadsAtMost2048BytesEachTimeItIsReady) {
+TYPED_TEST(StreamDevice, ReadsAtMost2048BytesEachTimeItIsReadyOrWhatItIsToldTo) {
     const std::string sent = std::string(2048, 'a') + "bc";
     this->connection.client.send(sent.data(), 2050);
     while (this->worker.chunks.size() < 2 && awaitReadable(this->device.getFd())) {
         this->device.onDataArrival(this->device.getFd());
     }
     EXPECT_EQ(this->worker.chunks, (Strings{std::string(2048, 'a'), "bc"}));
-    EXPECT_EQ(this->disconnections, 0);
+    EXPECT_FALSE(this->device.setReadSize((1 << 20) + 1));
+    EXPECT_TRUE(this->device.setReadSize(4000));
+    this->connection.client.send(std::string(4000, 'd').data(), 4000);
+    ASSERT_TRUE(awaitReadable(this->device.getFd()));
+    this->device.onDataArrival(this->device.getFd());
+    EXPECT_EQ(this->worker.chunks.back(), std::string(4000, 'd'));
 }
 
 TYPED_TEST(StreamDevice, EndsOnceAndClosesItsDescriptorOnlyWhenItDisconnects) {
