@@ -68,22 +68,6 @@ TEST(Line, MayBeWrittenUntilItsThreadHasEnded) {
     EXPECT_EQ(log.texts(), (Texts{"first words", "last words"}));
 }
 
-TEST(Line, OfManyThreadsStaysWhole) {
-    LogCapture log;
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([] {
-            for (int i = 0; i < 250; ++i) VYN_LOG_INFO << "start " << i << " end";
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    const Texts texts = log.texts();
-    for (int i = 0; i < 250; ++i) {
-        const std::string line = "start " + std::to_string(i) + " end";
-        EXPECT_EQ(std::count(texts.begin(), texts.end(), line), 4) << line;
-    }
-}
-
 TEST(ScopeTracer, LogsEntryAndExitWithTheElapsedTimeOrOnlyASlowExit) {
     LogCapture log;
     {
