@@ -69,22 +69,10 @@ void checkDecoding(const std::string& xml) {
     VYN_CHECK(written.elements == outline.elements) << text;
 }
 
-// A value comes back through the text, whatever it holds in front of a NUL.
-void checkValue(const std::string& value) {
-    XmlCodec writer;
-    writer.enter("a", true);
-    writer.put("text", value);
-    XmlCodec reader(writer.text());
-    reader.enter("a", false);
-    std::string read;
-    VYN_CHECK(reader.get("text", read) && read == value.c_str()) << value;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string input(reinterpret_cast<const char*>(data), size);
     checkDecoding(input.c_str());
-    checkValue(input);
     return 0;
 }

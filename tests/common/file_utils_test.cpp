@@ -72,15 +72,5 @@ TEST(FileUtils, FailToReadAFileThatEndsBeforeItsSize) {
     EXPECT_TRUE(out[0] == '0' && out[-1] == 0) << "what could be read is there";
 }
 
-TEST(FileUtils, CountDirectoriesWithNamesOf9And16Characters) {
-    TemporaryFolder folder;
-    for (const size_t length : {8u, 9u, 10u, 15u, 16u, 17u}) {
-        mkdir((folder / std::string(length, 'x')).c_str(), 0700);
-    }
-    folder.write("file56789", "");
-    EXPECT_EQ(symlink(folder.path().c_str(), (folder / "link56789").c_str()), 0);
-    EXPECT_EQ(getDirCount(folder.path()), 2);
-}
-
 }  // namespace
 }  // namespace vyn::testing

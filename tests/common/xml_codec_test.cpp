@@ -53,16 +53,6 @@ TEST(XmlDocument, ComesBackFromItsText) {
     EXPECT_EQ(read.encode(), written.encode());
 }
 
-TEST(XmlDocument, ResetsOnlyNumbersAndBuffersWhenTheTextIsMalformed) {
-    LogCapture log;
-    for (const std::string text : {"<machine name='x'/>abc", "<machine name='&#65'/>"}) {
-        Machine machine;
-        machine.decode(text);
-        EXPECT_EQ(machine.encode(), "<machine name=\"none\" limit=\"0\"/>\n\n") << text;
-    }
-    EXPECT_TRUE(log.lines().empty()) << "malformed text is not logged";
-}
-
 TEST(XmlCodec, ReadsAttributesOfOneNameInTheOrderTheyWerePut) {
     XmlCodec codec("<a n='12 apples' n='' n='-3000000000'/>");
     codec.enter("a", false);

@@ -3,7 +3,6 @@
 #include <vyn/diagnoser.h>
 #include <vyn/loop_figures.h>
 
-#include <algorithm>
 #include <tuple>
 
 #include "common/tick.h"
@@ -145,18 +144,6 @@ TEST_F(ConnectorTest, TellsItsTimersWhenItIsDestroyedAndWhatItCouldNotOpenOrUse)
     EXPECT_EQ(log.count("[24] Too many open files. epoll_create1 fail."), 1);
     EXPECT_EQ(log.count("[24] Too many open files. pipe fail."), 1);
     EXPECT_EQ(fatal.count("mEpollFd < 0 !!!!") + fatal.count("Check failed. (empty < full)"), 2);
-}
-
-TEST_F(ConnectorTest, ReportsItsLoadingWithinTheRange) {
-    connector.setLoadingRange(1000, 1100);
-    EXPECT_EQ(connector.getLoading(), 1000);
-    addTimer(1, [&](int count) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        if (count == 5) connector.stop();
-        return true;
-    });
-    connector.run();
-    EXPECT_EQ(std::clamp(connector.getLoading(), 1001, 1100), connector.getLoading());
 }
 
 TEST_F(ConnectorTest, CountsWhatItDoesAndTellsOfCallbacksBeyondTheLimit) {

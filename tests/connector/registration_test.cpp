@@ -148,19 +148,5 @@ TEST_F(RegistrationTest, ASetThatIsMadeAnewDoesNotWatchWhatHasTakenAClosedNumber
     close(formerPeer);
 }
 
-TEST_F(RegistrationTest, AnExecutorMayPostOnAnyThreadWhileItIsAttached) {
-    std::atomic<int> heard{0};
-    executor.message = [&](const Message&) { ++heard; };
-    std::thread poster([&] {
-        EXPECT_TRUE(waitUntil([&] {
-            executor.sendMessage(Message::obtain());
-            return heard > 0;
-        }));
-    });
-    loop.call([&] { loop.connector().attach(&executor); });
-    poster.join();
-    loop.call([&] { loop.connector().detach(&executor); });  // behind the last message
-}
-
 }  // namespace
 }  // namespace vyn

@@ -88,20 +88,6 @@ TEST_F(WorkerTest, DoesNothingWhileItIsNotValidButReportEveryDisconnection) {
     EXPECT_EQ(events.back(), "one");
 }
 
-TEST_F(WorkerTest, WithoutPartsChecksForThem) {
-    Worker bare;
-    Line line("x");
-    bare.onData("x", 1);
-    bare.onCommandParsed(&line);
-    bare.onDisconnected();
-    EXPECT_TRUE(bare.getFds().empty());
-    parser.doParse("a\nb", 3);
-    parser.createPacket(&line);
-    EXPECT_EQ(fatal.count("Check failed. (mParser != NULL)"), 1);
-    EXPECT_EQ(fatal.count("Check failed. (mExecutor != NULL)"), 2);
-    EXPECT_EQ(fatal.count("\033[1;31mFATAL: missing parser-listener, can NOT report a"), 2);
-}
-
 TEST_F(WorkerTest, QueuesOnlyAsynchronousWritesAndResumesThemWhereTheyStopped) {
     device.accepts = 2;
     errno = EAGAIN;

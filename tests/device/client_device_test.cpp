@@ -131,16 +131,5 @@ TEST(ClientDevice, GoesOnWhateverItsApplicationDoesWithoutAConnection) {
     loop.call([&] { loop.connector().removeWorkerLocked(&worker); });
 }
 
-TEST(UnixClientDevice, ConnectsWhenItsServerAppearsAndWritesWhatWaited) {
-    testing::TemporaryFolder folder;
-    ServedClient<UnixClientDevice> client(0, 5000, folder / "socket");
-    client.worker.queueWritting("early", 5);
-    ASSERT_TRUE(waitUntil([&] { return client.failed >= 2; }));
-    UnixListenerDevice listener(folder / "socket");
-    ASSERT_TRUE(testing::awaitReadable(listener.getFd()));
-    char bytes[8] = {};
-    EXPECT_EQ(listener.socket().accept().recv(bytes, sizeof bytes, 10000), 5);
-}
-
 }  // namespace
 }  // namespace vyn

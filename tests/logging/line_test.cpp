@@ -23,17 +23,6 @@ TEST(Line, StartsWithNothingOfTheOneBefore) {
     EXPECT_EQ(log.texts(), (Texts{"ff", "255 3.14159  7", "", longText, "back"}));
 }
 
-TEST(Line, MayBeWrittenWhileTheOperandsOfAnotherAreEvaluatedAndIsThenFilteredOnceMore) {
-    LogCapture log;
-    const auto noisyValue = [] {
-        VYN_LOG_INFO << "inner " << std::hex << 255;
-        return 255;
-    };
-    for (int i = 0; i < 2; ++i) VYN_LOG_INFO << "outer " << noisyValue();
-    VYN_LOG_INFO << (setLogLevel(kLevelError), "lowered");
-    EXPECT_EQ(log.texts(), (Texts{"inner ff", "outer 255", "inner ff", "outer 255"}));
-}
-
 // Leaves the stream without a buffer.
 std::ostream& careless(std::ostream& stream) {
     stream.rdbuf(nullptr);

@@ -3,10 +3,10 @@
 #pragma once
 
 #include <vyn/connector.h>
-#include <vyn/message.h>
 
 #include <functional>
 #include <future>
+#include <memory>
 #include <thread>
 
 namespace vyn::testing {
@@ -35,22 +35,12 @@ class LoopThread {
     // Runs `function` on the loop's thread, which may be this one, and waits for its end.
     void call(std::function<void()> function) {
         if (Connector::current() == mConnector) return function();
-        auto* request = new Call;
-        request->task = std::packaged_task<void()>(std::move(function));
-        std::future<void> done = request->task.get_future();
-        mConnector->sendMessageDelayed(nullptr, Message::obtain(request, 0, 0, 0, nullptr), 0);
-        done.get();
+        const auto task = std::make_shared<std::packaged_task<void()>>(std::move(function));
+        mConnector->post([task] { (*task)(); });
+        task->get_future().get();
     }
 
   private:
-    struct Call : Message::Callback {
-        std::packaged_task<void()> task;
-        void onMessage(Message) override {
-            task();
-            delete this;
-        }
-    };
-
     std::thread mThread;
     Connector* mConnector = nullptr;
 };
