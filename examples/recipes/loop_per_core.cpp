@@ -60,13 +60,15 @@ class Service : public vyn::Handler {
     const char mNumber;
 };
 
-// A thread with its loop and what that serves.
+// A thread with its loop and what that serves. It listens when the constructor is done: who joins
+// the others later may cost a connection that is just being made.
 class LoopThread {
   public:
     LoopThread(vyn::Socket bound, int number)
-        : mThread([this, socket = std::move(bound), number] { run(socket, number); }) {}
+        : mThread([this, socket = std::move(bound), number] { run(socket, number); }),
+          mLoop(mBegun.get_future().get()) {}
     ~LoopThread() {
-        mBegun.get_future().get()->requestStop();
+        mLoop->requestStop();
         mStopped.set_value();
         mThread.join();
     }
@@ -84,6 +86,7 @@ class LoopThread {
     std::promise<vyn::Connector*> mBegun;
     std::promise<void> mStopped;
     std::thread mThread;
+    vyn::Connector* const mLoop;
 };
 
 // How many of so many connections are answered. A blocking socket is enough for that.

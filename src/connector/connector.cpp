@@ -29,8 +29,10 @@ void Connector::Executor::sendMessageDelayed(const Message& message, long delayM
     if (connector != nullptr) connector->sendMessageDelayed(this, message, delayMs);
 }
 
-// The destructor uses the thread's place for a connector, and could bear no failure to make it.
-Connector::Connector() : mImpl((currentConnector(), createImplement(this))) {}
+// The destructor uses the thread's place for a connector and the list of loops that have tickets,
+// and could bear no failure to make them.
+Connector::Connector()
+    : mImpl((currentConnector(), LoopTicket::prepare(), createImplement(this))) {}
 
 Connector::~Connector() {
     LoopTicket::end(this);

@@ -47,6 +47,8 @@ bool LoopTicket::post(std::function<void()>& function) const {
     return true;
 }
 
+void LoopTicket::prepare() { allLoops(); }
+
 void LoopTicket::end(Connector* loop) {
     Loops& loops = allLoops();
     AutoLock lock(loops.lock);

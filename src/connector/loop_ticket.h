@@ -18,6 +18,8 @@ class LoopTicket {
     // Posts the function to the loop. False when that is gone; the function is left then.
     bool post(std::function<void()>& function) const;
 
+    // Makes what end() needs. May lack memory, which that could not bear.
+    static void prepare();
     // The first act of a loop that is destroyed: no other thread posts by a ticket any more.
     static void end(Connector* loop);
 
