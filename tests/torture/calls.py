@@ -128,6 +128,7 @@ WITHOUT_LINE = {
     ("prctl", ""): "a thread's name, for ps alone",
     ("pthread_detach", ""): "the thread ends all the same",
     ("setsockopt", ""): "what it leads to is told, such as a port that is in use",
+    ("realloc", "ArchiveItems::resize"): "a smaller block will do, or bad_alloc follows",
     ("shutdown", ""): "the connection ends in any case",
     ("unlink", ""): "what stays behind is reported by who wants its name",
 }
