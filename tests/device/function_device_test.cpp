@@ -34,6 +34,11 @@ struct FunctionDeviceTest : ::testing::Test {
     FatalCapture fatal;
     LogCapture log;
 
+    // What is on its way arrives before its reader goes.
+    ~FunctionDeviceTest() override {
+        place.loop.call([] {});
+    }
+
     bool isUnpaired(FunctionDevice& device) {
         const int before = fatal.count("Check failed. (mPeer != NULL)");
         return device.write("", 0) == 0 && fatal.count("Check failed. (mPeer != NULL)") > before;
