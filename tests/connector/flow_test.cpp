@@ -118,7 +118,8 @@ TEST(WriteQueue, SendsManyWritesToAStreamAtOnceButEachByItselfToADerivedDevice) 
         tcp_info known{};
         socklen_t size = sizeof known;
         const int status = getsockopt(plain.getFd(), IPPROTO_TCP, TCP_INFO, &known, &size);
-        const bool isTold = status == 0 && size > offsetof(tcp_info, tcpi_data_segs_out);
+        const bool isTold =
+            status == 0 && static_cast<size_t>(size) > offsetof(tcp_info, tcpi_data_segs_out);
         return isTold ? static_cast<int>(known.tcpi_data_segs_out) : -1;
     };
     if (segmentsSent() < 0) GTEST_SKIP() << "nothing counts segments here";
