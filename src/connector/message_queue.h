@@ -92,6 +92,7 @@ class MessageQueue {
     void addDelayed(Posted::Ptr posted, const Key& key);
     void insert(Posted::Ptr posted, const Key& key) VYN_REQUIRES(mLock);
     bool takeOver() VYN_REQUIRES(mLock);
+    void takeOverForLoop() VYN_REQUIRES(mLock);
     Posted* firstImmediate() VYN_REQUIRES(mLock);
     bool isDelayedNext(const Posted* immediate, int64_t now) const VYN_REQUIRES(mLock);
     Posted* takeImmediate() VYN_REQUIRES(mLock);

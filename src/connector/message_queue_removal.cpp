@@ -7,32 +7,29 @@
 #include "connector/message_queue.h"
 
 // Withdrawing what was posted. Application code, as destructors of functions are, runs without the
-// lock. Another thread that takes over what was posted wakes the loop, which may have looked for it
-// while it was in neither list.
+// lock.
 
 namespace vyn {
 
 void MessageQueue::cancel(uint64_t id) {
+    if (id == 0) return;  // which stands for a message below
     std::function<void()> cancelled;
     uint32_t delivery = 0;
-    bool hasTaken = false;
     {
         AutoBriefLock lock(mLock);
-        hasTaken = takeOver();
+        takeOverForLoop();
         cancelled = takeFunction(id);
         if (mDelivered.id == id) delivery = mDelivery.load(std::memory_order_acquire);
     }
-    if (hasTaken) mWakePipe.wake();
     awaitEnd(delivery);
 }
 
 void MessageQueue::remove(const Connector::Executor* target, const int* what) {
     Posted* removed = nullptr;
     uint32_t delivery = 0;
-    bool hasTaken = false;
     {
         AutoBriefLock lock(mLock);
-        hasTaken = takeOver();
+        takeOverForLoop();
         removed = takeMessages([target, what](Posted& posted) {
             if (posted.isFunction() || posted.message().callback != nullptr) return false;
             return posted.message().target == target &&
@@ -43,7 +40,6 @@ void MessageQueue::remove(const Connector::Executor* target, const int* what) {
             delivery = mDelivery.load(std::memory_order_acquire);
         }
     }
-    if (hasTaken) mWakePipe.wake();
     drop(removed);
     awaitEnd(delivery);
 }
@@ -59,6 +55,11 @@ void MessageQueue::clear() {
         isEmpty = all == nullptr;
         drop(all);
     }
+}
+
+// The loop is woken, which may have looked for what was posted while it was in neither list.
+void MessageQueue::takeOverForLoop() {
+    if (takeOver()) mWakePipe.wake();
 }
 
 // Leaves the place of one without a delay in the list.

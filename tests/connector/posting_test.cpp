@@ -28,7 +28,10 @@ struct PostingTest : ::testing::Test {
 TEST_F(PostingTest, CallsFunctionsInTheirTurnUntilTheyAreCancelled) {
     RecordingExecutor executor;
     loop.attach(&executor);
-    executor.message = [&](Message) { journal += 'm'; };
+    executor.message = [&](Message) {
+        journal += 'm';
+        std::thread([&] { loop.cancel(0); }).join();  // waits for nothing, as it names nothing
+    };
     const uint64_t cancelled = loop.post(note('x'));
     loop.post(note('1'));
     loop.post(note('0'), -5);
