@@ -15,10 +15,8 @@ class PeriodicFunction : public Timer {
     explicit PeriodicFunction(std::function<void()> function) : mFunction(std::move(function)) {}
 
     bool onTimer(void*, int) override {
-        mIsCalling = true;
+        const Calling calling(*this);
         mFunction();
-        mIsCalling = false;
-        if (mIsRemoved) delete this;
         return true;  // which is not looked at once it is removed
     }
     // On another thread only when it is not being called.
@@ -28,6 +26,17 @@ class PeriodicFunction : public Timer {
     }
 
   private:
+    // Ends with the function, also when it throws.
+    struct Calling {
+        PeriodicFunction& timer;
+
+        explicit Calling(PeriodicFunction& called) : timer(called) { timer.mIsCalling = true; }
+        ~Calling() {
+            timer.mIsCalling = false;
+            if (timer.mIsRemoved) delete &timer;
+        }
+    };
+
     std::function<void()> mFunction;
     bool mIsCalling = false;
     bool mIsRemoved = false;  // by the function itself

@@ -52,7 +52,13 @@ void TimerQueue::fire(TimerWrapper* timer) {
     countLateness(-timer->getLeftTime(mNow));
     mWalk->id = timer->getId();
     mWalk->firing = timer->mSequence;
-    const bool goOn = mLock.without([this, timer] { return call(timer); });
+    bool goOn = false;
+    try {
+        goOn = mLock.without([this, timer] { return call(timer); });
+    } catch (...) {
+        if (timer->mIsToBeTold) tell(timer->mTimer);
+        throw;
+    }
     mWalk->firing = TimerCall::kNone;
     mNow = tick::now();
     if (!timer->mRemoved) {
