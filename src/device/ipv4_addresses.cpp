@@ -6,8 +6,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstring>
 
+#include "device/netlink_block.h"
 #include "device/socket_io.h"
 
 namespace vyn::netlink {
@@ -27,28 +27,22 @@ bool request(int fd) {
     return io::send(fd, &request, sizeof request, nullptr, 0) == sizeof request;
 }
 
-// The record that begins so many bytes behind another. The kernel aligns them.
-template <typename Record>
-const Record* recordAt(const void* begin, size_t offset) {
-    const void* const at = static_cast<const char*>(begin) + offset;
-    return static_cast<const Record*>(at);
-}
-
 // Of a connection between two points, IFA_ADDRESS is the other one's.
-Ipv4Address addressOf(const nlmsghdr* message) {
-    const auto* content = recordAt<ifaddrmsg>(message, NLMSG_HDRLEN);
-    Ipv4Address result{static_cast<int>(content->ifa_index), {}, content->ifa_prefixlen};
+Ipv4Address addressOf(Block message) {
+    const Block content = message.without(NLMSG_HDRLEN);
+    const auto about = content.header<ifaddrmsg>();
+    Ipv4Address result{static_cast<int>(about.ifa_index), {}, about.ifa_prefixlen};
     bool isLocal = false;
-    size_t offset = NLMSG_SPACE(sizeof *content);
-    while (offset + sizeof(rtattr) <= message->nlmsg_len) {
-        const auto* each = recordAt<rtattr>(message, offset);
-        if (each->rta_len < sizeof *each || each->rta_len > message->nlmsg_len - offset) break;
-        offset += RTA_ALIGN(each->rta_len);
-        if (RTA_PAYLOAD(each) < sizeof(in_addr) || isLocal) continue;
-        if (each->rta_type != IFA_LOCAL && each->rta_type != IFA_ADDRESS) continue;
-        std::memcpy(&result.address, RTA_DATA(each), sizeof result.address);
-        isLocal = each->rta_type == IFA_LOCAL;
-    }
+    forEachRecord(content.without(sizeof about), &rtattr::rta_len,
+                  [&](const rtattr& attribute, Block record) {
+                      const Block value = record.without(sizeof attribute);
+                      const bool isOne = attribute.rta_type == IFA_LOCAL ||
+                                         (attribute.rta_type == IFA_ADDRESS && !isLocal);
+                      if (!isOne || value.length < sizeof(in_addr)) return true;
+                      result.address = value.header<in_addr>();
+                      isLocal = attribute.rta_type == IFA_LOCAL;
+                      return true;
+                  });
     return result;
 }
 
@@ -56,24 +50,22 @@ enum class Answer { kGoesOn, kComplete, kFailed };
 
 Answer readPart(int fd, std::vector<Ipv4Address>& out) {
     constexpr int kLongestWaitMs = 1000;  // the kernel answers at once, or never
-    alignas(nlmsghdr) char buffer[16384];
+    char buffer[16384];
     const int count =
         io::receiveWithin(fd, buffer, sizeof buffer, kLongestWaitMs, nullptr, nullptr);
     if (count < 1) return Answer::kFailed;
-    const auto size = static_cast<size_t>(count);
-    size_t offset = 0;
-    while (offset + sizeof(nlmsghdr) <= size) {
-        const auto* message = recordAt<nlmsghdr>(buffer, offset);
-        if (message->nlmsg_len < sizeof *message || message->nlmsg_len > size - offset) break;
-        offset += NLMSG_ALIGN(message->nlmsg_len);
-        if (message->nlmsg_type == NLMSG_DONE) return Answer::kComplete;
-        if (message->nlmsg_type == NLMSG_ERROR) {
-            errno = -static_cast<const nlmsgerr*>(NLMSG_DATA(message))->error;
-            return Answer::kFailed;
+    Answer answer = Answer::kGoesOn;
+    const auto readOne = [&](const nlmsghdr& message, Block record) {
+        if (message.nlmsg_type == NLMSG_DONE) answer = Answer::kComplete;
+        if (message.nlmsg_type == NLMSG_ERROR) {
+            errno = -record.without(NLMSG_HDRLEN).header<nlmsgerr>().error;
+            answer = Answer::kFailed;
         }
-        if (message->nlmsg_type == RTM_NEWADDR) out.push_back(addressOf(message));
-    }
-    return Answer::kGoesOn;
+        if (message.nlmsg_type == RTM_NEWADDR) out.push_back(addressOf(record));
+        return answer == Answer::kGoesOn;
+    };
+    forEachRecord(Block{buffer, static_cast<size_t>(count)}, &nlmsghdr::nlmsg_len, readOne);
+    return answer;
 }
 
 }  // namespace
