@@ -78,7 +78,10 @@ int BaseDevice::readAndReport() {
         UsualReadBuffer buffer;
         if (buffer.bytes() != nullptr) {
             const int count = read(buffer.bytes(), UsualReadBuffer::kSize);
-            if (count > 0) buffer.onRead(count), onData(buffer.bytes(), count);
+            if (count > 0) {
+                buffer.onRead(count);
+                onData(buffer.bytes(), count);
+            }
             return count;
         }
     }
