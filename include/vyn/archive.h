@@ -6,6 +6,7 @@
 #include <string>
 #include <type_traits>
 
+#include <vyn/archive_room.h>
 #include <vyn/buffer.h>
 #include <vyn/export.h>
 
@@ -45,7 +46,9 @@ class VYN_API Archive {
 
     // Append an item. Without a source it has no bytes. A negative `n` makes an item without bytes
     // whose length, as it is written, ends the reading of the block.
-    void put(const void* bytes, int n);
+    void put(const void* bytes, int n) {
+        if (!mRoom.add(bytes, n)) putAny(bytes, n);
+    }
     Archive& operator<<(const std::string& text);
     Archive& operator<<(const char* text);  // null makes an item without bytes
     Archive& operator<<(const Buffer& buffer);
@@ -81,7 +84,10 @@ class VYN_API Archive {
     void copyTo(Buffer& out) const;
 
   private:
-    const std::unique_ptr<ArchiveItems> mItems;
+    void putAny(const void* bytes, int n);
+
+    detail::ArchiveRoom mRoom;
+    const std::unique_ptr<ArchiveItems> mItems;  // knows the room
     bool mOk = true;
 };
 

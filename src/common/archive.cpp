@@ -18,7 +18,7 @@ constexpr int kAbnormalSize = 100 * 1024 * 1024;
 
 }  // namespace
 
-Archive::Archive() : mItems(std::make_unique<ArchiveItems>()) {}
+Archive::Archive() : mItems(std::make_unique<ArchiveItems>(mRoom)) {}
 
 Archive::Archive(const void* data, int len) : Archive() { putSerializeData(data, len); }
 
@@ -30,8 +30,6 @@ void Archive::clear() {
 }
 
 bool Archive::empty() const { return mItems->empty(); }
-
-void Archive::put(const void* bytes, int n) { mItems->add(bytes, n); }
 
 Archive& Archive::operator<<(const std::string& text) {
     put(text.c_str(), countable(text.length() + 1));
@@ -114,6 +112,8 @@ void Archive::copyTo(Buffer& out) const {
     }
     out.assign(mItems->records(), total > INT_MAX ? 0 : static_cast<int>(total));
 }
+
+void Archive::putAny(const void* bytes, int n) { mItems->add(bytes, n); }
 
 Serializer::~Serializer() = default;
 

@@ -8,22 +8,23 @@ namespace vyn {
 
 void ArchiveItems::clear() {
     std::free(mBlock);
-    mBlock = mFirst = mEnd = mLimit = nullptr;
+    mBlock = mFirst = nullptr;
+    mRoom = {};
 }
 
-void ArchiveItems::addAny(const void* bytes, int size) {
+void ArchiveItems::add(const void* bytes, int size) {
     if (bytes == nullptr) size = std::min(size, 0);
     makeRoom(recordSize(size));
-    little_endian::store(mEnd, static_cast<uint32_t>(size));
-    if (size > 0) std::memcpy(mEnd + kLengthSize, bytes, static_cast<size_t>(size));
-    mEnd += recordSize(size);
+    little_endian::store(mRoom.begin, static_cast<uint32_t>(size));
+    if (size > 0) std::memcpy(mRoom.begin + kLengthSize, bytes, static_cast<size_t>(size));
+    mRoom.begin += recordSize(size);
 }
 
 void ArchiveItems::addRecords(const char* records, size_t size) {
     if (size == 0) return;
     makeRoom(size);
-    std::memcpy(mEnd, records, size);
-    mEnd += size;
+    std::memcpy(mRoom.begin, records, size);
+    mRoom.begin += size;
 }
 
 // As what is left is no more than what was taken, taking all items one by one moves no byte more
@@ -53,7 +54,7 @@ void ArchiveItems::dropTaken() {
     const size_t left = size();
     std::memmove(mBlock, mFirst, left);
     mFirst = mBlock;
-    mEnd = mBlock + left;
+    mRoom.begin = mBlock + left;
 }
 
 // False, with the block as it was, when there is no memory.
@@ -64,8 +65,8 @@ bool ArchiveItems::resize(size_t capacity) {
     if (block == nullptr) return false;
     mBlock = block;
     mFirst = block + first;
-    mEnd = block + end;
-    mLimit = block + capacity;
+    mRoom.begin = block + end;
+    mRoom.end = block + capacity;
     return true;
 }
 

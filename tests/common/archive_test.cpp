@@ -46,6 +46,14 @@ TEST(Archive, GetsNoMoreThanTheTargetTakesAndNothingWithoutAnItem) {
         archive.get(text.data(), size);
         EXPECT_EQ(text, size == 2 ? "12.." : "123.");
     }
+    for (int size = 1; size < 40; ++size) {
+        const std::string bytes = "0123456789abcdefghijklmnopqrstuvwxyz????";
+        Buffer item;
+        archive.put(bytes.data(), size);
+        archive >> item;
+        EXPECT_EQ(std::string(item.data, static_cast<size_t>(item.size)),
+                  bytes.substr(0, size_t(size)));
+    }
     archive << "passed over";
     archive.get(nullptr, 5);
     EXPECT_TRUE(archive.empty());
@@ -63,7 +71,8 @@ TEST(Archive, StaysInOrderWhileManyItemsComeAndGoAndGivesTheirMemoryBack) {
     Buffer flat;
     archive.copyTo(flat);
     EXPECT_EQ(flat.size, 750000 * 8);
-    ArchiveItems items;
+    detail::ArchiveRoom room;
+    ArchiveItems items(room);
     items.add(flat.data, 1000000);
     items.add("abc", 3);
     items.takeFirst([](const auto& item) { EXPECT_EQ(item.size, 1000000); });
