@@ -26,17 +26,18 @@ IniConfig::IniConfig(const std::string& filePath) { load(filePath); }
 
 bool IniConfig::load(const std::string& filePath) {
     path = filePath;
+    // Should memory run out below, the entries are not all that the file has.
+    mIsRead = mMayBeSaved = false;
     Buffer content;
     const int size = readFile(path, content);
-    mIsRead = size >= 0;
-    mMayBeSaved = mIsRead || size == -ENOENT;
-    if (size < 1) return mIsRead;
     const char* line = content.data;
-    const char* const end = line + content.size;
+    const char* const end = line + std::max(size, 0);
     for (const char* lineEnd; (lineEnd = std::find(line, end, '\n')) != end; line = lineEnd + 1) {
         parseLine(std::string(line, lineEnd));
     }
-    return true;
+    mIsRead = size >= 0;
+    mMayBeSaved = mIsRead || size == -ENOENT;
+    return mIsRead;
 }
 
 void IniConfig::parseLine(const std::string& line) {
@@ -55,6 +56,8 @@ bool IniConfig::save() {
         return false;
     }
     std::ostringstream text;
+    // A stream that runs out of memory would else end in the middle.
+    text.exceptions(std::ios::badbit);
     dump(text);
     return replaceFile(path, text.str());
 }

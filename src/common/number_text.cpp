@@ -21,6 +21,7 @@ bool contains(const char* const (&words)[N], const std::string& word) {
 
 std::string withDigits(double number, int digits) {
     std::ostringstream stream;
+    stream.exceptions(std::ios::badbit);  // throws where memory runs out
     stream.imbue(std::locale::classic());
     stream.precision(digits);
     stream << number;

@@ -122,9 +122,17 @@ void XmlCodec::forEachChild(const std::function<void(const std::string& name)>& 
     mCursor = parent;
 }
 
+// Two pieces would be printed on a line each, so what follows text becomes one with it.
 void XmlCodec::putText(const std::string& text) {
-    if (element() == nullptr || text.empty()) return;
-    element()->append_node(mDocument->allocate_node(rapidxml::node_data, nullptr, pooled(text)));
+    Node* const target = element();
+    if (target == nullptr || text.empty()) return;
+    Node* const last = target->first_node() == nullptr ? nullptr : target->last_node();
+    if (last != nullptr && last->type() == rapidxml::node_data) {
+        const std::string before(last->value(), last->value_size());
+        last->value(pooled(before + text));
+    } else {
+        target->append_node(mDocument->allocate_node(rapidxml::node_data, nullptr, pooled(text)));
+    }
 }
 
 std::string XmlCodec::getText() const {
