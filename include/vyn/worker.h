@@ -187,6 +187,10 @@ class VYN_API Worker : public Parser::PostListener {
     // becomes one write when the read has been handled, so a peer that sends many commands at once
     // is answered with one send. Datagrams are not gathered. What a worker is to get that is
     // disconnected in the same handler is written first by disconnectWhenWritten() only.
+    //
+    // What other callbacks write to a stream is given to the device at once up to 4 MiB in one turn
+    // of the loop, and queued beyond: so who writes on while nothing is pending lets the loop go
+    // on, and is called by it again (see WriteListener).
     void setEagerWriting(bool on);
     // Any thread. Stops reading, which makes a fast peer wait, and begins again. What has been read
     // is still delivered. A pause is no silence of the peer's: the heartbeat does not count it. A
@@ -307,6 +311,7 @@ class VYN_API Worker : public Parser::PostListener {
     bool writeDirectly(const void* data, int len);
     bool writeForSelfCall(const void* data, int len);
     bool writeEagerly(const void* data, int len);
+    bool exceedsTurn(int len);
     bool writeBehindGathered(const void* data, int len);
     bool gather(const void* data, int len);
     bool queueRest(const void* data, int len, bool isNext);

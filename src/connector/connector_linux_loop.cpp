@@ -11,6 +11,7 @@
 #include "common/tick.h"
 #include "connector/connector_linux.h"
 #include "connector/gather_scope.h"
+#include "connector/loop_turn.h"
 #include "connector/read_stamp.h"
 
 // The turns of the loop.
@@ -39,10 +40,12 @@ void LinuxConnector::run() {
     do {
         disconnectOverflowed();  // in the last turn, or by these callbacks
     } while (!mWorkers.endServing());
+    LoopTurn::endLast();
     mTickFd.leaveLoop();
 }
 
 void LinuxConnector::runTurn(epoll_event* events) {
+    LoopTurn::begin();
     // Behind these the loop may wait, though their callbacks may ask for more of the same.
     mTickFd.countOwnWakes(true);
     disconnectOverflowed();

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "connector/gather_scope.h"
+#include "connector/loop_turn.h"
 #include "connector/queued_write.h"
 #include "connector/worker_flow.h"
 #include "device/own_socket.h"
@@ -25,6 +26,9 @@ constexpr int kLargestCopied = 16 << 10;
 constexpr int kMostCopied = 64 << 10;
 constexpr int kMostGathered = 1 << 29;
 constexpr int kFirstRoom = 1 << 10;
+// The kernel buffers no more for a peer that does not read, so nobody can count on more being
+// taken.
+constexpr size_t kMostInATurn = 4 << 20;
 
 }  // namespace
 
@@ -86,7 +90,20 @@ bool Worker::writeEagerly(const void* data, int len) {
     const bool isElsewhere = connector != nullptr && Connector::current() != connector;
     if (isElsewhere || len < 0) return queueRest(data, len, false);
     const bool gathers = GatherScope::isOpen() && existingFlow()->gathers;
-    return gathers ? gather(data, len) : writeBehindGathered(data, len);
+    if (gathers) return gather(data, len);
+    const bool isTooMuchNow = connector != nullptr && exceedsTurn(len);
+    return isTooMuchNow ? queueRest(data, len, false) : writeBehindGathered(data, len);
+}
+
+// A producer that goes on until something waits would else keep its loop for as long as the peer
+// reads as fast as it writes. What a read is answered with is bounded by itself.
+bool Worker::exceedsTurn(int len) {
+    Flow& flow = *existingFlow();
+    const uint32_t turn = LoopTurn::number();
+    if (turn == 0 || !flow.gathers) return false;
+    if (std::exchange(flow.turn, turn) != turn) flow.givenInTurn = 0;
+    flow.givenInTurn += static_cast<size_t>(len);
+    return flow.givenInTurn > kMostInATurn;
 }
 
 // Gives the device what was gathered, and these bytes, unless something else waits already.

@@ -18,6 +18,8 @@ struct Worker::Flow {
     bool isGathering = false;  // in the list of those to flush, see GatherScope
     Worker* nextGathering = nullptr;
     int readSize = 0;
+    uint32_t turn = 0;       // the last one in which the device was given something eagerly
+    size_t givenInTurn = 0;  // and how many bytes in it, reads left out
 
     // Guarded by the queue's lock.
     QueuedWrite* gathered = nullptr;  // open for more, behind all that is in the list

@@ -234,10 +234,12 @@ TYPED_TEST(FlowOver, AProducerWaitsForASlowReaderAndLosesNothing) {
         void onWritten(Worker*) override { produce(); }
     } producer;
     producer.produce = [&, this] {
+        const size_t before = produced;
         for (; produced < all.size() && this->worker.pendingBytes() < 1 << 20; produced += 65536) {
             this->worker.writeRaw(all.data() + produced, 65536);
             most = std::max(most, this->worker.pendingBytes());
         }
+        EXPECT_LE(produced - before, size_t{6} << 20) << "the loop is kept";
         if (produced == all.size()) this->worker.disconnectWhenWritten(60000);
     };
     this->loop.call([&] {
