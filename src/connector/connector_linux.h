@@ -78,6 +78,7 @@ class LinuxConnector : public Connector::Impl {
   private:
     void init();
     void runTurn(epoll_event* events);
+    void serveRequests();
     int waitForEvents(epoll_event* events);
     int wait(epoll_event* events, int timeout);
     void noteAwake(const tick::Instant& awake);

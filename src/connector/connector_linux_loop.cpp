@@ -46,17 +46,21 @@ void LinuxConnector::run() {
 
 void LinuxConnector::runTurn(epoll_event* events) {
     LoopTurn::begin();
-    // Behind these the loop may wait, though their callbacks may ask for more of the same.
-    mTickFd.countOwnWakes(true);
-    disconnectOverflowed();
-    flushRequestedWrites();
-    mTickFd.countOwnWakes(false);
+    if (mWorkers.hasRequests(mNow)) serveRequests();
     const int count = waitForEvents(events);
     mTurns.add(1);
     checkAndWriteData(count, events);
     if (mTimers.fireDue(mNow)) mLookIsFresh = false;
     checkAndHandleMessage();
     dispatch(count, events);
+}
+
+// Behind these the loop may wait, though their callbacks may ask for more of the same.
+void LinuxConnector::serveRequests() {
+    mTickFd.countOwnWakes(true);
+    disconnectOverflowed();
+    flushRequestedWrites();
+    mTickFd.countOwnWakes(false);
 }
 
 void LinuxConnector::disconnectOverflowed() {

@@ -93,6 +93,12 @@ class WorkerRegistry {
     // and every watched descriptor into it. Returns 0, or an errno and the old set is kept.
     int reopenEpoll(bool isLost);
 
+    // Whether there is something for armRequestedWrites() or takeOverflows() to see to.
+    bool hasRequests(int64_t now) const {
+        return mNextRetry <= now || mHasWriteRequests.load(std::memory_order_acquire) ||
+               mHasOverflowRequests.load(std::memory_order_acquire);
+    }
+
     // --- Writing.
     // Any thread. Has armRequestedWrites() look at the worker; unknown ones are ignored, and such
     // as are not ready are looked at when they are.
