@@ -2,8 +2,6 @@
 
 #include "connector/message_queue.h"
 
-#include <algorithm>
-
 #include "common/tick.h"
 
 // Posting and delivering; message_queue_removal.cpp withdraws.
@@ -96,8 +94,8 @@ Posted* MessageQueue::firstImmediate() {
     }
     if (first == nullptr) return nullptr;
     // Another thread may have looked at the clock later and come first.
-    mLastImmediate = std::max(mLastImmediate, first->due());
-    first->setDue(mLastImmediate);
+    if (first->due() < mLastImmediate) first->setDue(mLastImmediate);
+    mLastImmediate = first->due();
     return first;
 }
 
@@ -130,8 +128,7 @@ MessageQueue::Delivery MessageQueue::deliver(Posted* posted) {
         mDelivered = {posted->function().id, nullptr, 0};
         if (!mFunctions.empty()) mFunctions.erase(mDelivered.id);
     } else {
-        Message& message = posted->message();
-        message.when = tick::toTick(posted->due());
+        const Message& message = posted->message();
         mDelivered = {0, message.callback == nullptr ? message.target : nullptr, message.what};
     }
     mDelivery.store(mDelivery.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);

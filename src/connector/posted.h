@@ -10,6 +10,8 @@
 #include <memory>
 #include <utility>
 
+#include "common/tick.h"
+
 namespace vyn {
 
 // A message or a function that waits for its turn in a loop, as part of a list there. A message
@@ -40,9 +42,12 @@ class Posted {
     Message& message() { return mMessage; }
     Function& function() { return mFunction; }
 
-    // A tick::now().
+    // A tick::now(), which a message shows as a tick.
     int64_t due() const { return (mDueAndFlags - flags()) / kDueUnit; }
-    void setDue(int64_t due) { mDueAndFlags = due * kDueUnit + flags(); }
+    void setDue(int64_t due) {
+        mDueAndFlags = due * kDueUnit + flags();
+        if (!isFunction()) mMessage.when = tick::toTick(due);
+    }
 
     Posted* next = nullptr;
 
