@@ -24,16 +24,24 @@ int64_t milliseconds(clockid_t clock) {
     return static_cast<int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1000000;
 }
 
+// How many milliseconds the coarse clock is behind the other one at most: some periods of the
+// kernel's timer, of 1 to 10 ms.
+int64_t coarseClockLag() {
+    constexpr int64_t kPeriods = 4;
+    constexpr int64_t kLongestPeriodMs = 10;
+    timespec period{};
+    if (clock_getres(CLOCK_MONOTONIC_COARSE, &period) != 0) return kPeriods * kLongestPeriodMs;
+    return kPeriods * (period.tv_nsec / 1000000 + 1);
+}
+
 }  // namespace
 
 int64_t now() { return milliseconds(CLOCK_MONOTONIC); }
 
-// The coarse clock is behind the other one by some periods of the kernel's timer at most, which are
-// up to 10 ms long.
 int64_t roughly() { return milliseconds(CLOCK_MONOTONIC_COARSE); }
 
 bool isReached(int64_t time) {
-    constexpr int64_t kMostBehindMs = 40;
+    static const int64_t kMostBehindMs = coarseClockLag();
     if (time - kMostBehindMs > roughly()) return false;
     return time <= now();
 }
