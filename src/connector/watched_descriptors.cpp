@@ -70,6 +70,11 @@ bool WatchedDescriptors::canArmWrite(const WorkerEntry& entry) const {
     return slot.watched && (slot.interest & EPOLLOUT) == 0;
 }
 
+bool WatchedDescriptors::isSuspended(const WorkerEntry& entry) const {
+    const int fd = entry.worker->getFd();
+    return fd >= 0 && owns(entry, fd) && !mSlots[static_cast<size_t>(fd)].watched;
+}
+
 WatchedDescriptors::Armed WatchedDescriptors::armWrite(WorkerEntry& entry) {
     const int fd = entry.worker->getFd();
     if (fd < 0) return entry.worker->getFds().empty() ? Armed::kNever : Armed::kYes;

@@ -39,6 +39,8 @@ class WatchedDescriptors {
 
     // Whether the worker has a single descriptor, which is watched for reading only.
     bool canArmWrite(const WorkerEntry& entry) const;
+    // Whether nothing can be written on its descriptor until it is read again, or added anew.
+    bool isSuspended(const WorkerEntry& entry) const;
     enum class Armed {
         kYes,
         kNever,  // no descriptor of the worker's will ever be reported as writable

@@ -76,8 +76,9 @@ bool WorkerRegistry::hasWrites() {
     AutoLock lock(mLock);
     for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = entry->next) {
         Worker* const worker = entry->worker;
-        if (entry->ready && worker->isValid() && (worker->hasWrittingData() || worker->isLeaving()))
-            return true;
+        if (!entry->ready || !worker->isValid()) continue;
+        if (worker->isLeaving()) return true;
+        if (worker->hasWrittingData() && !mDescriptors.isSuspended(*entry)) return true;
     }
     return false;
 }
