@@ -358,6 +358,7 @@ class VYN_API Worker : public Parser::PostListener {
 
     // --- The end.
     Drained leave(Drained drained);
+    void goOnLeaving();
     void beginAnew();
     void onLastWordsTimeout();
     bool isLeaving() const;

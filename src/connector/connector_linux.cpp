@@ -59,6 +59,7 @@ void LinuxConnector::addWorkerLocked(Worker* worker, Connector::Executor* execut
     const Registration registration{worker, added.ticket};
     WorkerRegistry::Readied readied;
     try {
+        worker->goOnLeaving();
         worker->onReady();
         readied = mWorkers.setReady(registration);
     } catch (const std::bad_alloc&) {

@@ -25,12 +25,15 @@ class GatherScope {
     static void add(Worker* worker);
     // It has not, or ends.
     static void remove(Worker* worker);
+    // Whether what this worker gathered is being written on this thread.
+    static bool isFlushing(const Worker* worker) { return tFlushed == worker; }
 
   private:
     static void flush(Worker* worker);
 
     static inline thread_local int tDepth = 0;
     static inline thread_local Worker* tFirst = nullptr;
+    static inline thread_local const Worker* tFlushed = nullptr;
 
     const Worker* mReader;
 };

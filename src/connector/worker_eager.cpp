@@ -69,11 +69,13 @@ void GatherScope::learnKind(Worker* worker) {
 // As part of a destructor, this lets no want of memory pass.
 void GatherScope::flush(Worker* worker) {
     remove(worker);
+    const Worker* const outer = std::exchange(tFlushed, worker);
     try {
         worker->flushGathered();
     } catch (const std::bad_alloc&) {
         worker->endWithoutMemory(static_cast<int>(worker->pendingBytes()));
     }
+    tFlushed = outer;
 }
 
 void Worker::setEagerWriting(bool on) {

@@ -4,7 +4,10 @@
 #include <vyn/logging.h>
 #include <vyn/worker.h>
 
+#include <algorithm>
+
 #include "common/tick.h"
+#include "connector/gather_scope.h"
 #include "connector/worker_flow.h"
 #include "device/own_socket.h"
 
@@ -30,7 +33,11 @@ void Worker::end(DisconnectReason why, int error) {
     if (!mValid.exchange(false, std::memory_order_relaxed)) return;
     setDisconnectReason(why, error);
     Connector* connector = getConnector();
-    if (connector == nullptr || !connector->queueOverflow(this)) onWriteQueueOverflow();
+    if (connector != nullptr && connector->queueOverflow(this)) return;
+    // Who has removed it in the callback that gathered does not hear of it any more.
+    const bool isRemoved =
+        GatherScope::isFlushing(this) && connector != nullptr && connector->ticketOf(this) == 0;
+    if (!isRemoved) onWriteQueueOverflow();
 }
 
 void Worker::onWriteQueueOverflow() {
@@ -82,6 +89,13 @@ Worker::Drained Worker::leave(Drained drained) {
 
 void Worker::onLastWordsTimeout() {
     if (isLeaving() && tick::now() >= existingFlow()->leaveUntil) end(DisconnectReason::kTimeout);
+}
+
+// For a worker that is added while it is to end.
+void Worker::goOnLeaving() {
+    if (!isLeaving()) return;
+    const int64_t left = existingFlow()->leaveUntil - tick::now();
+    getConnector()->remindOf(this, static_cast<int>(std::max<int64_t>(left, 0)));
 }
 
 // After the end of a connection, for another.

@@ -278,8 +278,12 @@ TYPED_TEST(FlowOver, LastWordsReachAPeerThatHasEndedItsOwnHalf) {
 
 TYPED_TEST(FlowOver, LastWordsEndInTimeWhenThePeerDoesNotRead) {
     queue(this->worker, numbered(16 << 20));
-    this->worker.disconnectWhenWritten(50);
-    EXPECT_EQ(this->awaitEnd(), DisconnectReason::kTimeout);
+    this->loop.call([this] {
+        this->worker.disconnectWhenWritten(50);
+        this->loop.connector().removeWorkerLocked(&this->worker);
+        this->loop.connector().addWorkerLocked(&this->worker, &this->executor);
+    });
+    EXPECT_EQ(this->awaitEnd(), DisconnectReason::kTimeout) << "also of a worker added again";
 }
 
 TYPED_TEST(FlowOver, APeerThatEndsItsHalfGetsItsAnswersIfThatIsWanted) {
@@ -319,9 +323,23 @@ TYPED_TEST(FlowOver, AStreamThatTakesNothingAnyMoreEndsOnce) {
     EXPECT_EQ(this->log.count("[32] Broken pipe. can not write, 2 queued writes are lost"), 1);
 }
 
+TYPED_TEST(FlowOver, AWorkerThatIsRemovedBehindItsAnswerIsNotReportedWhenThatCannotBeSent) {
+    this->executor.command = [this](Worker* asked, Command* command) {
+        asked->setEagerWriting(true);
+        asked->write(command);
+        this->loop.connector().removeWorkerLocked(asked);
+        this->device.socket().shutdownSend();
+    };
+    this->client.send("question\n", 9);
+    EXPECT_TRUE(waitUntil([this] { return this->log.count("can not write") == 1; }));
+    this->turn(2);
+    EXPECT_EQ(this->disconnections, 0);
+}
+
 // Also when it is told before it runs.
-TEST(FlushingStop, WaitsForASlowReaderButNotForEver) {
-    for (const bool reads : {true, false}) {
+TEST(FlushingStop, WaitsForASlowReaderButNotForEverNorForOneThatIsGone) {
+    for (const std::string peer : {"reads", "does not", "is gone"}) {
+        const bool reads = peer == "reads";
         Connection<UnixTransport> connection;
         UnixDevice device(&connection.server);
         RecordingExecutor executor;
@@ -334,7 +352,8 @@ TEST(FlushingStop, WaitsForASlowReaderButNotForEver) {
             Connector loop;
             loop.addWorkerLocked(&worker, &executor);
             queue(worker, numbered(3 << 20));
-            loop.requestStop(reads ? 60000 : 50);
+            if (peer == "is gone") worker.pauseReading(), connection.client.reset();
+            loop.requestStop(peer == "does not" ? 50 : 60000);
             loop.run();
             EXPECT_NE(worker.hasWrittingData(), reads);
         }).join();
