@@ -6,11 +6,11 @@ namespace vyn {
 
 namespace {
 
-constexpr size_t kFirstBuckets = 16;
+constexpr size_t kFirstBuckets = 64;
 // Ids that follow each other are neighbours in groups of this size, so that timers that are added
 // or gone through in a row find their buckets in the processor's cache.
-constexpr int kGroupBits = 3;
-constexpr int kFirstHashShift = 28 + kGroupBits;
+constexpr int kGroupBits = 5;
+constexpr int kFirstHashShift = 26 + kGroupBits;
 
 }  // namespace
 

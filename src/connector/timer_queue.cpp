@@ -31,7 +31,7 @@ int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
     made->schedule(tick::now());
     made->setId(takeId());
     made->setArg(arg);
-    made->mSequence = mNextSequence++;
+    made->setSequence(mNextSequence++);
     mById.makeRoom();
     mHeap.push(made.get());  // the last step that could lack memory
     TimerWrapper* const wrapper = made.release();

@@ -2,13 +2,12 @@
 
 #include "connector/timer_wrapper.h"
 
-#include "common/tick.h"
-
 namespace vyn {
 
-TimerWrapper::TimerWrapper(Timer* timer) : mTimer(timer) {}
+TimerWrapper::TimerWrapper(Timer* timer)
+    : mTimer(timer), mSequence(0), mRemoved(false), mIsToBeTold(false) {}
 
-void TimerWrapper::schedule(int64_t now) { mExpire = now + tick::delay(mInterval); }
+void TimerWrapper::schedule(int64_t now) { mExpire = now + mInterval; }
 
 bool TimerWrapper::trigger() {
     ++mCount;

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "common/tick.h"
+
 namespace vyn {
 
 // One addTimer() call: the application's timer with its period and its place in the timer queue.
@@ -14,7 +16,7 @@ class TimerWrapper {
     explicit TimerWrapper(Timer* timer);
 
     void setArg(void* arg) { mArg = arg; }
-    void setInterval(long interval) { mInterval = interval; }
+    void setInterval(long interval) { mInterval = static_cast<int>(tick::delay(interval)); }
     long getInterval() const { return mInterval; }
     void setId(int id) { mId = id; }
     int getId() const { return mId; }
@@ -39,20 +41,24 @@ class TimerWrapper {
     friend class TimerIndex;
     friend class TimerQueue;
 
+    void setSequence(uint64_t number) { mSequence = number & ((uint64_t{1} << kSequenceBits) - 1); }
+
+    // In 56 bytes where addresses have 64 bits, as there may be very many.
     Timer* mTimer;
     void* mArg = nullptr;
     int mCount = 0;
-    long mInterval = 0;
+    int mInterval = 0;
     int64_t mExpire = 0;
     int mId = 0;
 
     // Kept by the queue.
     static constexpr uint32_t kNotInHeap = UINT32_MAX;
     uint32_t mHeapIndex = kNotInHeap;
-    uint64_t mSequence = 0;
     TimerWrapper* mNextInBucket = nullptr;  // also the next of the removed ones
-    bool mRemoved = false;
-    bool mIsToBeTold = false;  // of that, by the loop that is calling it
+    static constexpr int kSequenceBits = 62;
+    uint64_t mSequence : kSequenceBits;
+    uint64_t mRemoved : 1;
+    uint64_t mIsToBeTold : 1;  // of that, by the loop that is calling it
 };
 
 }  // namespace vyn
