@@ -22,12 +22,16 @@ namespace {
 
 // Tells ids of every() from those of post().
 constexpr uint64_t kPeriodic = uint64_t{1} << 63;
+constexpr size_t kServedAnyway = 16;
 constexpr int kMarks = 50;  // how far back the loading figure looks
 
 }  // namespace
 
 LinuxConnector::LinuxConnector(Connector* connector)
     : mConnector(connector), mProcess(getpid()), mDiagnoser(kMarks) {
+    // So many are served in each turn, even without memory for more.
+    mOverflowed.reserve(kServedAnyway);
+    mDirectWriters.reserve(kServedAnyway);
     init();
 }
 

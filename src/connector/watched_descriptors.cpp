@@ -12,24 +12,23 @@ namespace vyn {
 
 namespace {
 
-std::vector<int> namedBy(Worker& worker) {
-    const int fd = worker.getFd();
-    return fd >= 0 ? std::vector<int>{fd} : worker.getFds();
-}
-
-bool contains(const std::vector<int>& fds, int fd) {
-    return std::find(fds.begin(), fds.end(), fd) != fds.end();
-}
+constexpr size_t kSpareSlots = 16;
 
 // The errno of a number that names nothing any more, or not what was registered under it.
 bool tellsOfAnEnd(int error) { return error == ENOENT || error == EBADF; }
 
 }  // namespace
 
+WatchedDescriptors::Named::Named(Worker& worker) : mOne(worker.getFd()) {
+    if (mOne < 0) mSeveral = worker.getFds();
+}
+
+bool WatchedDescriptors::Named::has(int fd) const { return std::find(begin(), end(), fd) != end(); }
+
 WatchedDescriptors::Refusal WatchedDescriptors::update(WorkerEntry& entry) {
     Refusal refusal;
     if (!entry.worker->isValid()) return refusal;
-    const std::vector<int> named = namedBy(*entry.worker);
+    const Named named(*entry.worker);
     forgetUnnamed(entry, named);
     for (const int fd : named) {
         const int error = fd >= 0 ? watch(entry, fd) : 0;
@@ -49,7 +48,7 @@ WatchedDescriptors::Refusal WatchedDescriptors::updateReading(WorkerEntry& entry
     return refusal;
 }
 
-void WatchedDescriptors::forget(WorkerEntry& entry) { forgetUnnamed(entry, {}); }
+void WatchedDescriptors::forget(WorkerEntry& entry) { forgetUnnamed(entry, Named()); }
 
 WorkerEntry* WatchedDescriptors::ownerOf(EpollToken token) {
     const Slot* slot = watchedSlot(token);
@@ -132,15 +131,16 @@ int WatchedDescriptors::watch(WorkerEntry& entry, int fd) {
     // The number may still be on the account of a worker whose device has closed it.
     if (slot.owner != nullptr) unchain(fd);
     const bool readOnly = (fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDONLY;
-    slot = {&entry, token.generation, entry.firstFd, interest, true, readOnly};
+    slot = {&entry, token.generation, entry.firstFd, static_cast<unsigned char>(interest),
+            true,   readOnly};
     entry.firstFd = fd;
     return 0;
 }
 
-void WatchedDescriptors::forgetUnnamed(WorkerEntry& entry, const std::vector<int>& named) {
+void WatchedDescriptors::forgetUnnamed(WorkerEntry& entry, const Named& named) {
     for (int fd = entry.firstFd; fd >= 0;) {
         const int next = slotOf(fd).nextFd;
-        if (!contains(named, fd)) {
+        if (!named.has(fd)) {
             mEpoll.remove(fd);
             unchain(fd);
         }
@@ -159,7 +159,7 @@ void WatchedDescriptors::unchain(int fd) {
 
 // Epoll knows what is open under a number from what was when it was added.
 bool WatchedDescriptors::isStillThere(int fd, const Slot& slot, bool isLost) {
-    if (isLost) return contains(namedBy(*slot.owner->worker), fd);
+    if (isLost) return Named(*slot.owner->worker).has(fd);
     return !tellsOfAnEnd(mEpoll.modify({fd, slot.generation}, slot.interest));
 }
 
@@ -168,7 +168,7 @@ int WatchedDescriptors::setInterest(int fd, uint32_t interest) {
     Slot& slot = slotOf(fd);
     if (!slot.watched || slot.interest == interest) return 0;
     const int error = mEpoll.modify({fd, slot.generation}, interest);
-    if (error == 0) slot.interest = interest;
+    if (error == 0) slot.interest = static_cast<unsigned char>(interest);
     if (tellsOfAnEnd(error)) slot.watched = false;
     return error;
 }
@@ -185,6 +185,8 @@ uint32_t WatchedDescriptors::nextGeneration() {
 
 WatchedDescriptors::Slot& WatchedDescriptors::slotOf(int fd) {
     const auto index = static_cast<size_t>(fd);
+    // Not twice as many, as there is one for each connection.
+    if (index >= mSlots.capacity()) mSlots.reserve(index + index / 8 + kSpareSlots);
     if (index >= mSlots.size()) mSlots.resize(index + 1);
     return mSlots[index];
 }

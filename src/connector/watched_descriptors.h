@@ -58,19 +58,33 @@ class WatchedDescriptors {
     int copyTo(Epoll& other, bool isLost);
 
   private:
-    // What is known of a descriptor, by its number.
+    // The descriptors that a worker's device names. One by itself takes no memory.
+    class Named {
+      public:
+        Named() = default;
+        explicit Named(Worker& worker);
+        const int* begin() const { return mOne >= 0 ? &mOne : mSeveral.data(); }
+        const int* end() const { return mOne >= 0 ? &mOne + 1 : begin() + mSeveral.size(); }
+        bool has(int fd) const;
+
+      private:
+        int mOne = -1;
+        std::vector<int> mSeveral;
+    };
+    // What is known of a descriptor, by its number. There is one for each connection, so it is kept
+    // small.
     struct Slot {
         WorkerEntry* owner = nullptr;
         uint32_t generation = 0;
-        int nextFd = -1;        // the owner's next
-        uint32_t interest = 0;  // what epoll watches it for
-        bool watched = false;   // whether epoll has it at all
-        bool readOnly = false;  // never becomes writable, as standard input that is a pipe
+        int nextFd = -1;             // the owner's next
+        unsigned char interest = 0;  // what epoll watches it for, EPOLLIN and EPOLLOUT
+        bool watched = false;        // whether epoll has it at all
+        bool readOnly = false;       // never becomes writable, as standard input that is a pipe
     };
 
     static uint32_t readInterest(const WorkerEntry& entry);
     int watch(WorkerEntry& entry, int fd);
-    void forgetUnnamed(WorkerEntry& entry, const std::vector<int>& named);
+    void forgetUnnamed(WorkerEntry& entry, const Named& named);
     void unchain(int fd);
     bool isStillThere(int fd, const Slot& slot, bool isLost);
     int setInterest(int fd, uint32_t interest);

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace vyn {
@@ -18,39 +19,48 @@ struct Registration {
 // What a connector knows of one of its workers. Ends when the worker is removed. There is one for
 // each connection, so it is kept small.
 struct WorkerEntry {
-    Worker* worker = nullptr;
+    Worker* worker = nullptr;  // null while the entry is nobody's
     uint64_t ticket = 0;
-    WorkerEntry* previous = nullptr;  // in the order of addition
+    WorkerEntry* nextInBucket = nullptr;  // see WorkerTable
+    WorkerEntry* previous = nullptr;      // in the list that it is in, see RequestList
     WorkerEntry* next = nullptr;
-    WorkerEntry* nextOverflowed = nullptr;
-    int firstFd = -1;            // its descriptors are chained, see WatchedDescriptors
-    bool isPlain = false;        // epoll can not watch its descriptor: it is a plain file, or such
-    bool ready = false;          // its onReady() has returned
-    bool asksToWrite = false;    // it is among those requests,
-    bool waitsToWrite = false;   // those that are tried again,
-    bool hasOverflowed = false;  // and those overflows
+    int firstFd = -1;      // its descriptors are chained, see WatchedDescriptors
+    bool isPlain = false;  // epoll can not watch its descriptor: it is a plain file, or such
+    bool ready = false;    // its onReady() has returned
+    unsigned char requests = 0;
 
     Registration registration() const { return {worker, ticket}; }
 };
 
-// Workers in the order in which they were added.
-class WorkerList {
+// What may be asked for a worker, as bits.
+constexpr unsigned char kToWrite = 1;
+constexpr unsigned char kToWriteLater = 2;
+constexpr unsigned char kToReportOverflow = 4;
+
+// Entries in the order in which something was asked for them. The links are their own, as there may
+// be no memory left where requests come from; so an entry is in one list at a time.
+class RequestList {
   public:
     WorkerEntry* first() const { return mFirst; }
+    size_t size() const { return mSize; }
 
     void append(WorkerEntry& entry) {
         entry.previous = mLast;
+        entry.next = nullptr;
         (mLast == nullptr ? mFirst : mLast->next) = &entry;
         mLast = &entry;
+        ++mSize;
     }
     void erase(WorkerEntry& entry) {
         (entry.previous == nullptr ? mFirst : entry.previous->next) = entry.next;
         (entry.next == nullptr ? mLast : entry.next->previous) = entry.previous;
+        --mSize;
     }
 
   private:
     WorkerEntry* mFirst = nullptr;
     WorkerEntry* mLast = nullptr;
+    size_t mSize = 0;
 };
 
 }  // namespace vyn

@@ -4,20 +4,30 @@
 
 #include <vyn/worker.h>
 
+#include <algorithm>
 #include <new>
 
 // Workers and their descriptors; see worker_registry_requests.cpp for what is asked for them.
 
 namespace vyn {
 
+namespace {
+
+void sortByAddition(std::vector<Registration>& registrations) {
+    std::sort(registrations.begin(), registrations.end(),
+              [](const auto& one, const auto& other) { return one.ticket < other.ticket; });
+}
+
+}  // namespace
+
 WorkerRegistry::Added WorkerRegistry::add(Worker* worker, Connector* connector,
                                           Connector::Executor* executor) {
     AutoLock lock(mLock);
     Added added;
-    WorkerEntry* entry = entryOf(worker);
+    WorkerEntry* entry = mEntries.find(worker);
     if (entry == nullptr) {
-        entry = &enlist(worker);
-        added.ticket = entry->ticket;
+        entry = &mEntries.add(worker);
+        added.ticket = entry->ticket = ++mLastTicket;
     }
     worker->attach(connector, executor);
     try {
@@ -39,9 +49,9 @@ WorkerRegistry::Readied WorkerRegistry::setReady(const Registration& registratio
     mArrivals.fetch_add(1, std::memory_order_release);
     readied.refusal = mDescriptors.update(*entry);
     pushWriteRequest(*entry);
-    if (entry->hasOverflowed) {
+    if ((entry->requests & kToReportOverflow) != 0) {
         readied.hasOverflowed = !mServing;
-        if (!mServing) withdrawOverflow(*entry);
+        if (!mServing) setRequests(*entry, entry->requests & ~kToReportOverflow);
         mHasOverflowRequests.store(true, std::memory_order_release);
     }
     mWakePipe.wake();
@@ -50,7 +60,7 @@ WorkerRegistry::Readied WorkerRegistry::setReady(const Registration& registratio
 
 WorkerRegistry::Refusal WorkerRegistry::update(Worker* worker) {
     AutoLock lock(mLock);
-    WorkerEntry* const entry = entryOf(worker);
+    WorkerEntry* const entry = mEntries.find(worker);
     if (entry == nullptr) return {};
     const Refusal refusal = mDescriptors.update(*entry);
     pushWriteRequest(*entry);
@@ -60,7 +70,7 @@ WorkerRegistry::Refusal WorkerRegistry::update(Worker* worker) {
 
 WorkerRegistry::Refusal WorkerRegistry::updateReading(Worker* worker) {
     AutoLock lock(mLock);
-    WorkerEntry* const entry = entryOf(worker);
+    WorkerEntry* const entry = mEntries.find(worker);
     if (entry == nullptr) return {};
     const Refusal refusal = mDescriptors.updateReading(*entry);
     pushWriteRequest(*entry);
@@ -70,7 +80,7 @@ WorkerRegistry::Refusal WorkerRegistry::updateReading(Worker* worker) {
 
 uint64_t WorkerRegistry::rest(Worker* worker) {
     AutoLock lock(mLock);
-    WorkerEntry* const entry = entryOf(worker);
+    WorkerEntry* const entry = mEntries.find(worker);
     if (entry == nullptr) return 0;
     mDescriptors.forget(*entry);
     return entry->ticket;
@@ -78,22 +88,20 @@ uint64_t WorkerRegistry::rest(Worker* worker) {
 
 void WorkerRegistry::remove(Worker* worker) {
     AutoLock lock(mLock);
-    WorkerEntry* const entry = entryOf(worker);
+    WorkerEntry* const entry = mEntries.find(worker);
     if (entry != nullptr) drop(*entry);
 }
 
 void WorkerRegistry::drop(WorkerEntry& entry) {
-    Worker* const worker = entry.worker;
     mDescriptors.forget(entry);
-    withdrawOverflow(entry);
-    mOrder.erase(entry);
-    mEntries.erase(worker);
+    setRequests(entry, 0);
+    mEntries.remove(entry);
     mRemovals.fetch_add(1, std::memory_order_release);
 }
 
 uint64_t WorkerRegistry::ticketOf(Worker* worker) {
     AutoLock lock(mLock);
-    const WorkerEntry* entry = entryOf(worker);
+    const WorkerEntry* entry = mEntries.find(worker);
     return entry == nullptr ? 0 : entry->ticket;
 }
 
@@ -109,18 +117,22 @@ size_t WorkerRegistry::size() {
 
 void WorkerRegistry::listAll(std::vector<Registration>& out) {
     out.clear();
-    AutoLock lock(mLock);
-    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = entry->next) {
-        out.push_back(entry->registration());
+    {
+        AutoLock lock(mLock);
+        mEntries.forEach([&](const WorkerEntry& entry) { out.push_back(entry.registration()); });
     }
+    sortByAddition(out);
 }
 
 void WorkerRegistry::listReady(std::vector<Registration>& out) {
     out.clear();
-    AutoLock lock(mLock);
-    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = entry->next) {
-        if (entry->ready) out.push_back(entry->registration());
+    {
+        AutoLock lock(mLock);
+        mEntries.forEach([&](const WorkerEntry& entry) {
+            if (entry.ready) out.push_back(entry.registration());
+        });
     }
+    sortByAddition(out);
 }
 
 WorkerRegistry::Owner WorkerRegistry::find(EpollToken token, Worker*& worker) {
@@ -162,22 +174,9 @@ int WorkerRegistry::reopenEpoll(bool isLost) {
     return error;
 }
 
-WorkerEntry* WorkerRegistry::entryOf(Worker* worker) {
-    const auto found = mEntries.find(worker);
-    return found == mEntries.end() ? nullptr : &found->second;
-}
-
 WorkerEntry* WorkerRegistry::entryOf(const Registration& registration) {
-    WorkerEntry* const entry = entryOf(registration.worker);
+    WorkerEntry* const entry = mEntries.find(registration.worker);
     return entry != nullptr && entry->ticket == registration.ticket ? entry : nullptr;
-}
-
-WorkerEntry& WorkerRegistry::enlist(Worker* worker) {
-    WorkerEntry& entry = mEntries[worker];
-    entry.worker = worker;
-    entry.ticket = ++mLastTicket;
-    mOrder.append(entry);
-    return entry;
 }
 
 }  // namespace vyn

@@ -7,13 +7,13 @@
 
 #include <atomic>
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 #include "connector/epoll.h"
 #include "connector/wake_pipe.h"
 #include "connector/watched_descriptors.h"
 #include "connector/worker_entry.h"
+#include "connector/worker_table.h"
 
 namespace vyn {
 
@@ -21,7 +21,8 @@ namespace vyn {
 //
 // Any thread may add, remove and request; the rest belongs to the loop. The lock is held for
 // look-ups only, never while a worker calls the application. No operation but the lists and
-// reopenEpoll() takes time that grows with the number of workers.
+// reopenEpoll() takes time that grows with the number of workers. What was asked for is not lost
+// for want of memory.
 class WorkerRegistry {
   public:
     // Neither is owned. `wakePipe` is woken for requests.
@@ -103,10 +104,11 @@ class WorkerRegistry {
     // Any thread. Has armRequestedWrites() look at the worker; unknown ones are ignored, and such
     // as are not ready are looked at when they are.
     void requestWrite(Worker* worker);
-    // Sees to the requested workers that have something to write. Those that can find out without
-    // waiting what is taken go to `direct`, which is emptied first: they are to write at once. The
-    // others get an interest in writing. Returns 0, or the errno with which the kernel refused that
-    // to one of them, which is tried again. `now` is a tick::now().
+    // Sees to the requested workers that have something to write, as many as there is memory for:
+    // the others come in the next turn. Those that can find out without waiting what is taken go to
+    // `direct`, which is emptied first: they are to write at once. The others get an interest in
+    // writing. Returns 0, or the errno with which the kernel refused that to one of them, which is
+    // tried again. `now` is a tick::now().
     int armRequestedWrites(std::vector<Registration>& direct, int64_t now);
     // For one of those that was left with something to write: gives it the interest, or has the
     // next turn look at it again when its device has no descriptor that tells when it takes more.
@@ -129,33 +131,35 @@ class WorkerRegistry {
     // Any thread. Has the loop's next turn take the worker, or the caller of its setReady() when it
     // is not ready. False when nobody will: it is unknown, or no loop runs.
     bool requestOverflow(Worker* worker);
-    // Takes the workers that were requested. `out` is emptied first.
+    // Takes the workers that were requested, as many as there is memory for: the others come in the
+    // next turn. `out` is emptied first.
     void takeOverflows(std::vector<Registration>& out);
 
   private:
-    WorkerEntry* entryOf(Worker* worker) VYN_REQUIRES(mLock);
+    using Armed = WatchedDescriptors::Armed;
+
     WorkerEntry* entryOf(const Registration& registration) VYN_REQUIRES(mLock);
-    WorkerEntry& enlist(Worker* worker) VYN_REQUIRES(mLock);
     void pushWriteRequest(WorkerEntry& entry) VYN_REQUIRES(mLock);
     void pushRetry(WorkerEntry& entry) VYN_REQUIRES(mLock);
     void takeDueRetries() VYN_REQUIRES(mLock);
+    Armed arm(WorkerEntry& entry) VYN_REQUIRES(mLock);
     bool canWriteNow(const WorkerEntry& entry) VYN_REQUIRES(mLock);
-    void withdrawOverflow(WorkerEntry& entry) VYN_REQUIRES(mLock);
+    void setRequests(WorkerEntry& entry, int requests) VYN_REQUIRES(mLock);
+    RequestList* listOf(const WorkerEntry& entry) VYN_REQUIRES(mLock);
+    void noteRequests(std::atomic<bool>& kind);
     void drop(WorkerEntry& entry) VYN_REQUIRES(mLock);
 
     Epoll& mEpoll;
     WakePipe& mWakePipe;
     Lock mLock;
-    std::unordered_map<Worker*, WorkerEntry> mEntries VYN_GUARDED_BY(mLock);
+    WorkerTable mEntries VYN_GUARDED_BY(mLock);
     WatchedDescriptors mDescriptors VYN_GUARDED_BY(mLock);
     uint64_t mLastTicket VYN_GUARDED_BY(mLock) = 0;
     bool mServing VYN_GUARDED_BY(mLock) = false;
-    WorkerList mOrder VYN_GUARDED_BY(mLock);
-    // Requests. Removals leave what they ended, which is passed over.
-    std::vector<Registration> mWrites VYN_GUARDED_BY(mLock);
-    std::vector<Registration> mRetries VYN_GUARDED_BY(mLock);
-    // Overflows, the last one first: a list, as there may be no memory left where they come from.
-    WorkerEntry* mLastOverflowed VYN_GUARDED_BY(mLock) = nullptr;
+    // An entry for which several things are asked is in the list of the last of these.
+    RequestList mWrites VYN_GUARDED_BY(mLock);
+    RequestList mRetries VYN_GUARDED_BY(mLock);
+    RequestList mOverflows VYN_GUARDED_BY(mLock);
     int64_t mNextRetry = INT64_MAX;  // the loop's
     // Spare the loop the lock when there is nothing to look at.
     std::atomic<bool> mHasWriteRequests{false};

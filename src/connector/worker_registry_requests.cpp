@@ -3,9 +3,8 @@
 #include <fcntl.h>
 #include <vyn/worker.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <utility>
+#include <new>
 
 #include "common/tick.h"
 #include "connector/worker_registry.h"
@@ -18,11 +17,19 @@ namespace {
 
 constexpr long kRetryMs = 10;
 
+// Room for so many, if there is memory for them; else there is what there was.
+void makeRoom(std::vector<Registration>& out, size_t count) {
+    try {
+        out.reserve(count);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
 }  // namespace
 
 void WorkerRegistry::requestWrite(Worker* worker) {
     AutoLock lock(mLock);
-    WorkerEntry* const entry = entryOf(worker);
+    WorkerEntry* const entry = mEntries.find(worker);
     if (entry == nullptr || !entry->ready) return;
     pushWriteRequest(*entry);
     mWakePipe.wake();
@@ -35,22 +42,20 @@ int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct, int64_
     AutoLock lock(mLock);
     if (retry) takeDueRetries();
     mHasWriteRequests.store(false, std::memory_order_relaxed);
+    makeRoom(direct, mWrites.size());
     int error = 0;
-    for (const Registration& request : mWrites) {
-        WorkerEntry* const entry = entryOf(request);
-        if (entry == nullptr) continue;
-        entry->asksToWrite = false;
-        if (entry->waitsToWrite) continue;  // since it asked
+    while (mWrites.first() != nullptr && direct.size() < direct.capacity()) {
+        WorkerEntry& entry = *mWrites.first();
+        setRequests(entry, entry.requests & ~kToWrite);
         // One that is not valid would keep the loop awake without ever writing.
-        if (!entry->worker->isValid() || !entry->worker->needsServing()) continue;
-        const auto armed =
-            canWriteNow(*entry) ? WatchedDescriptors::Armed::kNever : mDescriptors.armWrite(*entry);
-        if (armed == WatchedDescriptors::Armed::kNever) direct.push_back(entry->registration());
-        if (armed != WatchedDescriptors::Armed::kLater) continue;
+        if (!entry.worker->isValid() || !entry.worker->needsServing()) continue;
+        const Armed armed = canWriteNow(entry) ? Armed::kNever : arm(entry);
+        if (armed == Armed::kNever) direct.push_back(entry.registration());
+        if (armed != Armed::kLater) continue;
         error = errno;
-        pushRetry(*entry);
+        pushRetry(entry);
     }
-    mWrites.clear();
+    if (mWrites.first() != nullptr) noteRequests(mHasWriteRequests);
     return error;
 }
 
@@ -58,10 +63,10 @@ int WorkerRegistry::awaitWritable(const Registration& registration) {
     AutoLock lock(mLock);
     WorkerEntry* const entry = entryOf(registration);
     if (entry == nullptr) return 0;
-    const WatchedDescriptors::Armed armed = mDescriptors.armWrite(*entry);
+    const Armed armed = arm(*entry);
     const int error = errno;
-    if (armed == WatchedDescriptors::Armed::kNever) pushWriteRequest(*entry);
-    if (armed != WatchedDescriptors::Armed::kLater) return 0;
+    if (armed == Armed::kNever) pushWriteRequest(*entry);
+    if (armed != Armed::kLater) return 0;
     pushRetry(*entry);
     return error;
 }
@@ -74,13 +79,13 @@ void WorkerRegistry::retryWrite(const Registration& registration) {
 
 bool WorkerRegistry::hasWrites() {
     AutoLock lock(mLock);
-    for (WorkerEntry* entry = mOrder.first(); entry != nullptr; entry = entry->next) {
-        Worker* const worker = entry->worker;
-        if (!entry->ready || !worker->isValid()) continue;
-        if (worker->isLeaving()) return true;
-        if (worker->hasWrittingData() && !mDescriptors.isSuspended(*entry)) return true;
-    }
-    return false;
+    const WatchedDescriptors& descriptors = mDescriptors;
+    return mEntries.any([&descriptors](const WorkerEntry& entry) {
+        Worker* const worker = entry.worker;
+        if (!entry.ready || !worker->isValid()) return false;
+        return worker->isLeaving() ||
+               (worker->hasWrittingData() && !descriptors.isSuspended(entry));
+    });
 }
 
 bool WorkerRegistry::disarmWrite(EpollToken token) {
@@ -96,7 +101,7 @@ void WorkerRegistry::beginServing() {
 bool WorkerRegistry::endServing() {
     AutoLock lock(mLock);
     mServing = false;
-    for (const WorkerEntry* each = mLastOverflowed; each != nullptr; each = each->nextOverflowed) {
+    for (const WorkerEntry* each = mOverflows.first(); each != nullptr; each = each->next) {
         mServing = mServing || each->ready;
     }
     return !mServing;
@@ -104,13 +109,10 @@ bool WorkerRegistry::endServing() {
 
 bool WorkerRegistry::requestOverflow(Worker* worker) {
     AutoLock lock(mLock);
-    WorkerEntry* const entry = entryOf(worker);
+    WorkerEntry* const entry = mEntries.find(worker);
     if (entry == nullptr || (entry->ready && !mServing)) return false;
-    if (!std::exchange(entry->hasOverflowed, true)) {
-        entry->nextOverflowed = std::exchange(mLastOverflowed, entry);
-    }
-    mHasOverflowRequests.store(true, std::memory_order_release);
-    mWakePipe.wake();
+    setRequests(*entry, entry->requests | kToReportOverflow);
+    noteRequests(mHasOverflowRequests);
     return true;
 }
 
@@ -119,50 +121,39 @@ void WorkerRegistry::takeOverflows(std::vector<Registration>& out) {
     if (!mHasOverflowRequests.load(std::memory_order_acquire)) return;
     AutoLock lock(mLock);
     mHasOverflowRequests.store(false, std::memory_order_relaxed);
-    for (WorkerEntry** link = &mLastOverflowed; *link != nullptr;) {
-        WorkerEntry& entry = **link;
-        if (entry.ready) {
-            out.push_back(entry.registration());
-            entry.hasOverflowed = false;
-            *link = entry.nextOverflowed;
-        } else {
-            link = &entry.nextOverflowed;
-        }
+    makeRoom(out, mOverflows.size());
+    for (WorkerEntry* next = mOverflows.first(); next != nullptr;) {
+        WorkerEntry& entry = *next;
+        next = entry.next;
+        if (!entry.ready) continue;
+        if (out.size() == out.capacity()) return noteRequests(mHasOverflowRequests);
+        out.push_back(entry.registration());
+        setRequests(entry, entry.requests & ~kToReportOverflow);
     }
-    std::reverse(out.begin(), out.end());
-}
-
-void WorkerRegistry::withdrawOverflow(WorkerEntry& entry) {
-    if (!std::exchange(entry.hasOverflowed, false)) return;
-    WorkerEntry** link = &mLastOverflowed;
-    while (*link != &entry) link = &(*link)->nextOverflowed;
-    *link = entry.nextOverflowed;
 }
 
 void WorkerRegistry::pushWriteRequest(WorkerEntry& entry) {
-    if (!entry.ready || entry.waitsToWrite || entry.asksToWrite) return;
-    mWrites.push_back(entry.registration());
-    entry.asksToWrite = true;
-    mHasWriteRequests.store(true, std::memory_order_release);
+    if (!entry.ready || (entry.requests & kToWriteLater) != 0) return;
+    setRequests(entry, entry.requests | kToWrite);
 }
 
 void WorkerRegistry::pushRetry(WorkerEntry& entry) {
-    if (mRetries.empty()) mNextRetry = tick::after(kRetryMs);
-    if (entry.waitsToWrite) return;
-    mRetries.push_back(entry.registration());
-    entry.waitsToWrite = true;
+    setRequests(entry, entry.requests | kToWriteLater);
 }
 
 // All of them: those that were added later come a little early.
 void WorkerRegistry::takeDueRetries() {
     mNextRetry = INT64_MAX;
-    for (const Registration& retry : mRetries) {
-        WorkerEntry* const entry = entryOf(retry);
-        if (entry == nullptr) continue;
-        entry->waitsToWrite = false;
-        pushWriteRequest(*entry);
+    while (mRetries.first() != nullptr) setRequests(*mRetries.first(), kToWrite);
+}
+
+WorkerRegistry::Armed WorkerRegistry::arm(WorkerEntry& entry) {
+    try {
+        return mDescriptors.armWrite(entry);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return Armed::kLater;
     }
-    mRetries.clear();
 }
 
 // Whether a write finds out by itself, without waiting, what the descriptor takes. One of a device
@@ -172,6 +163,29 @@ bool WorkerRegistry::canWriteNow(const WorkerEntry& entry) {
     return mDescriptors.canArmWrite(entry) &&
            (entry.worker->drainsWithoutWaiting() ||
             (fcntl(entry.worker->getFd(), F_GETFL) & O_NONBLOCK) != 0);
+}
+
+void WorkerRegistry::setRequests(WorkerEntry& entry, int requests) {
+    RequestList* const before = listOf(entry);
+    entry.requests = static_cast<unsigned char>(requests);
+    RequestList* const after = listOf(entry);
+    if (after == before) return;
+    if (before != nullptr) before->erase(entry);
+    if (after == &mRetries && mRetries.first() == nullptr) mNextRetry = tick::after(kRetryMs);
+    if (after == &mWrites) mHasWriteRequests.store(true, std::memory_order_release);
+    if (after != nullptr) after->append(entry);
+}
+
+RequestList* WorkerRegistry::listOf(const WorkerEntry& entry) {
+    if ((entry.requests & kToReportOverflow) != 0) return &mOverflows;
+    if ((entry.requests & kToWriteLater) != 0) return &mRetries;
+    return (entry.requests & kToWrite) != 0 ? &mWrites : nullptr;
+}
+
+// There are such requests, for the next turn.
+void WorkerRegistry::noteRequests(std::atomic<bool>& kind) {
+    kind.store(true, std::memory_order_release);
+    mWakePipe.wake();
 }
 
 }  // namespace vyn
