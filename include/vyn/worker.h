@@ -391,16 +391,16 @@ class VYN_API Worker : public Parser::PostListener {
     std::atomic<int32_t> mLastWriteTick{0};
     std::atomic<int32_t> mLastReadTick;
     bool mSelfCall = false;
-    // Writes that the device is being given: they may have gone by now.
-    int8_t mInFlight VYN_GUARDED_BY(mWriteLock) = 0;
     bool mDraining VYN_GUARDED_BY(mWriteLock) = false;
     std::atomic<unsigned char> mReadingStops{0};
+    std::atomic<int32_t> mLastSentTick;
     WriteQueue mWriteQueue VYN_GUARDED_BY(mWriteLock);
     std::atomic<int> mPendingWrites{0};  // changed with the queue
+    // Writes that the device is being given: they may have gone by now.
+    int8_t mInFlight VYN_GUARDED_BY(mWriteLock) = 0;
     // Held for the queue alone, never while the device writes.
-    Lock mWriteLock;
+    BriefLock mWriteLock;
     std::atomic<Flow*> mFlow{nullptr};
-    std::atomic<int32_t> mLastSentTick;
 };
 
 // "Worker(0x...): {Connector=0x..., NetDevice(0x...): {...}}", or "Worker(NULL)".

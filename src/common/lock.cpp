@@ -2,11 +2,15 @@
 
 #include <vyn/lock.h>
 
+#include <chrono>
+#include <thread>
+
 namespace vyn {
 
 namespace {
 
 constexpr int kTriesBeforeSleep = 100;
+constexpr std::chrono::microseconds kSleep{50};
 
 // Leaves the mutex alone for a moment, for the thread that has it to give it back.
 void holdOn() {
@@ -35,6 +39,12 @@ AutoLock::AutoLock(Lock& lock) : mHeld(true), mLock(&lock) { mLock->acquire(); }
 
 AutoLock::~AutoLock() {
     if (mHeld) mLock->release();
+}
+
+void BriefLock::acquireFromAnother() {
+    for (int tries = 1; mIsHeld.exchange(true, std::memory_order_acquire); ++tries) {
+        if (tries > kTriesBeforeSleep) std::this_thread::sleep_for(kSleep);
+    }
 }
 
 }  // namespace vyn

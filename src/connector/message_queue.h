@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <vyn/lock.h>
 #include <vyn/message.h>
 
 #include <atomic>
@@ -12,7 +13,6 @@
 #include <memory>
 #include <unordered_map>
 
-#include "connector/brief_lock.h"
 #include "connector/posted.h"
 #include "connector/posted_list.h"
 #include "connector/posted_stack.h"

@@ -69,7 +69,7 @@ Worker::Drained Worker::drain(bool onlyFirst, WriteTail* tail) {
     if (batch.socket.exists() && batch.socket.fd < 0) return Drained::kAwaitsRead;
     const Flow* const flow = existingFlow();
     if (flow != nullptr && flow->cannotWrite) return Drained::kAwaitsRead;
-    AutoLock lock(mWriteLock);
+    AutoBriefLock lock(mWriteLock);
     if (mDraining) return Drained::kMore;  // the device has come back here from its write()
     mDraining = true;
     closeGathered();
@@ -184,7 +184,7 @@ void Worker::consume(const WriteBatch& batch) {
 }
 
 void Worker::dropWrites() {
-    AutoLock lock(mWriteLock);
+    AutoBriefLock lock(mWriteLock);
     closeGathered();
     while (mWriteQueue.first != nullptr) removeFirst();
 }

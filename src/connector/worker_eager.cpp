@@ -81,7 +81,7 @@ void GatherScope::flush(Worker* worker) {
 void Worker::setEagerWriting(bool on) {
     if (!on) flushGathered();
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         flow().isEager = on;
     }
     GatherScope::learnKind(this);
@@ -112,7 +112,7 @@ bool Worker::exceedsTurn(int len) {
 bool Worker::writeBehindGathered(const void* data, int len) {
     bool isIdle;
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         isIdle = mWriteQueue.first == nullptr;
         closeGathered();
     }
@@ -128,7 +128,7 @@ bool Worker::writeBehindGathered(const void* data, int len) {
 bool Worker::gather(const void* data, int len) {
     bool isToLeave, isGathered, isTooMuchNow;
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         const int used = flow().gathered == nullptr ? 0 : flow().gathered->size;
         isToLeave = mWriteQueue.first == nullptr ? len >= kLargestCopied || used + len > kMostCopied
                                                  : len > kMostGathered - used;
@@ -176,7 +176,7 @@ void Worker::flushGathered() {
     if (!isValid()) return;
     bool isIdle;
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         isIdle = mWriteQueue.first == nullptr;
         closeGathered();
     }
@@ -184,7 +184,7 @@ void Worker::flushGathered() {
     if (drained == Drained::kAll || isEnd(drained)) return;
     bool isTooMuchNow;
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         isTooMuchNow = isTooMuch();
     }
     onQueued(isTooMuchNow);

@@ -51,7 +51,7 @@ void Worker::onWriteQueueOverflow() {
 void Worker::disconnectWhenWritten(int timeoutMs) {
     if (!checkValid()) return;
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         flow().leaveUntil = tick::after(timeoutMs);
         flow().isLeaving = true;
         mReadingStops.fetch_and(static_cast<unsigned char>(~kPausedByApplication));
@@ -109,7 +109,7 @@ void Worker::beginAnew() {
 }
 
 void Worker::setAllowHalfOpen(bool on) {
-    AutoLock lock(mWriteLock);
+    AutoBriefLock lock(mWriteLock);
     flow().allowsHalfOpen = on;
 }
 

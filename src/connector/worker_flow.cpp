@@ -37,7 +37,7 @@ Worker::Flow& Worker::flow() {
 int Worker::pendingWrites() const { return mPendingWrites.load(std::memory_order_relaxed); }
 
 size_t Worker::pendingBytes() {
-    AutoLock lock(mWriteLock);
+    AutoBriefLock lock(mWriteLock);
     return bytesBehind(0);
 }
 
@@ -46,12 +46,12 @@ long Worker::sinceLastSent() const {
 }
 
 void Worker::setMaxPendingBytes(size_t bytes) {
-    AutoLock lock(mWriteLock);
+    AutoBriefLock lock(mWriteLock);
     flow().maxPendingBytes = bytes;
 }
 
 void Worker::setWriteListener(WriteListener* listener, size_t lowMark) {
-    AutoLock lock(mWriteLock);
+    AutoBriefLock lock(mWriteLock);
     flow().listener = listener;
     flow().lowMark = lowMark;
     flow().wasAboveMark = lowMark > 0 && bytesBehind(0) >= lowMark;
@@ -71,7 +71,7 @@ void Worker::reportWritten() {
     if (flow == nullptr || !flow->hasNews.exchange(false) || !isValid()) return;
     WriteListener* listener;
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         listener = flow->listener;
     }
     if (listener != nullptr) listener->onWritten(this);
@@ -91,7 +91,7 @@ void Worker::requestServing() {
 
 void Worker::pauseReading() {
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         Flow& own = flow();
         if (own.isLeaving) return;
         if ((mReadingStops.fetch_or(kPausedByApplication) & kPausedByApplication) != 0) return;
@@ -102,7 +102,7 @@ void Worker::pauseReading() {
 
 void Worker::resumeReading() {
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         const auto running = static_cast<unsigned char>(~kPausedByApplication);
         if ((mReadingStops.fetch_and(running) & kPausedByApplication) == 0) return;
         // The peer's silence begins where it was interrupted.
@@ -131,7 +131,7 @@ void Worker::setConnecting(bool connecting) {
     if (connecting) {
         mReadingStops.fetch_or(kConnecting);
     } else {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         const int32_t now = tick32();
         mLastReadTick.store(now, std::memory_order_relaxed);
         mLastSentTick.store(now, std::memory_order_relaxed);
@@ -151,7 +151,7 @@ long Worker::silenceUntil(int64_t readUntil) {
     if (readUntil == INT64_MIN) return 0;
     long until = tick::toTick(readUntil);
     if (isReadingPaused()) {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         until = flow().pausedAt;
     }
     const int32_t lastRead = mLastReadTick.load(std::memory_order_relaxed);
@@ -159,7 +159,7 @@ long Worker::silenceUntil(int64_t readUntil) {
 }
 
 void Worker::setReadSize(int bytes) {
-    AutoLock lock(mWriteLock);
+    AutoBriefLock lock(mWriteLock);
     flow().readSize = bytes;
     if (flow().maxPendingBytes == 0) flow().maxPendingBytes = kMaxPendingOfLargeReads;
 }

@@ -107,7 +107,7 @@ bool Worker::writeDirectly(const void* data, int len) {
 // No packet may be cut, neither a queued one by this one nor this one by the next.
 bool Worker::writeForSelfCall(const void* data, int len) {
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         closeGathered(true);
     }
     const Drained drained = hasWrittingData() ? drainAside(true) : Drained::kAll;
@@ -135,7 +135,7 @@ bool Worker::queueRest(const void* data, int len, bool isNext) {
     }
     bool isTooMuchNow;
     {
-        AutoLock lock(mWriteLock);
+        AutoBriefLock lock(mWriteLock);
         isNext ? insertNext(write) : append(write);
         isTooMuchNow = isTooMuch();
     }
