@@ -48,12 +48,16 @@ OwnSocket OwnSocket::of(Device* device) {
     return {};
 }
 
+// The kernel takes less time over a single part that it does not have to look up in a list.
 Sent sendNow(int fd, const iovec* parts, int count) {
+    constexpr int kFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
     msghdr message{};
     message.msg_iov = const_cast<iovec*>(parts);
     message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
-    const ssize_t sent =
-        io::uninterrupted([&] { return ::sendmsg(fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL); });
+    const ssize_t sent = io::uninterrupted([&] {
+        return count == 1 ? ::send(fd, parts->iov_base, parts->iov_len, kFlags)
+                          : ::sendmsg(fd, &message, kFlags);
+    });
     return {static_cast<int>(sent), sent < 0 ? errno : 0};
 }
 
