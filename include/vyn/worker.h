@@ -304,7 +304,7 @@ class VYN_API Worker : public Parser::PostListener {
     long silenceUntil(int64_t readUntil);  // 0 when that is INT64_MIN
     void keepAlive(int64_t now);
     bool reportSilence(long silence);  // returns whether the executor was called
-    void deliver(const void* data, int len, int32_t now);
+    void deliver(const void* data, int len, int64_t now);
 
     // --- Into the queue.
     bool mayWrite(const char* operation = __builtin_FUNCTION());

@@ -10,9 +10,9 @@
 
 #include "common/tick.h"
 #include "connector/connector_linux.h"
+#include "connector/event_tick.h"
 #include "connector/gather_scope.h"
 #include "connector/loop_turn.h"
-#include "connector/read_stamp.h"
 
 // The turns of the loop.
 
@@ -269,10 +269,10 @@ void LinuxConnector::dispatch(int count, const epoll_event* events) {
     mEvents.add(static_cast<uint64_t>(count));
     {
         const GatherScope gathering(nullptr);
-        if (mLookIsFresh) ReadStamp::keep(static_cast<int32_t>(tick::toTick(mNow)));
-        dispatch(events[0]);
-        ReadStamp::forget();
-        for (int i = 1; i < count; ++i) dispatch(events[i]);
+        for (int i = 0; i < count; ++i) {
+            const EventTick::Scope look(mNow, mLookIsFresh && i == 0);
+            dispatch(events[i]);
+        }
     }
     mReadHorizon.onHandled();
     if (mStaleEvents.last()) dropClosedRegistrations();

@@ -11,11 +11,11 @@
 #include <new>
 
 #include "common/tick.h"
+#include "connector/event_tick.h"
 #include "connector/gather_scope.h"
 #include "connector/life_watch.h"
 #include "connector/missing_part.h"
 #include "connector/parser_call.h"
-#include "connector/read_stamp.h"
 #include "connector/worker_tick.h"
 #include "device/client_link.h"
 
@@ -40,7 +40,7 @@ Worker::Worker(Device* device, Parser* parser)
 
 void Worker::onCommandParsed(Command* cmd) {
     if (!checkValid() || isLeaving()) return;
-    mLastReadTick.store(ReadStamp::take(), std::memory_order_relaxed);
+    mLastReadTick.store(static_cast<int32_t>(EventTick::ofRead()), std::memory_order_relaxed);
     onPostCreateCommand(cmd);
     tellIfMissing(getExecutor(), this);
     VYN_CHECK_OR_RETURN(mExecutor != NULL);
@@ -138,14 +138,14 @@ bool Worker::reportSilence(long silence) {
 
 void Worker::onData(const void* data, int len) {
     if (!checkValid()) return;
-    const int32_t now = ReadStamp::take();
-    mLastReadTick.store(now, std::memory_order_relaxed);
+    const int64_t now = EventTick::ofRead();
+    mLastReadTick.store(static_cast<int32_t>(now), std::memory_order_relaxed);
     if (isLeaving()) return;
     const GatherScope gathering(this);
     deliver(data, len, now);
 }
 
-void Worker::deliver(const void* data, int len, int32_t now) {
+void Worker::deliver(const void* data, int len, int64_t now) {
     if (mAuthenticator != nullptr && !mAuthenticator->pass()) {
         mAuthenticator->onData(data, len);
         return;
@@ -154,9 +154,8 @@ void Worker::deliver(const void* data, int len, int32_t now) {
     tellIfMissing(mParser, this);
     VYN_CHECK_OR_RETURN(mParser != NULL);
     mParser->setListener(this);
-    ReadStamp::keep(now);
+    const EventTick::Scope look(now, true);
     mParser->doParse(data, len);
-    ReadStamp::forget();
 }
 
 void Worker::onDisconnected() {

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "connector/event_tick.h"
 #include "connector/gather_scope.h"
 #include "connector/missing_part.h"
 #include "connector/parser_call.h"
@@ -45,7 +46,7 @@ bool Worker::write(Command* cmd) {
         return false;
     }
     if (!checkValid()) return false;
-    mLastWriteTick.store(tick32(), std::memory_order_relaxed);
+    mLastWriteTick.store(static_cast<int32_t>(EventTick::ofWrite()), std::memory_order_relaxed);
     onBeforeCreatePacket(cmd);
     tellIfMissing(mParser, this);
     VYN_CHECK_OR_RETURN_VALUE(mParser != NULL, false);
