@@ -14,7 +14,10 @@ class GatherScope {
   public:
     // `reader` is the worker that reads, or null.
     explicit GatherScope(const Worker* reader) : mReader(reader) { ++tDepth; }
-    ~GatherScope();
+    ~GatherScope() {
+        if (tFirst != nullptr) flushGathering();
+        --tDepth;
+    }
     GatherScope(const GatherScope&) = delete;
     GatherScope& operator=(const GatherScope&) = delete;
 
@@ -29,6 +32,7 @@ class GatherScope {
     static bool isFlushing(const Worker* worker) { return tFlushed == worker; }
 
   private:
+    void flushGathering();
     static void flush(Worker* worker);
 
     static inline thread_local int tDepth = 0;

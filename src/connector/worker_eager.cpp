@@ -32,19 +32,16 @@ constexpr size_t kMostInATurn = 4 << 20;
 
 }  // namespace
 
-GatherScope::~GatherScope() {
-    if (tFirst != nullptr && mReader != nullptr) {
-        // By its address only, since it may be gone.
-        for (Worker* worker = tFirst; worker != nullptr;
-             worker = worker->existingFlow()->nextGathering) {
-            if (worker != mReader) continue;
-            flush(worker);
-            break;
-        }
+void GatherScope::flushGathering() {
+    // By its address only, since it may be gone.
+    for (Worker* worker = tFirst; worker != nullptr;
+         worker = worker->existingFlow()->nextGathering) {
+        if (worker != mReader) continue;
+        flush(worker);
+        break;
     }
     // A device that is written to here may gather again, for another one.
     while (tDepth == 1 && tFirst != nullptr) flush(tFirst);
-    --tDepth;
 }
 
 void GatherScope::add(Worker* worker) {

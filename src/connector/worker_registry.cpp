@@ -119,6 +119,7 @@ void WorkerRegistry::listAll(std::vector<Registration>& out) {
     out.clear();
     {
         AutoLock lock(mLock);
+        out.reserve(mEntries.size());
         mEntries.forEach([&](const WorkerEntry& entry) { out.push_back(entry.registration()); });
     }
     sortByAddition(out);
@@ -128,6 +129,7 @@ void WorkerRegistry::listReady(std::vector<Registration>& out) {
     out.clear();
     {
         AutoLock lock(mLock);
+        out.reserve(mEntries.size());
         mEntries.forEach([&](const WorkerEntry& entry) {
             if (entry.ready) out.push_back(entry.registration());
         });

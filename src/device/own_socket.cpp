@@ -26,21 +26,22 @@ const void* createdAs(const Device& device) {
     return tables;
 }
 
-template <typename Plain>
-bool isExactly(const Device& device) {
-    static const void* const plain = createdAs(Plain());
-    return createdAs(device) == plain;
-}
+struct PlainTables {
+    const void* net = createdAs(NetDevice());
+    const void* local = createdAs(UnixDevice());
+};
 
 }  // namespace
 
 OwnSocket OwnSocket::of(Device* device) {
     if (device == nullptr) return {};
-    if (isExactly<NetDevice>(*device)) {
+    static const PlainTables plain;
+    const void* const tables = createdAs(*device);
+    if (tables == plain.net) {
         const Socket& socket = static_cast<NetDevice*>(device)->socket();
         return {socket.fd(), socket.type() == Socket::TCP, socket.type() != Socket::TCP};
     }
-    if (isExactly<UnixDevice>(*device)) {
+    if (tables == plain.local) {
         const UnixSocket& socket = static_cast<UnixDevice*>(device)->socket();
         const bool isStream = socket.type() == UnixSocket::STREAM;
         return {socket.fd(), isStream, !isStream};
