@@ -120,7 +120,9 @@ void WorkerRegistry::listAll(std::vector<Registration>& out) {
     {
         AutoLock lock(mLock);
         out.reserve(mEntries.size());
-        mEntries.forEach([&](const WorkerEntry& entry) { out.push_back(entry.registration()); });
+        for (const WorkerEntry& entry : mEntries.places()) {
+            if (entry.worker != nullptr) out.push_back(entry.registration());
+        }
     }
     sortByAddition(out);
 }
@@ -130,9 +132,9 @@ void WorkerRegistry::listReady(std::vector<Registration>& out) {
     {
         AutoLock lock(mLock);
         out.reserve(mEntries.size());
-        mEntries.forEach([&](const WorkerEntry& entry) {
+        for (const WorkerEntry& entry : mEntries.places()) {
             if (entry.ready) out.push_back(entry.registration());
-        });
+        }
     }
     sortByAddition(out);
 }

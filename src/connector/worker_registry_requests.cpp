@@ -79,13 +79,13 @@ void WorkerRegistry::retryWrite(const Registration& registration) {
 
 bool WorkerRegistry::hasWrites() {
     AutoLock lock(mLock);
-    const WatchedDescriptors& descriptors = mDescriptors;
-    return mEntries.any([&descriptors](const WorkerEntry& entry) {
+    for (const WorkerEntry& entry : mEntries.places()) {
         Worker* const worker = entry.worker;
-        if (!entry.ready || !worker->isValid()) return false;
-        return worker->isLeaving() ||
-               (worker->hasWrittingData() && !descriptors.isSuspended(entry));
-    });
+        if (!entry.ready || !worker->isValid()) continue;
+        if (worker->isLeaving()) return true;
+        if (worker->hasWrittingData() && !mDescriptors.isSuspended(entry)) return true;
+    }
+    return false;
 }
 
 bool WorkerRegistry::disarmWrite(EpollToken token) {

@@ -38,13 +38,14 @@ size_t WorkerTable::bucketOf(const Worker* worker) const {
     return static_cast<size_t>(reinterpret_cast<uintptr_t>(worker) * kGoldenRatio >> (64 - mBits));
 }
 
+// There are never more places than buckets, so none of them is without a worker here.
 void WorkerTable::doubleBuckets() {
     std::vector<WorkerEntry*> larger(mBuckets.size() * 2);
     mBuckets.swap(larger);
     ++mBits;
-    forEach([this](WorkerEntry& entry) {
+    for (WorkerEntry& entry : mEntries) {
         entry.nextInBucket = std::exchange(mBuckets[bucketOf(entry.worker)], &entry);
-    });
+    }
 }
 
 }  // namespace vyn

@@ -26,21 +26,8 @@ class WorkerTable {
     void remove(WorkerEntry& entry);
 
     size_t size() const { return mSize; }
-    // Call it with the entries, in no order: with each, or until it returns true, which they then
-    // return.
-    template <typename Function>
-    void forEach(Function function) {
-        for (WorkerEntry& entry : mEntries) {
-            if (entry.worker != nullptr) function(entry);
-        }
-    }
-    template <typename Condition>
-    bool any(Condition holds) {
-        for (WorkerEntry& entry : mEntries) {
-            if (entry.worker != nullptr && holds(entry)) return true;
-        }
-        return false;
-    }
+    // All entries, in no order, and among them such as are nobody's, which are not ready.
+    const std::deque<WorkerEntry>& places() const { return mEntries; }
 
   private:
     static constexpr int kFirstBits = 4;
