@@ -293,7 +293,7 @@ void LinuxConnector::dispatch(const epoll_event& event) {
     Worker* worker = nullptr;
     const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
     note(owner, token);
-    if (owner == WorkerRegistry::Owner::kGone || owner == WorkerRegistry::Owner::kNotReady) return;
+    if (owner != WorkerRegistry::Owner::kValid && owner != WorkerRegistry::Owner::kNotValid) return;
     if (worker != nullptr && !worker->isReading()) {
         if ((event.events & (EPOLLHUP | EPOLLERR)) == 0) return stopReadingAgain(worker);
         if (worker->isReadingPaused()) return mWorkers.stopWatchingPaused(token);

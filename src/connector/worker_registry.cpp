@@ -147,7 +147,7 @@ WorkerRegistry::Owner WorkerRegistry::find(EpollToken token, Worker*& worker) {
         mDescriptors.suspend(token);
         return Owner::kNotReady;
     }
-    if (!owner->worker->isValid()) return Owner::kNotValid;
+    if (!owner->worker->isValid()) return owner->hasOverflowed ? Owner::kEnding : Owner::kNotValid;
     worker = owner->worker;
     return Owner::kValid;
 }

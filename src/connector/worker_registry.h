@@ -79,6 +79,7 @@ class WorkerRegistry {
     enum class Owner {
         kValid,
         kNotValid,
+        kEnding,    // not valid, which its application is still to be told
         kNotReady,  // its descriptors are not watched until it is
         kGone,      // the registration ended: the number may be another's by now
     };

@@ -174,6 +174,15 @@ TEST_F(ConnectorWorkersTest, AReusedDescriptorNumberNeverGetsTheEventOfItsFormer
     EXPECT_TRUE(heir->worker.hears("mine"));
 }
 
+// Its event waits in the batch in which another one's ends it.
+TEST_F(ConnectorWorkersTest, GoesOnWatchingAWorkerWhoseEndIsStillToBeReported) {
+    executor.disconnected = [](Worker* worker) { worker->dropWrites(), worker->enable(); };
+    Connection first(*this), second(*this);
+    first.worker.received = [&] { overflow(second.worker); };
+    loop.call([&] { first.send("x"), second.send("still here"); });
+    EXPECT_TRUE(second.worker.hears("still here"));
+}
+
 TEST_F(ConnectorWorkersTest, OverflowsDisconnectOnTheLoopsThreadWithoutWaiting) {
     std::vector<std::unique_ptr<Connection>> connections;
     for (int i = 0; i < 80; ++i) {
