@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace vyn {
@@ -42,25 +41,21 @@ constexpr unsigned char kToReportOverflow = 4;
 class RequestList {
   public:
     WorkerEntry* first() const { return mFirst; }
-    size_t size() const { return mSize; }
 
     void append(WorkerEntry& entry) {
         entry.previous = mLast;
         entry.next = nullptr;
         (mLast == nullptr ? mFirst : mLast->next) = &entry;
         mLast = &entry;
-        ++mSize;
     }
     void erase(WorkerEntry& entry) {
         (entry.previous == nullptr ? mFirst : entry.previous->next) = entry.next;
         (entry.next == nullptr ? mLast : entry.next->previous) = entry.previous;
-        --mSize;
     }
 
   private:
     WorkerEntry* mFirst = nullptr;
     WorkerEntry* mLast = nullptr;
-    size_t mSize = 0;
 };
 
 }  // namespace vyn

@@ -17,12 +17,14 @@ namespace {
 
 constexpr long kRetryMs = 10;
 
-// Room for so many, if there is memory for them; else there is what there was.
-void makeRoom(std::vector<Registration>& out, size_t count) {
+// Makes room for one more, if there is memory for it.
+bool hasRoom(std::vector<Registration>& out) {
     try {
-        out.reserve(count);
+        if (out.size() == out.capacity()) out.reserve(2 * out.size() + 1);
     } catch (const std::bad_alloc&) {
+        return false;
     }
+    return true;
 }
 
 }  // namespace
@@ -42,9 +44,8 @@ int WorkerRegistry::armRequestedWrites(std::vector<Registration>& direct, int64_
     AutoLock lock(mLock);
     if (retry) takeDueRetries();
     mHasWriteRequests.store(false, std::memory_order_relaxed);
-    makeRoom(direct, mWrites.size());
     int error = 0;
-    while (mWrites.first() != nullptr && direct.size() < direct.capacity()) {
+    while (mWrites.first() != nullptr && hasRoom(direct)) {
         WorkerEntry& entry = *mWrites.first();
         setRequests(entry, entry.requests & ~kToWrite);
         // One that is not valid would keep the loop awake without ever writing.
@@ -121,12 +122,11 @@ void WorkerRegistry::takeOverflows(std::vector<Registration>& out) {
     if (!mHasOverflowRequests.load(std::memory_order_acquire)) return;
     AutoLock lock(mLock);
     mHasOverflowRequests.store(false, std::memory_order_relaxed);
-    makeRoom(out, mOverflows.size());
     for (WorkerEntry* next = mOverflows.first(); next != nullptr;) {
         WorkerEntry& entry = *next;
         next = entry.next;
         if (!entry.ready) continue;
-        if (out.size() == out.capacity()) return noteRequests(mHasOverflowRequests);
+        if (!hasRoom(out)) return noteRequests(mHasOverflowRequests);
         out.push_back(entry.registration());
         setRequests(entry, entry.requests & ~kToReportOverflow);
     }
