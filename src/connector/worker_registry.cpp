@@ -147,7 +147,9 @@ WorkerRegistry::Owner WorkerRegistry::find(EpollToken token, Worker*& worker) {
         mDescriptors.suspend(token);
         return Owner::kNotReady;
     }
-    if (!owner->worker->isValid()) return owner->hasOverflowed ? Owner::kEnding : Owner::kNotValid;
+    if (!owner->worker->isValid()) {
+        return (owner->requests & kToReportOverflow) != 0 ? Owner::kEnding : Owner::kNotValid;
+    }
     worker = owner->worker;
     return Owner::kValid;
 }
