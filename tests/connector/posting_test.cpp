@@ -34,7 +34,7 @@ TEST_F(PostingTest, CallsFunctionsInTheirTurnUntilTheyAreCancelled) {
     };
     const uint64_t cancelled = loop.post(note('x'));
     loop.post(note('1'));
-    loop.post(note('0'), -5);
+    loop.post(note('0'), -10000);
     executor.sendMessage(Message::obtain());
     const uint64_t later = loop.post(note('x'), 10);
     loop.cancel(cancelled);
@@ -48,13 +48,12 @@ TEST_F(PostingTest, CallsFunctionsInTheirTurnUntilTheyAreCancelled) {
         if (++calls < 3) return;
         loop.cancel(periodic);
         EXPECT_EQ(token.use_count(), 1);  // it is not destroyed while it runs
-    });
-    loop.post(
-        [&] {
+        const auto end = [&] {
             EXPECT_EQ(calls, 3);
             loop.stop();
-        },
-        100);
+        };
+        loop.post(end, 20);
+    });
     loop.run();
     EXPECT_EQ(journal, "01m");
     EXPECT_FALSE(loop.isOnLoopThread());
