@@ -265,10 +265,12 @@ TYPED_TEST(FlowOver, LastWordsReachASlowReaderWhateverItSendsMeanwhile) {
 
 TYPED_TEST(FlowOver, LastWordsReachAPeerThatHasEndedItsOwnHalf) {
     this->client.setReceiveBufferSize(8192);  // so that some are on their way for a while
-    this->executor.command = [](Worker* asked, Command*) {
-        queue(*asked, numbered(100000));
-        asked->disconnectWhenWritten(60000);
-    };
+    this->loop.call([this] {
+        this->executor.command = [](Worker* asked, Command*) {
+            queue(*asked, numbered(100000));
+            asked->disconnectWhenWritten(60000);
+        };
+    });
     EXPECT_EQ(this->client.send("question\n", 9), 9);
     this->client.shutdownSend();
     this->turn(20);
@@ -324,12 +326,14 @@ TYPED_TEST(FlowOver, AStreamThatTakesNothingAnyMoreEndsOnce) {
 }
 
 TYPED_TEST(FlowOver, AWorkerThatIsRemovedBehindItsAnswerIsNotReportedWhenThatCannotBeSent) {
-    this->executor.command = [this](Worker* asked, Command* command) {
-        asked->setEagerWriting(true);
-        asked->write(command);
-        this->loop.connector().removeWorkerLocked(asked);
-        this->device.socket().shutdownSend();
-    };
+    this->loop.call([&] {
+        this->executor.command = [this](Worker* asked, Command* command) {
+            asked->setEagerWriting(true);
+            asked->write(command);
+            this->loop.connector().removeWorkerLocked(asked);
+            this->device.socket().shutdownSend();
+        };
+    });
     this->client.send("question\n", 9);
     EXPECT_TRUE(waitUntil([this] { return this->log.count("can not write") == 1; }));
     this->turn(2);
