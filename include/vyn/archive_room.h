@@ -11,6 +11,7 @@ namespace vyn::detail {
 
 // The memory behind an archive's last item.
 struct ArchiveRoom {
+    // Where the next item goes, and where the memory ends; null without any.
     char* begin = nullptr;
     char* end = nullptr;
 

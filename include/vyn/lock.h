@@ -56,6 +56,7 @@ class VYN_API VYN_CAPABILITY("mutex") BriefLock {
     BriefLock(const BriefLock&) = delete;
     BriefLock& operator=(const BriefLock&) = delete;
 
+    // Take it, waiting while another thread has it, and give it back.
     void acquire() VYN_ACQUIRE() {
         if (mIsHeld.exchange(true, std::memory_order_acquire)) acquireFromAnother();
     }
@@ -70,6 +71,7 @@ class VYN_API VYN_CAPABILITY("mutex") BriefLock {
 // Holds a BriefLock for the length of a scope. The lock is not owned and must outlive the holder.
 class VYN_SCOPED_CAPABILITY AutoBriefLock {
   public:
+    // Acquires.
     explicit AutoBriefLock(BriefLock& lock) VYN_ACQUIRE(lock) : mLock(lock) { mLock.acquire(); }
     ~AutoBriefLock() VYN_RELEASE() { mLock.release(); }
     AutoBriefLock(const AutoBriefLock&) = delete;
