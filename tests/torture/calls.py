@@ -59,6 +59,7 @@ ERRORS = {
     "pipe": DESCRIPTORS,
     "pipe2": DESCRIPTORS,
     "poll": ["EINTR", "ENOMEM"],
+    "posix_memalign": NO_MEMORY,
     "prctl": ["EFAULT"],
     "pthread_cond_init": ["EAGAIN", "ENOMEM"],
     "pthread_create": ["EAGAIN"],
@@ -92,7 +93,7 @@ ERRORS = {
     "_Znwm": NO_MEMORY,
 }
 
-ALLOCATIONS = {"calloc", "malloc", "realloc", "_Znam", "_Znwm"}
+ALLOCATIONS = {"calloc", "malloc", "posix_memalign", "realloc", "_Znam", "_Znwm"}
 
 # Of what belongs to one connection. Where it fails once, one connection may end; where it goes on
 # failing, all may. Everything else is to cost nobody the connection.
@@ -161,7 +162,7 @@ WITH_ANOTHER_WAY = {
 # Imported, and they can not fail, or their failing means nothing but what they say, or only a fault
 # of the program can make them fail.
 NEVER_FAILING = set("""
-    abort atoi clock_gettime dirfd free freeaddrinfo freeifaddrs gai_strerror getenv geteuid
+    abort atoi clock_getres clock_gettime dirfd free freeaddrinfo freeifaddrs gai_strerror getenv geteuid
     getpid gettimeofday htonl htons inet_ntop inet_pton isatty kill memchr memcmp memcpy
     memmove memrchr memset ntohs pthread_cond_broadcast pthread_cond_clockwait
     pthread_cond_destroy pthread_cond_signal pthread_cond_timedwait pthread_cond_wait

@@ -150,7 +150,7 @@ F(fstat64) F(fstatat64) F(fsync) F(ftruncate64) F(getifaddrs) F(getpeername) F(g
 F(getsockopt) F(inotify_add_watch) F(inotify_init1) F(inotify_rm_watch) F(ioctl) F(listen)
 F(lseek64) F(lstat64) F(nanosleep) F(open64) F(pipe) F(pipe2) F(poll) F(prctl) F(readlink)
 F(recvmsg) F(rename) F(sendmsg) F(setsockopt) F(shutdown) F(signalfd) F(socket) F(stat) F(stat64)
-F(timerfd_create) F(timerfd_settime) F(unlink) F(writev) AS(getaddrinfo, -3)
+F(timerfd_create) F(timerfd_settime) F(unlink) F(writev) AS(getaddrinfo, -3) ERR(posix_memalign)
 ERR(pthread_cond_init) ERR(pthread_create) ERR(pthread_detach) ERR(pthread_key_create)
 ERR(pthread_mutex_init) ERR(pthread_setspecific) LATE(close) LATE(closedir) LATE(fclose) NUL(calloc)
 NUL(fopen64) NUL(getcwd) NUL(if_indextoname) NUL(if_nametoindex) NUL(malloc) NUL(opendir)
