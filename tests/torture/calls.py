@@ -162,16 +162,16 @@ WITH_ANOTHER_WAY = {
 # Imported, and they can not fail, or their failing means nothing but what they say, or only a fault
 # of the program can make them fail.
 NEVER_FAILING = set("""
-    abort atoi clock_getres clock_gettime dirfd free freeaddrinfo freeifaddrs gai_strerror getenv geteuid
-    getpid gettimeofday htonl htons inet_ntop inet_pton isatty kill memchr memcmp memcpy
-    memmove memrchr memset ntohs pthread_cond_broadcast pthread_cond_clockwait
+    abort atoi clock_getres clock_gettime dirfd free freeaddrinfo freeifaddrs gai_strerror
+    getenv geteuid getpid gettimeofday htonl htons inet_ntop inet_pton isatty kill memchr memcmp
+    memcpy memmove memrchr memset ntohs pthread_cond_broadcast pthread_cond_clockwait
     pthread_cond_destroy pthread_cond_signal pthread_cond_timedwait pthread_cond_wait
     pthread_getspecific pthread_kill pthread_mutex_destroy pthread_mutex_lock
     pthread_mutex_trylock pthread_mutex_unlock pthread_once pthread_rwlock_rdlock
     pthread_rwlock_trywrlock pthread_rwlock_unlock pthread_rwlock_wrlock pthread_self
-    pthread_sigmask rand sched_yield sigaddset sigemptyset sigismember sigpending
-    sigtimedwait sigwait sleep snprintf srand strchr strcmp strcspn strerror strlen strncmp
-    strnlen strpbrk strspn strstr strtol strtoll strtoul strtoull syscall vsnprintf
+    pthread_sigmask rand sched_yield sigaddset sigemptyset sigismember sigpending sigtimedwait
+    sigwait sleep snprintf srand strchr strcmp strcspn strerror strlen strncmp strnlen strpbrk
+    strspn strstr strtol strtoll strtoul strtoull syscall vsnprintf
 """.split())
 
 
