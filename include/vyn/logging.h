@@ -221,6 +221,7 @@ class VYN_API Line {
     const char* mFunction;
     int mLine;
     int mLevel;
+    int mErrno;
     LineStream* mStream;  // owned, lent by the thread
 };
 

@@ -18,13 +18,15 @@ Line::Line(const char* tag, const char* file, const char* function, int line, in
       mFunction(text::orElse(function, "")),
       mLine(line),
       mLevel(level),
-      mStream(LineStream::acquire()) {}
+      mErrno(errno),
+      mStream(LineStream::acquire()) {
+    errno = mErrno;  // which is often the first that is written
+}
 
 Line::~Line() {
-    const int savedErrno = errno;
     if (passes(mLevel)) write();
     if (mStream != nullptr) LineStream::release(mStream);
-    errno = savedErrno;
+    errno = mErrno;
 }
 
 std::ostream& Line::stream() {

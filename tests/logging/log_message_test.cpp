@@ -31,7 +31,7 @@ TEST(LogMessage, TellsErrnoAndLeavesItAsItWas) {
         }
     } disturber;
     errno = ENOENT;
-    VYN_LOG_ERRNO_INFO << "stat fail.";
+    VYN_LOG_ERRNO_INFO << (errno = EIO, "stat fail.");
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(disturber.texts(), Texts{"[2] No such file or directory. stat fail."});
     // No byte of the default locale stands for this character, which printf reports in errno.
