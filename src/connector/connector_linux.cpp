@@ -226,7 +226,7 @@ void LinuxConnector::init() {
         return;
     }
     VYN_LOG_DEBUG << "addFdToFdSet, fd:" << mTickFd.readEnd() << ", tickpipe";
-    watchWakePipe();
+    mendWakePipe();
 }
 
 // A forked child shares the epoll set and the wake pipe with its parent, and would take descriptors

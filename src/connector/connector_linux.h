@@ -113,9 +113,8 @@ class LinuxConnector : public Connector::Impl {
     void onWaitFailed(int error);
     void onInterestRefused(int error);
     void onRefused(const WorkerRegistry::Refusal& refusal, const Registration& registration);
-    void onDrainFailed(int error);
-    int watchWakePipe();
     void mendWakePipe();
+    void onWakePipeEmpty();
 
     static constexpr int kNoRequest = -1;
 
@@ -130,7 +129,7 @@ class LinuxConnector : public Connector::Impl {
     unsigned mTurnsOfMessages = 0;              // those without a wait for events
 
     Epoll mEpoll;
-    WakePipe mTickFd;
+    WakePipe mTickFd{mEpoll};
     WorkerRegistry mWorkers{mEpoll, mTickFd};
     HeartbitWalk mHeartbitWalk{mWorkers};
     Reminder mReminder{*this};
@@ -158,8 +157,7 @@ class LinuxConnector : public Connector::Impl {
     bool mExpectsEvents = false;    // there were some at once the last time
     ReadHorizon mReadHorizon;
     StaleEvents mStaleEvents;
-    bool mWakePipeIsWatched = false;
-    OnceASecond mStaleLine, mWaitLine, mInterestLine, mWakeLine;
+    OnceASecond mStaleLine, mWaitLine, mInterestLine, mWakeLine, mEmptyLine;
 };
 
 std::ostream& operator<<(std::ostream& os, LinuxConnector* connector);

@@ -97,7 +97,7 @@ int LinuxConnector::settle(const Registration& writer, Worker::Drained drained) 
 // Returns how many events there are. Does not look for any when a timer or a message is due, but
 // for the sake of fairness. One look at the clock tells both whether to wait and what is due then.
 int LinuxConnector::waitForEvents(epoll_event* events) {
-    if (mTickFd.hasFailed() || !mWakePipeIsWatched) mendWakePipe();
+    if (mTickFd.hasFailed()) mendWakePipe();
     if (mMessages.hasImmediate()) {
         mNow = nowIfDue();
         return isFairTurn() ? pollEvents(events) : 0;
@@ -117,6 +117,7 @@ int LinuxConnector::waitForEvents(epoll_event* events) {
     noteAwake(awake);
     mExpectsEvents = count > 1 || (count == 1 && awake.nanoseconds - now.nanoseconds < kAtOnceNs);
     noteWait(now.milliseconds, timeout, count);
+    if (count == 0 && mTickFd.isFoundEmpty()) onWakePipeEmpty();
     return count;
 }
 
@@ -183,9 +184,8 @@ bool LinuxConnector::shallStop() {
 
 // Milliseconds until something is due; 0 when it is due now.
 int LinuxConnector::nextTimerAndMessageTimeout(int64_t now) const {
-    const bool canBeWoken = mWakePipeIsWatched && !mTickFd.hasFailed();
-    return static_cast<int>(
-        std::clamp<int64_t>(nextDue() - now, 0, canBeWoken ? kLongestWaitMs : kRetryMs));
+    const int64_t most = mTickFd.hasFailed() ? kRetryMs : kLongestWaitMs;
+    return static_cast<int>(std::clamp<int64_t>(nextDue() - now, 0, most));
 }
 
 void LinuxConnector::noteWait(int64_t began, int timeout, int count) {
@@ -285,8 +285,7 @@ void LinuxConnector::dispatch(const epoll_event& event) {
 
     const EpollToken token = EpollToken::of(event);
     if (token.fd == mTickFd.readEnd()) {
-        const int error = mTickFd.drain();
-        if (error != 0) onDrainFailed(error);
+        mTickFd.onEvent();
         mStaleEvents.addOther();
         return;
     }

@@ -40,7 +40,7 @@ void LinuxConnector::dropClosedRegistrations() {
 void LinuxConnector::onWaitFailed(int error) {
     // The wake pipe is in the set, so epoll refuses to change it only when the set is none any
     // more.
-    const int state = mEpoll.modify({mTickFd.readEnd(), 0}, EPOLLIN);
+    const int state = mTickFd.arm();
     const bool isLost = state == EBADF || state == EINVAL || state == EPERM;
     const bool isMadeAnew = isLost && mWorkers.reopenEpoll(true) == 0;
     const bool isDue = mWaitLine.isDue();
@@ -78,34 +78,20 @@ void LinuxConnector::onRefused(const WorkerRegistry::Refusal& refusal,
                     << static_cast<const void*>(registration.worker);
 }
 
-void LinuxConnector::onDrainFailed(int error) {
-    if (mWakeLine.isDue()) {
-        VYN_LOG_ERROR << logging::ErrnoText{error}
-                      << "the wake pipe can not be read. trying again.";
-    }
-    pause();
-}
-
-// Returns 0, or the errno of a refusal.
-int LinuxConnector::watchWakePipe() {
-    const int error = mEpoll.add({mTickFd.readEnd(), 0}, EPOLLIN);
-    mWakePipeIsWatched = error == 0 || error == EEXIST;
-    return mWakePipeIsWatched ? 0 : error;
-}
-
 // Messages whose wake-up has failed wait for the loop's next turn: until that works again, the
 // turns come often.
 void LinuxConnector::mendWakePipe() {
-    int error = mWakePipeIsWatched ? 0 : watchWakePipe();
-    if (mTickFd.hasFailed()) {
-        const int failure = mTickFd.mend();
-        if (failure != 0) error = failure;
-    }
+    const int error = mTickFd.mend();
     if (error != 0 && mWakeLine.isDue()) {
         VYN_LOG_ERROR << logging::ErrnoText{error}
                       << "the loop can not be woken. it looks for what "
                       << "is posted every " << kRetryMs << " ms, and tries again.";
     }
+}
+
+void LinuxConnector::onWakePipeEmpty() {
+    if (!mEmptyLine.isDue()) return;
+    VYN_LOG_WARNING << "somebody has emptied the wake pipe. it is filled again.";
 }
 
 void LinuxConnector::pause() { std::this_thread::sleep_for(std::chrono::milliseconds(kRetryMs)); }

@@ -2,17 +2,17 @@
 
 #include "connector/epoll.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 namespace vyn {
 
-Epoll::Epoll() : mFd(epoll_create1(EPOLL_CLOEXEC)), mError(mFd < 0 ? errno : 0) {}
+Epoll::Epoll() : mFd(epoll_create1(EPOLL_CLOEXEC)), mError(isOpen() ? 0 : errno) {}
 
 Epoll::~Epoll() {
-    if (mFd >= 0) close(mFd);
+    if (isOpen()) close(number());
 }
 
 int Epoll::add(EpollToken token, uint32_t interest) {
@@ -26,19 +26,22 @@ int Epoll::modify(EpollToken token, uint32_t interest) {
 void Epoll::remove(int fd) { control(EPOLL_CTL_DEL, {fd, 0}, 0); }
 
 int Epoll::wait(epoll_event* events, int most, int timeoutMs) {
-    return epoll_wait(mFd, events, most, timeoutMs);
+    return epoll_wait(number(), events, most, timeoutMs);
 }
 
-void Epoll::replaceBy(Epoll& other, bool isLost) {
-    if (!isLost) close(mFd);
-    mFd = std::exchange(other.mFd, -1);
+int Epoll::replaceBy(Epoll& other, bool isLost) {
+    if (isLost) {
+        mFd.store(other.mFd.exchange(-1, std::memory_order_relaxed), std::memory_order_relaxed);
+        return 0;
+    }
+    return dup3(other.number(), number(), O_CLOEXEC) < 0 ? errno : 0;
 }
 
 int Epoll::control(int operation, EpollToken token, uint32_t interest) {
     epoll_event event{};
     event.events = interest;
     event.data.u64 = token.pack();
-    return epoll_ctl(mFd, operation, token.fd, &event) == 0 ? 0 : errno;
+    return epoll_ctl(number(), operation, token.fd, &event) == 0 ? 0 : errno;
 }
 
 }  // namespace vyn

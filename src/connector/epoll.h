@@ -4,6 +4,7 @@
 
 #include <sys/epoll.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace vyn {
@@ -21,7 +22,8 @@ struct EpollToken {
     }
 };
 
-// An epoll instance; all registrations are level-triggered. The kernel does the locking.
+// An epoll instance; all registrations are level-triggered. The kernel does the locking, so any
+// thread may change what is watched, also while the loop waits or the set is replaced.
 class Epoll {
   public:
     Epoll();
@@ -30,7 +32,7 @@ class Epoll {
     Epoll& operator=(const Epoll&) = delete;
 
     // False when the process is out of descriptors; error() is the errno of that.
-    bool isOpen() const { return mFd >= 0; }
+    bool isOpen() const { return number() >= 0; }
     int error() const { return mError; }
 
     // Watches a descriptor for `interest`, such as EPOLLIN. Returns 0, or the errno of a refusal:
@@ -44,14 +46,16 @@ class Epoll {
     // epoll_wait: the number of events, or a negative value with errno.
     int wait(epoll_event* events, int most, int timeoutMs);
 
-    // Takes over the other's set and closes the own, unless that `isLost`: somebody closed it, and
-    // its number may be another's by now.
-    void replaceBy(Epoll& other, bool isLost);
+    // Takes over the other's set and closes the own. It keeps its number, as other threads may be
+    // about to use that; unless it `isLost`: somebody closed it, and the number may be another's by
+    // now. Returns 0, or an errno and has done nothing.
+    [[nodiscard]] int replaceBy(Epoll& other, bool isLost);
 
   private:
     int control(int operation, EpollToken token, uint32_t interest);
+    int number() const { return mFd.load(std::memory_order_relaxed); }
 
-    int mFd;
+    std::atomic<int> mFd;
     int mError;
 };
 

@@ -2,6 +2,7 @@
 
 #include "connector/wake_pipe.h"
 
+#include <poll.h>
 #include <unistd.h>
 #include <vyn/logging.h>
 
@@ -12,6 +13,8 @@
 namespace vyn {
 
 namespace {
+
+constexpr uint32_t kOnce = EPOLLIN | EPOLLONESHOT;
 
 // What a signal interrupted, or failed once, is tried again.
 template <typename Call>
@@ -32,7 +35,7 @@ thread_local bool tServesLoop = false;
 
 }  // namespace
 
-WakePipe::WakePipe() {
+WakePipe::WakePipe(Epoll& epoll) : mEpoll(epoll) {
     if (pipe(mEnds) == 0) return;
     VYN_LOG_ERRNO_ERROR << "pipe fail. a connector can not be woken.";
     mEnds[0] = mEnds[1] = -1;
@@ -64,32 +67,59 @@ bool WakePipe::isOnLoopThread() const {
 }
 
 void WakePipe::wake() {
-    if (mEnds[1] < 0 || (isOnLoopThread() && !mOwnWakesCount)) return;
-    writeByte();
+    if (mEnds[0] < 0 || (isOnLoopThread() && !mOwnWakesCount)) return;
+    armOnce();
 }
 
-int WakePipe::drain() {
-    char byte;
-    const ssize_t count = tryForOne([&] { return read(mEnds[0], &byte, 1); });
-    if (count != 1) return count == 0 ? EPIPE : errno;  // somebody has closed the other end
-    // After the read: a wake-up between the two is covered by the turn that follows, which looks
-    // at everything that was posted before it.
-    mByteWaits.exchange(false, std::memory_order_acq_rel);
-    return 0;
-}
+// Behind the event: a wake-up between the two is covered by the turn that follows, which looks at
+// everything that was posted before it.
+void WakePipe::onEvent() { mIsArmed.exchange(false, std::memory_order_acq_rel); }
 
 int WakePipe::mend() {
     mHasFailed.store(false, std::memory_order_relaxed);
-    return writeByte();
+    int error = mHasByte ? 0 : fill();
+    if (error == 0 && !mIsWatched) error = watch();
+    if (error == 0) error = armOnce();
+    if (error != 0) mHasFailed.store(true, std::memory_order_relaxed);
+    return error;
 }
 
-// Returns 0, or an errno. Writes no line about that, as callers hold locks: the loop does.
-int WakePipe::writeByte() {
-    if (mByteWaits.exchange(true, std::memory_order_acq_rel)) return 0;
+bool WakePipe::isFoundEmpty() {
+    if (!mHasByte || !mIsArmed.load(std::memory_order_relaxed)) return false;
+    pollfd look{mEnds[0], POLLIN, 0};
+    if (poll(&look, 1, 0) != 0) return false;
+    mHasByte = false;
+    mHasFailed.store(true, std::memory_order_relaxed);
+    return true;
+}
+
+int WakePipe::addTo(Epoll& epoll) const { return epoll.add({mEnds[0], 0}, kOnce); }
+
+int WakePipe::arm() { return mEpoll.modify({mEnds[0], 0}, kOnce); }
+
+// Returns 0, or an errno.
+int WakePipe::fill() {
     const char byte = 0;
-    if (tryForOne([&] { return write(mEnds[1], &byte, 1); }) == 1) return 0;
-    const int error = errno;
-    mByteWaits.store(false, std::memory_order_release);
+    if (tryForOne([&] { return write(mEnds[1], &byte, 1); }) != 1) return errno;
+    mHasByte = true;
+    return 0;
+}
+
+// Returns 0, or an errno.
+int WakePipe::watch() {
+    int error = addTo(mEpoll);
+    if (error == EEXIST) error = arm();
+    mIsWatched = error == 0;
+    return error;
+}
+
+// Returns 0, or an errno. Writes no line about that, as callers hold locks: the loop does. When one
+// fails, what others have done meanwhile is to be seen by whoever comes next, so it exchanges, too.
+int WakePipe::armOnce() {
+    if (mIsArmed.exchange(true, std::memory_order_acq_rel)) return 0;
+    const int error = arm();
+    if (error == 0) return 0;
+    mIsArmed.exchange(false, std::memory_order_acq_rel);
     mHasFailed.store(true, std::memory_order_relaxed);
     return error;
 }

@@ -4,10 +4,16 @@
 
 #include <atomic>
 
+#include "connector/epoll.h"
+
 namespace vyn {
 
-// Ends the loop's wait from any thread. The pipe never holds more than one byte, so a wake-up never
-// blocks, however many come before the loop gets to read.
+// Ends the loop's wait from any thread.
+//
+// The pipe holds one byte, which nobody ever reads, so its read end is always readable. The loop's
+// epoll set reports it once, and then not until it is armed again: that is a wake-up. It never
+// blocks, leaves nothing for the loop to read, and is made once for however many come before the
+// loop gets to hear of it.
 //
 // The loop may find what was queued before it is woken for that, end, and destroy this pipe. So
 // whoever wakes it either holds a lock which the loop takes to look, or has a Waking.
@@ -28,13 +34,14 @@ class WakePipe {
         WakePipe& mPipe;
     };
 
-    // Opens a plain pipe. readEnd() is negative when that failed.
-    WakePipe();
+    // Opens a plain pipe. readEnd() is negative when that failed. The set is the loop's, is not
+    // owned, and is to outlive the pipe. Nobody is woken before mend().
+    explicit WakePipe(Epoll& epoll);
     ~WakePipe();
     WakePipe(const WakePipe&) = delete;
     WakePipe& operator=(const WakePipe&) = delete;
 
-    // The descriptor that is readable when the loop was woken.
+    // The descriptor whose event tells the loop that it was woken.
     int readEnd() const { return mEnds[0]; }
 
     // The calling thread is the loop's from here on, or is not any more.
@@ -51,25 +58,43 @@ class WakePipe {
     // Loop thread. While they count, the loop wakes itself: for what its next turn is to see to
     // without waiting first.
     void countOwnWakes(bool count) { mOwnWakesCount = count; }
-    // Takes the byte of a wake-up. Loop thread, when readEnd() is readable. Returns 0, or the errno
-    // of a failure, after which it stays readable.
-    [[nodiscard]] int drain();
+    // Loop thread. Takes note of readEnd()'s event.
+    void onEvent();
 
     // Any thread. Whether a wake-up has failed, so that what it was for may still wait.
     bool hasFailed() const { return mHasFailed.load(std::memory_order_relaxed); }
-    // Tries whether the loop can be woken again. Returns 0, or the errno of another failure.
+    // Loop thread. Sees to it that the loop can be woken: at first, and when that has failed.
+    // Returns 0, or the errno of another failure.
     [[nodiscard]] int mend();
+    // Loop thread, when a wait has ended without an event. Whether somebody was to end it, and the
+    // pipe's byte is gone; that is a failure.
+    [[nodiscard]] bool isFoundEmpty();
+
+    // Loop thread. Puts the read end into a set that is to take the place of the loop's, so that
+    // the first wait there ends at once: a wake-up may still go to the old one. Returns 0, or the
+    // errno of a refusal.
+    [[nodiscard]] int addTo(Epoll& epoll) const;
+    // Any thread. Has the loop woken, whether it was already or not. Returns 0, or the errno with
+    // which epoll refused.
+    int arm();
 
   private:
-    int writeByte();
+    int fill();
+    int watch();
+    int armOnce();
 
+    Epoll& mEpoll;
     int mEnds[2] = {-1, -1};
-    std::atomic<bool> mByteWaits{false};
+    // The loop is to hear of a wake-up, or of mend(), of which it has not taken note yet.
+    std::atomic<bool> mIsArmed{true};
     std::atomic<bool> mHasFailed{false};
     std::atomic<int> mWakings{0};
     // Marks the loop's thread; null while there is none.
     std::atomic<const void*> mLoopThread{nullptr};
-    bool mOwnWakesCount = false;  // the loop thread's
+    // The loop thread's.
+    bool mOwnWakesCount = false;
+    bool mHasByte = false;
+    bool mIsWatched = false;
 };
 
 }  // namespace vyn

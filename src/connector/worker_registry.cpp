@@ -174,10 +174,9 @@ int WorkerRegistry::reopenEpoll(bool isLost) {
     AutoLock lock(mLock);
     Epoll fresh;
     if (!fresh.isOpen()) return fresh.error();
-    int error = fresh.add({mWakePipe.readEnd(), 0}, EPOLLIN);
+    int error = mWakePipe.addTo(fresh);
     if (error == 0) error = mDescriptors.copyTo(fresh, isLost);
-    if (error == 0) mEpoll.replaceBy(fresh, isLost);
-    return error;
+    return error == 0 ? mEpoll.replaceBy(fresh, isLost) : error;
 }
 
 WorkerEntry* WorkerRegistry::entryOf(const Registration& registration) {

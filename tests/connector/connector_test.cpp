@@ -191,7 +191,8 @@ TEST(Diagnoser, CountsTheTimeBeforeEachWaitAsBusyWithinTheLastMarks) {
 // The tick wraps ten milliseconds after it begins.
 TEST(MessageQueue, DeliversByTickAndThenByPosting) {
     ManualClock clock{kLastPositiveTick - 10};
-    WakePipe wakePipe;
+    Epoll epoll;
+    WakePipe wakePipe{epoll};
     MessageQueue queue{wakePipe};
     const auto post = [&](int what, long delayMs) {
         queue.post(nullptr, Message::obtain(what, 0, 0, nullptr), delayMs);

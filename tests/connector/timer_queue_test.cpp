@@ -35,7 +35,8 @@ struct JournalTimer : Timer {
 // The tick wraps 50 milliseconds after a test begins.
 struct TimerQueueTest : ::testing::Test {
     ManualClock clock{kLastPositiveTick - 50};
-    WakePipe wakePipe;
+    Epoll epoll;
+    WakePipe wakePipe{epoll};
     TimerQueue queue{wakePipe};
     std::string journal;
     JournalTimer a{journal, 'a'};
@@ -166,7 +167,8 @@ TEST_F(TimerQueueTest, OtherThreadsWaitForACallbackOnlyToRemoveItsTimer) {
 
 TEST_F(TimerQueueTest, TwoLoopsMayRemoveEachOthersTimersInTheirCallbacks) {
     struct Loop {
-        WakePipe pipe;
+        Epoll epoll;
+        WakePipe pipe{epoll};
         TimerQueue queue{pipe};
         std::string journal;
         std::unique_ptr<JournalTimer> timer = std::make_unique<JournalTimer>(journal, 't');

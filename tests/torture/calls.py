@@ -126,6 +126,7 @@ WITHOUT_LINE = {
     ("malloc", "platform::writeLine"): "of the line itself",
     ("malloc", "serve in"): "a buffer of the standard output's, which does without",
     ("read", "readRandomDevice"): "told at verbose level, since there are other identifiers",
+    ("poll", "WakePipe::"): "looked again at the end of the next wait",
     ("prctl", ""): "a thread's name, for ps alone",
     ("pthread_detach", ""): "the thread ends all the same",
     ("setsockopt", ""): "what it leads to is told, such as a port that is in use",
