@@ -99,7 +99,7 @@ class LinuxConnector : public Connector::Impl {
     void disconnectOverflowed();
     void flushRequestedWrites();
     void dispatch(int count, const epoll_event* events);
-    void dispatch(const epoll_event& event);
+    void dispatch(const epoll_event& event, Worker* worker);
     void note(WorkerRegistry::Owner owner, EpollToken token);
     void stopReadingAgain(Worker* worker);
     void onHangUp(uint32_t events, EpollToken token, Worker* worker);

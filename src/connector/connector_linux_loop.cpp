@@ -20,7 +20,6 @@ namespace vyn {
 
 namespace {
 
-constexpr int kEventsPerWait = 20;
 constexpr int64_t kLongestWaitMs = 1000;
 // A wait that ends sooner has not waited: there were events already.
 constexpr int64_t kAtOnceNs = 2000;
@@ -29,7 +28,7 @@ constexpr int64_t kAtOnceNs = 2000;
 
 void LinuxConnector::run() {
     if (isOfAnotherProcess()) return;
-    epoll_event events[kEventsPerWait] = {};
+    epoll_event events[Epoll::kMostEvents] = {};
     mTickFd.enterLoop();
     mWorkers.beginServing();
     mRunning.store(true, std::memory_order_relaxed);
@@ -147,7 +146,7 @@ int LinuxConnector::pollEvents(epoll_event* events) {
 }
 
 int LinuxConnector::wait(epoll_event* events, int timeout) {
-    const int count = mEpoll.wait(events, kEventsPerWait, timeout);
+    const int count = mEpoll.wait(events, timeout);
     if (count < 0 && errno != EINTR) onWaitFailed(errno);
     return count;
 }
@@ -190,9 +189,9 @@ int LinuxConnector::nextTimerAndMessageTimeout(int64_t now) const {
 
 void LinuxConnector::noteWait(int64_t began, int timeout, int count) {
     if (count == 0) mReadHorizon.onNothing(std::min(began + timeout, mNow));
-    if (count > 0 && count < kEventsPerWait) mReadHorizon.onAll(began);
-    if (count == kEventsPerWait) {
-        mReadHorizon.onSome(began, mWorkers.mostEvents() / kEventsPerWait + 1);
+    if (count > 0 && count < Epoll::kMostEvents) mReadHorizon.onAll(began);
+    if (count == Epoll::kMostEvents) {
+        mReadHorizon.onSome(began, mWorkers.mostEvents() / Epoll::kMostEvents + 1);
     }
 }
 
@@ -267,18 +266,20 @@ void LinuxConnector::deliver(const Message& message) {
 void LinuxConnector::dispatch(int count, const epoll_event* events) {
     if (count <= 0) return;
     mEvents.add(static_cast<uint64_t>(count));
+    mWorkers.findAll(events, count);
     {
         const GatherScope gathering(nullptr);
         for (int i = 0; i < count; ++i) {
             const EventTick::Scope look(mNow, mLookIsFresh && i == 0);
-            dispatch(events[i]);
+            dispatch(events[i], mWorkers.foundFor(i));
         }
     }
     mReadHorizon.onHandled();
     if (mStaleEvents.last()) dropClosedRegistrations();
 }
 
-void LinuxConnector::dispatch(const epoll_event& event) {
+// `worker` is the event's, if that is known.
+void LinuxConnector::dispatch(const epoll_event& event, Worker* worker) {
     const bool readable = (event.events & EPOLLIN) != 0;
     const bool hungUp = (event.events & EPOLLHUP) != 0 && !readable;
     if (!hungUp && !readable && (event.events & EPOLLERR) == 0) return;
@@ -289,10 +290,16 @@ void LinuxConnector::dispatch(const epoll_event& event) {
         mStaleEvents.addOther();
         return;
     }
-    Worker* worker = nullptr;
-    const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
-    note(owner, token);
-    if (owner != WorkerRegistry::Owner::kValid && owner != WorkerRegistry::Owner::kNotValid) return;
+    if (worker != nullptr && worker->isValid()) {
+        mStaleEvents.addOther();
+    } else {
+        worker = nullptr;
+        const WorkerRegistry::Owner owner = mWorkers.find(token, worker);
+        note(owner, token);
+        const bool isOwned =
+            owner == WorkerRegistry::Owner::kValid || owner == WorkerRegistry::Owner::kNotValid;
+        if (!isOwned) return;
+    }
     if (worker != nullptr && !worker->isReading()) {
         if ((event.events & (EPOLLHUP | EPOLLERR)) == 0) return stopReadingAgain(worker);
         if (worker->isReadingPaused()) return mWorkers.stopWatchingPaused(token);

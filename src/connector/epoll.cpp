@@ -25,8 +25,8 @@ int Epoll::modify(EpollToken token, uint32_t interest) {
 
 void Epoll::remove(int fd) { control(EPOLL_CTL_DEL, {fd, 0}, 0); }
 
-int Epoll::wait(epoll_event* events, int most, int timeoutMs) {
-    return epoll_wait(number(), events, most, timeoutMs);
+int Epoll::wait(epoll_event* events, int timeoutMs) {
+    return epoll_wait(number(), events, kMostEvents, timeoutMs);
 }
 
 int Epoll::replaceBy(Epoll& other, bool isLost) {

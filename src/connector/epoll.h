@@ -43,8 +43,10 @@ class Epoll {
     int modify(EpollToken token, uint32_t interest);
     void remove(int fd);
 
-    // epoll_wait: the number of events, or a negative value with errno.
-    int wait(epoll_event* events, int most, int timeoutMs);
+    static constexpr int kMostEvents = 20;  // a wait's
+    // epoll_wait: the number of events, or a negative value with errno. There is room for
+    // kMostEvents.
+    int wait(epoll_event* events, int timeoutMs);
 
     // Takes over the other's set and closes the own. It keeps its number, as other threads may be
     // about to use that; unless it `isLost`: somebody closed it, and the number may be another's by

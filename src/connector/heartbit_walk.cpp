@@ -5,6 +5,7 @@
 #include <vyn/worker.h>
 
 #include "common/tick.h"
+#include "connector/fetch_ahead.h"
 #include "connector/worker_registry.h"
 
 namespace vyn {
@@ -13,15 +14,8 @@ namespace {
 
 // What a worker is told of the time is behind it by what so many of them take, at most.
 constexpr int kWorkersPerLook = 16;
+// The walk takes about as long as its workers take to come into the processor's cache.
 constexpr size_t kFetchedAhead = 8;
-
-// The walk takes about as long as its workers take to come into the processor's cache. Of each it
-// looks at no more than this; harmless for one that is gone.
-void fetch(const Worker* worker) {
-    constexpr size_t kCacheLine = 64;
-    __builtin_prefetch(worker);
-    __builtin_prefetch(reinterpret_cast<const char*>(worker) + kCacheLine);
-}
 
 }  // namespace
 
@@ -30,7 +24,9 @@ void HeartbitWalk::run(int64_t readUntil) {
     int64_t now = 0;
     int left = 0;  // of those that this `now` serves
     for (size_t i = 0; i < mSnapshot.size(); ++i) {
-        if (i + kFetchedAhead < mSnapshot.size()) fetch(mSnapshot[i + kFetchedAhead].worker);
+        if (i + kFetchedAhead < mSnapshot.size()) {
+            fetchAhead(mSnapshot[i + kFetchedAhead].worker, sizeof(Worker));
+        }
         const Registration& registration = mSnapshot[i];
         if (hasEnded(registration)) continue;
         if (left == 0) {

@@ -60,6 +60,7 @@ void WatchedDescriptors::suspend(EpollToken token) {
     if (slot == nullptr) return;
     mEpoll.remove(token.fd);
     slot->watched = false;
+    countChange();
 }
 
 bool WatchedDescriptors::canArmWrite(const WorkerEntry& entry) const {
@@ -101,6 +102,7 @@ int WatchedDescriptors::copyTo(Epoll& other, bool isLost) {
         if (!slot.watched) continue;
         const int fd = static_cast<int>(i);
         slot.watched = isStillThere(fd, slot, isLost);
+        if (!slot.watched) countChange();
         if (!slot.watched) continue;
         const int error = other.add({fd, slot.generation}, slot.interest);
         if (error != 0) return error;
@@ -134,6 +136,7 @@ int WatchedDescriptors::watch(WorkerEntry& entry, int fd) {
     slot = {&entry, token.generation, entry.firstFd, static_cast<unsigned char>(interest),
             true,   readOnly};
     entry.firstFd = fd;
+    countChange();
     return 0;
 }
 
@@ -155,6 +158,7 @@ void WatchedDescriptors::unchain(int fd) {
     while (*link != fd) link = &slotOf(*link).nextFd;
     *link = slot.nextFd;
     slot = Slot();
+    countChange();
 }
 
 // Epoll knows what is open under a number from what was when it was added.
@@ -169,7 +173,10 @@ int WatchedDescriptors::setInterest(int fd, uint32_t interest) {
     if (!slot.watched || slot.interest == interest) return 0;
     const int error = mEpoll.modify({fd, slot.generation}, interest);
     if (error == 0) slot.interest = static_cast<unsigned char>(interest);
-    if (tellsOfAnEnd(error)) slot.watched = false;
+    if (tellsOfAnEnd(error)) {
+        slot.watched = false;
+        countChange();
+    }
     return error;
 }
 

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -17,7 +18,9 @@ namespace vyn {
 // of one that has ended belongs to nobody, whoever has the descriptor's number by now.
 class WatchedDescriptors {
   public:
-    explicit WatchedDescriptors(Epoll& epoll) : mEpoll(epoll) {}
+    // Neither is owned. `changes` counts what may make ownerOf() tell another owner.
+    WatchedDescriptors(Epoll& epoll, std::atomic<uint32_t>& changes)
+        : mEpoll(epoll), mChanges(changes) {}
 
     // A descriptor that the kernel did not take, with its errno; -1 when there is none.
     struct Refusal {
@@ -93,7 +96,10 @@ class WatchedDescriptors {
     Slot& slotOf(int fd);
     Slot* watchedSlot(EpollToken token);
 
+    void countChange() { mChanges.fetch_add(1, std::memory_order_release); }
+
     Epoll& mEpoll;
+    std::atomic<uint32_t>& mChanges;
     std::vector<Slot> mSlots;
     uint32_t mLastGeneration = 0;
 };

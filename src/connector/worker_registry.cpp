@@ -2,10 +2,15 @@
 
 #include "connector/worker_registry.h"
 
+#include <vyn/device.h>
+#include <vyn/parser.h>
+#include <vyn/socket_base.h>
 #include <vyn/worker.h>
 
 #include <algorithm>
 #include <new>
+
+#include "connector/fetch_ahead.h"
 
 // Workers and their descriptors; see worker_registry_requests.cpp for what is asked for them.
 
@@ -152,6 +157,26 @@ WorkerRegistry::Owner WorkerRegistry::find(EpollToken token, Worker*& worker) {
     }
     worker = owner->worker;
     return Owner::kValid;
+}
+
+void WorkerRegistry::findAll(const epoll_event* events, int count) {
+    std::array<const WorkerEntry*, Epoll::kMostEvents> owners;
+    AutoLock lock(mLock);
+    mChangesBefore = mChanges.load(std::memory_order_relaxed);
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+        owners[i] = mDescriptors.ownerOf(EpollToken::of(events[i]));
+        fetchAhead(owners[i], sizeof *owners[i]);
+    }
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+        const WorkerEntry* const owner = owners[i];
+        mFound[i] = owner != nullptr && owner->ready ? owner->worker : nullptr;
+        fetchAhead(mFound[i], sizeof *mFound[i]);
+    }
+    for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+        if (mFound[i] == nullptr) continue;
+        fetchAhead(mFound[i]->getDevice(), sizeof(BaseDevice) + sizeof(SocketBase));
+        fetchAhead(mFound[i]->getParser(), sizeof(Parser));
+    }
 }
 
 void WorkerRegistry::stopWatching(EpollToken token) {
