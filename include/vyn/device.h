@@ -110,6 +110,7 @@ class VYN_API BaseDevice : public Device {
 
   private:
     int readAndReport(int size);
+    int readIntoZeros();
 };
 
 // "ClassName(0x...): {fd=7, ...}", or "Device(NULL)".

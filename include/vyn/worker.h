@@ -308,6 +308,7 @@ class VYN_API Worker : public Parser::PostListener {
 
     // --- Into the queue.
     bool mayWrite(const char* operation = __builtin_FUNCTION());
+    void noteSent();
     bool writeDirectly(const void* data, int len);
     bool writeForSelfCall(const void* data, int len);
     bool writeEagerly(const void* data, int len);
@@ -369,7 +370,12 @@ class VYN_API Worker : public Parser::PostListener {
     Flow& flow() VYN_REQUIRES(mWriteLock);
     Flow* existingFlow() const { return mFlow.load(std::memory_order_acquire); }
     // Warns in the name of the operation that asks.
-    bool checkValid(const char* operation = __builtin_FUNCTION()) const;
+    bool checkValid(const char* operation = __builtin_FUNCTION()) const {
+        const bool isValid = mValid.load(std::memory_order_relaxed);
+        if (__builtin_expect(!isValid, 0)) warnNotValid(operation);
+        return isValid;
+    }
+    static void warnNotValid(const char* operation);
 
     // The writes that wait, a list.
     struct WriteQueue {

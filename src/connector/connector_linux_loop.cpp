@@ -269,9 +269,10 @@ void LinuxConnector::dispatch(int count, const epoll_event* events) {
     mWorkers.findAll(events, count);
     {
         const GatherScope gathering(nullptr);
+        const EventTick::Scope look(mNow, mLookIsFresh);
         for (int i = 0; i < count; ++i) {
-            const EventTick::Scope look(mNow, mLookIsFresh && i == 0);
             dispatch(events[i], mWorkers.foundFor(i));
+            EventTick::endFreshness();
         }
     }
     mReadHorizon.onHandled();

@@ -154,8 +154,9 @@ void Worker::deliver(const void* data, int len, int64_t now) {
     tellIfMissing(mParser, this);
     VYN_CHECK_OR_RETURN(mParser != NULL);
     mParser->setListener(this);
-    const EventTick::Scope look(now, true);
+    EventTick::refresh(now);
     mParser->doParse(data, len);
+    EventTick::endFreshness();
 }
 
 void Worker::onDisconnected() {
@@ -225,12 +226,10 @@ void Worker::onAuthenticationFailed() {
     getExecutor()->onAuthenticationFailed(this);
 }
 
-bool Worker::checkValid(const char* operation) const {
-    if (isValid()) return true;
+void Worker::warnNotValid(const char* operation) {
     logging::detail::Line(logging::kTag, __FILE__, operation, __LINE__, logging::kLevelWarning)
             .stream()
         << "not valid";
-    return false;
 }
 
 std::ostream& operator<<(std::ostream& os, Worker* worker) {

@@ -86,8 +86,9 @@ class WorkerRegistry {
     };
     // Whose event this is; sets `worker` when that is kValid.
     Owner find(EpollToken token, Worker*& worker);
-    // Finds the owners of a wait's events, all at once: where there are many connections, the way to
-    // a worker leads through several misses of the processor's cache, which are made side by side.
+    // Finds the owners of a wait's events, all at once: where there are many connections, the way
+    // to a worker leads through several misses of the processor's cache, which are made side by
+    // side.
     void findAll(const epoll_event* events, int count);
     // The worker of the event with that index, if findAll() saw one that was ready, and nothing has
     // changed since about what is watched. It may not be valid. Null says nothing: see find().

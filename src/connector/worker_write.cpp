@@ -80,8 +80,16 @@ int Worker::instantWrite(const void* data, int len) {
         return len;
     }
     const int ret = mDevice->write(data, len);
-    if (ret > 0) mLastSentTick.store(roughTick32(), std::memory_order_relaxed);
+    if (ret > 0) noteSent();
     return ret;
+}
+
+// A command was stamped a moment ago.
+void Worker::noteSent() {
+    const int32_t now = WriteOutcome::isAwaitedBy(this)
+                            ? mLastWriteTick.load(std::memory_order_relaxed)
+                            : roughTick32();
+    mLastSentTick.store(now, std::memory_order_relaxed);
 }
 
 bool Worker::queueWritting(const void* data, int len) {

@@ -85,6 +85,11 @@ int BaseDevice::readAndReport() {
             return count;
         }
     }
+    return readIntoZeros();
+}
+
+// Aside, so that others do without the room on the stack.
+[[gnu::noinline]] int BaseDevice::readIntoZeros() {
     char buffer[UsualReadBuffer::kSize] = {};
     const int count = read(buffer, sizeof buffer);
     if (count > 0) onData(buffer, count);

@@ -46,7 +46,7 @@ void NetDevice::dump(std::ostream& os) {
 
 int NetDevice::read(char* buf, int len) {
     constexpr int kTimeoutMs = 1000;
-    const int count = mSocket.recv(buf, len, 0);
+    const int count = io::receive(mSocket.fd(), buf, len, MSG_DONTWAIT, nullptr, nullptr);
     const bool mayCome = count < 0 && io::wouldBlock() && !io::hasOnlyNotices(mSocket.fd());
     return mayCome ? mSocket.recv(buf, len, kTimeoutMs) : count;
 }

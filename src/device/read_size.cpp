@@ -29,9 +29,7 @@ Remembered& remembered() {
     return *instance;
 }
 
-// The size that was remembered for the device, which is forgotten; 0 when there is none.
-int take(const Device& device) {
-    if (sRemembered.load(std::memory_order_acquire) == 0) return 0;
+[[gnu::noinline]] int takeFromList(const Device& device) {
     AutoLock lock(remembered().lock);
     auto& sizes = remembered().sizes;
     const auto found = sizes.find(&device);
@@ -42,12 +40,29 @@ int take(const Device& device) {
     return size;
 }
 
+// The size that was remembered for the device, which is forgotten; 0 when there is none.
+int take(const Device& device) {
+    return sRemembered.load(std::memory_order_acquire) == 0 ? 0 : takeFromList(device);
+}
+
 struct Spare {
     size_t size = 0;
     std::unique_ptr<char[]> bytes;
 };
 thread_local Spare tSpare;
-thread_local std::unique_ptr<UsualReadBuffer::Memory> tUsual;
+
+// The thread's, while no read uses it. A plain pointer, as it is looked at for each read.
+thread_local UsualReadBuffer::Memory* tUsual = nullptr;
+
+struct EndOfUsual {
+    ~EndOfUsual() { delete std::exchange(tUsual, nullptr); }
+};
+
+[[gnu::noinline]] UsualReadBuffer::Memory* newUsual() {
+    thread_local const EndOfUsual end;
+    static_cast<void>(end);
+    return new (std::nothrow) UsualReadBuffer::Memory;
+}
 
 }  // namespace
 
@@ -82,12 +97,16 @@ ReadBuffer::~ReadBuffer() {
     tSpare.bytes = std::move(mBytes);
 }
 
-UsualReadBuffer::UsualReadBuffer() : mMemory(std::move(tUsual)) {
-    if (mMemory == nullptr) mMemory.reset(new (std::nothrow) Memory);
+UsualReadBuffer::UsualReadBuffer() : mMemory(std::exchange(tUsual, nullptr)) {
+    if (mMemory == nullptr) mMemory = newUsual();
 }
 
 UsualReadBuffer::~UsualReadBuffer() {
-    if (mMemory != nullptr) tUsual = std::move(mMemory);
+    if (tUsual == nullptr) {
+        tUsual = mMemory;
+    } else {
+        delete mMemory;  // a read inside this one has left its own
+    }
 }
 
 void UsualReadBuffer::onRead(int count) {

@@ -58,7 +58,7 @@ class UsualReadBuffer {
     };
 
   private:
-    std::unique_ptr<Memory> mMemory;
+    Memory* mMemory;
 };
 
 }  // namespace vyn

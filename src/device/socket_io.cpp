@@ -19,6 +19,12 @@ constexpr int64_t kNsPerMs = 1000000;
 
 bool isUnderWay() { return errno == EINPROGRESS || errno == EALREADY; }
 
+int sendOnce(int fd, const char* bytes, int size, const sockaddr* to, socklen_t toLength) {
+    return static_cast<int>(uninterrupted([&] {
+        return ::sendto(fd, bytes, static_cast<size_t>(size), MSG_NOSIGNAL, to, toLength);
+    }));
+}
+
 // A socket remembers its attempt to connect, failed or under way, and would refuse another one;
 // connecting it to no address makes it as new.
 bool abandonConnect(int fd, int error) {
@@ -101,16 +107,14 @@ int send(int fd, const void* data, int size, const sockaddr* to, socklen_t toLen
         errno = EINVAL;
         return -1;
     }
-    const char* bytes = static_cast<const char*>(data);
-    int sent = 0;
-    do {  // at least once, because an empty datagram is one too
-        const size_t rest = static_cast<size_t>(size - sent);
-        const ssize_t count = uninterrupted(
-            [&] { return ::sendto(fd, bytes + sent, rest, MSG_NOSIGNAL, to, toLength); });
-        if (count < 0) return sent > 0 ? sent : -1;  // what has gone must not be sent again
-        if (count == 0) break;
-        sent += static_cast<int>(count);
-    } while (sent < size);
+    const char* const bytes = static_cast<const char*>(data);
+    // At least once, because an empty datagram is one too.
+    int sent = sendOnce(fd, bytes, size, to, toLength);
+    while (sent > 0 && sent < size) {
+        const int count = sendOnce(fd, bytes + sent, size - sent, to, toLength);
+        if (count < 1) break;  // what has gone must not be sent again
+        sent += count;
+    }
     return sent;
 }
 
