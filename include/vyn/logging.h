@@ -225,6 +225,11 @@ class VYN_API Line {
     LineStream* mStream;  // owned, lent by the thread
 };
 
+// Writes a line and ends the process. Aside from the functions that check something, which need no
+// room for the line on their stacks then.
+[[gnu::cold, gnu::noinline]] VYN_API void endWith(const char* text, const char* file,
+                                                  const char* function, int line);
+
 // When a statement last wrote its line.
 class VYN_API Pace {
   public:
@@ -323,20 +328,22 @@ struct Voidify {
 
 // The same for functions that go on when the process does not end (see setAborter): they return, or
 // return a value.
-#define VYN_CHECK_OR_RETURN(condition)     \
-    do {                                   \
-        if (!(condition)) {                \
-            VYN_CHECK_FAILURE(#condition); \
-            return;                        \
-        }                                  \
+#define VYN_CHECK_OR_RETURN(condition)    \
+    do {                                  \
+        if (!(condition)) {               \
+            VYN_END_ON_CHECK(#condition); \
+            return;                       \
+        }                                 \
     } while (false)
 #define VYN_CHECK_OR_RETURN_VALUE(condition, value) \
     do {                                            \
         if (!(condition)) {                         \
-            VYN_CHECK_FAILURE(#condition);          \
+            VYN_END_ON_CHECK(#condition);           \
             return value;                           \
         }                                           \
     } while (false)
+#define VYN_END_ON_CHECK(text) \
+    ::logging::detail::endWith("Check failed. (" text ") ", __FILE__, __PRETTY_FUNCTION__, __LINE__)
 
 // One word out of two, of which macros are expanded first.
 #define VYN_CONCATENATE_INNER(a, b) a##b

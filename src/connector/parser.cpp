@@ -7,6 +7,14 @@
 
 namespace vyn {
 
+namespace {
+
+[[gnu::cold, gnu::noinline]] void failToReport(const char* what) {
+    VYN_LOG_FATAL << "\033[1;31mFATAL: missing parser-listener, can NOT report a " << what << ".";
+}
+
+}  // namespace
+
 Parser::PostListener::~PostListener() { LifeWatch::end(this); }
 
 Parser::~Parser() { LifeWatch::end(this); }
@@ -21,19 +29,13 @@ void Parser::doParse(const void* data, int len) {
 
 void Parser::onCommandParsed(Command* cmd) {
     if (ParserCall::lostListener(this)) return;
-    if (mListener == nullptr) {
-        VYN_LOG_FATAL << "\033[1;31mFATAL: missing parser-listener, can NOT report a command.";
-        return;
-    }
+    if (mListener == nullptr) return failToReport("command");
     mListener->onCommandParsed(cmd);
 }
 
 void Parser::onPacketCreated(const void* data, int len) {
     if (ParserCall::lostListener(this)) return;
-    if (mListener == nullptr) {
-        VYN_LOG_FATAL << "\033[1;31mFATAL: missing parser-listener, can NOT report a packet.";
-        return;
-    }
+    if (mListener == nullptr) return failToReport("packet");
     mListener->onPacketCreated(data, len);
 }
 

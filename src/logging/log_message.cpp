@@ -46,6 +46,10 @@ std::ostream& operator<<(std::ostream& stream, ErrnoText text) {
     return stream << "[" << text.error << "] " << std::strerror(text.error) << ". ";
 }
 
+void detail::endWith(const char* text, const char* file, const char* function, int line) {
+    LogMessage(kTag, file, function, line, kLevelError, true, true).stream() << text;
+}
+
 }  // namespace logging
 
 void logging_printf(const char* file, const char* function, int line, int level, const char* format,
