@@ -9,8 +9,8 @@ namespace echo {
 
 namespace {
 
-constexpr int64_t kWarmUpNs = 200000000;
-constexpr int64_t kDurationNs = 1000000000;
+constexpr int64_t kWarmUpNs = 100000000;
+constexpr int64_t kDurationNs = 300000000;
 constexpr int kOtherDescriptors = 100;
 
 struct Case {

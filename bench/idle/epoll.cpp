@@ -34,16 +34,29 @@ class Loop {
   private:
     static int64_t nowMs() { return bench::now() / 1000000; }
     int timeout() const {
-        if (mDue.empty()) return -1;
+        if (mDue.empty()) return mLongestWaitMs;
         return static_cast<int>(std::max<int64_t>(*mDue.begin() - nowMs(), 0));
     }
 
     int mEpoll = epoll_create1(EPOLL_CLOEXEC);
     std::multiset<int64_t> mDue;
+
+  protected:
+    int mLongestWaitMs = -1;
+};
+
+// Wakes five times a second, as ours does, and does nothing then.
+class WakingLoop : public Loop {
+  public:
+    WakingLoop() { mLongestWaitMs = 200; }
 };
 
 }  // namespace
 
-std::vector<bench::Contest> epoll() { return turnContests<Loop>("epoll"); }
+std::vector<bench::Contest> epoll() {
+    std::vector<bench::Contest> all = turnContests<Loop>("epoll");
+    all.push_back({"rest-10-connections", "epoll-waking", [] { measureRest<WakingLoop>(10); }});
+    return all;
+}
 
 }  // namespace idle

@@ -19,7 +19,7 @@
 //                                      always is, until that returns false
 namespace idle {
 
-// Counts turns for a second.
+// Counts turns for half a second.
 class Turn {
   public:
     // False when that is over.
@@ -33,7 +33,7 @@ class Turn {
     }
 
   private:
-    int64_t mEnd = bench::now() + 1000000000;
+    int64_t mEnd = bench::now() + 500000000;
     int64_t mCpuAtBegin = bench::threadCpuTime();
     int64_t mCount = 0;
 };
@@ -59,7 +59,7 @@ void measureTurn(int connections, int timers) {
 // The loop's thread is watched by another one, which does not disturb it before it is done.
 template <class Loop>
 void measureRest(int connections) {
-    constexpr int kSeconds = 5;
+    constexpr int kSeconds = 2;
     bench::allowDescriptors(connections + 100);
     bench::pinTo(bench::kMeasuredCore);
     Loop loop;
@@ -68,7 +68,7 @@ void measureRest(int connections) {
     const int end = openCounter(0);
     std::thread watch([&] {
         bench::pinTo(bench::kLoadCore);
-        std::this_thread::sleep_for(std::chrono::seconds(1));  // until all has settled
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));  // until all has settled
         const int64_t begin = bench::cpuTimeOf(measured);
         std::this_thread::sleep_for(std::chrono::seconds(kSeconds));
         const auto used = static_cast<double>(bench::cpuTimeOf(measured) - begin);

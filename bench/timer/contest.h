@@ -40,7 +40,7 @@ class Recorder {
             mBegin = now;
             mCpuAtBegin = bench::threadCpuTime();
         }
-        return mBegin == 0 || now - mBegin < 2 * kSecond;
+        return mBegin == 0 || now - mBegin < kSecond;
     }
     void report() {
         const auto cpu = static_cast<double>(bench::threadCpuTime() - mCpuAtBegin);
