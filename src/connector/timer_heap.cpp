@@ -8,8 +8,9 @@
 namespace vyn {
 
 void TimerHeap::push(TimerWrapper* timer) {
-    mTimers.emplace_back();
-    siftUp({timer->expire(), timer}, mTimers.size() - 1);
+    const Entry entry{timer->expire(), timer};
+    mTimers.push_back(entry);
+    siftUp(entry, mTimers.size() - 1);
 }
 
 void TimerHeap::erase(TimerWrapper* timer) {
@@ -31,23 +32,14 @@ void TimerHeap::update(TimerWrapper* timer) {
     if (timer->mHeapIndex == index) siftDown(entry, index);
 }
 
-void TimerHeap::collectDue(int64_t now, std::vector<TimerWrapper*>& due) const {
-    const auto addIfDue = [&](size_t index) {
-        if (mTimers[index].expire <= now) due.push_back(mTimers[index].timer);
-    };
-    // A timer is due only if the one above it is.
-    size_t next = due.size();
-    if (!mTimers.empty()) addIfDue(0);
-    for (; next < due.size(); ++next) {
-        const size_t first = size_t{due[next]->mHeapIndex} * kWidth + 1;
-        const size_t end = std::min(first + kWidth, mTimers.size());
-        for (size_t below = first; below < end; ++below) addIfDue(below);
-    }
-}
-
-std::vector<TimerHeap::Entry> TimerHeap::takeAll() {
+TimerHeap::Entries TimerHeap::takeAll() {
     for (const Entry& entry : mTimers) entry.timer->mHeapIndex = TimerWrapper::kNotInHeap;
     return std::exchange(mTimers, {});
+}
+
+void TimerHeap::grow() {
+    constexpr size_t kFirst = 4;
+    mTimers.reserve(std::max(kFirst, mTimers.size() * 2));
 }
 
 void TimerHeap::place(Entry entry, size_t index) {

@@ -2,43 +2,27 @@
 
 #include "connector/timer_queue.h"
 
-#include <memory>
-
 #include "common/tick.h"
 
 // What may be asked of timers; see timer_queue_calls.cpp for how they are called.
 
 namespace vyn {
 
-namespace {
-
-// Ids start again at 0 behind this one.
-constexpr int kLastCountedId = 2147483630;
-
-}  // namespace
-
-TimerQueue::~TimerQueue() {
-    clear();
-    AutoMonitor lock(mLock);
-    // Timers that were added as they were told of their end.
-    for (const TimerHeap::Entry& entry : mHeap.takeAll()) delete entry.timer;
-}
+// Timers that were added as they were told of their end go with their pages.
+TimerQueue::~TimerQueue() { clear(); }
 
 int TimerQueue::add(Timer* timer, long intervalMs, void* arg) {
     AutoMonitor lock(mLock);
-    auto made = std::make_unique<TimerWrapper>(timer);
+    const int64_t now = tick::now();  // first, as it waits for whatever is being fetched
+    mHeap.makeRoom();
+    TimerWrapper* const made = mTimers.add(timer);  // the last step that could lack memory
     made->setInterval(intervalMs);
-    made->schedule(tick::now());
-    made->setId(takeId());
     made->setArg(arg);
-    made->setSequence(mNextSequence++);
-    mById.makeRoom();
-    mHeap.push(made.get());  // the last step that could lack memory
-    TimerWrapper* const wrapper = made.release();
-    mById.insert(wrapper);
+    made->schedule(now);
+    mHeap.push(made);
     publishNextExpire();
     mWakePipe.wake();
-    return wrapper->getId();
+    return made->getId();
 }
 
 void TimerQueue::remove(int id) {
@@ -46,21 +30,22 @@ void TimerQueue::remove(int id) {
     AutoMonitor lock(mLock);
     // An id that came round may belong to several timers. The callback may use this queue, so each
     // is looked up anew.
-    while (TimerWrapper* timer = mById.oldest(id)) drop(timer, mayWait);
+    while (TimerWrapper* timer = mTimers.oldest(id)) drop(timer, mayWait);
     if (mayWait && isCalled(id)) awaitCalls(id);  // another thread has removed it just now
 }
 
 void TimerQueue::reset(int id) {
     AutoMonitor lock(mLock);
-    if (TimerWrapper* const timer = mById.oldest(id)) schedule(timer);
+    const int64_t now = tick::now();  // first, as above
+    if (TimerWrapper* const timer = mTimers.oldest(id)) schedule(timer, now);
 }
 
 void TimerQueue::setInterval(int id, long intervalMs) {
     AutoMonitor lock(mLock);
-    TimerWrapper* const timer = mById.oldest(id);
+    TimerWrapper* const timer = mTimers.oldest(id);
     if (timer == nullptr) return;
     timer->setInterval(intervalMs);
-    schedule(timer);
+    schedule(timer, tick::now());
     mWakePipe.wake();  // it may be due earlier than before
 }
 
@@ -69,25 +54,18 @@ void TimerQueue::report(LoopFigures& figures) {
     figures.longestLatenessMs = mLongestLateness.value();
     figures.totalLatenessMs = mTotalLateness.value();
     AutoMonitor lock(mLock);
-    figures.waitingTimers = mById.size();
+    figures.waitingTimers = mTimers.size();
 }
 
-int TimerQueue::takeId() {
-    const int id = mNextId;
-    mNextId = id > kLastCountedId ? 0 : id + 1;
-    return id;
-}
-
-void TimerQueue::schedule(TimerWrapper* timer) {
-    timer->schedule(tick::now());
+void TimerQueue::schedule(TimerWrapper* timer, int64_t now) {
+    timer->schedule(now);
     mHeap.update(timer);
     publishNextExpire();
 }
 
 void TimerQueue::unlink(TimerWrapper* timer) {
-    mById.erase(timer);
+    mTimers.remove(timer);
     mHeap.erase(timer);
-    timer->mRemoved = true;
     publishNextExpire();
 }
 

@@ -13,7 +13,7 @@
 #include "connector/loop_counter.h"
 #include "connector/timer_call.h"
 #include "connector/timer_heap.h"
-#include "connector/timer_index.h"
+#include "connector/timer_pages.h"
 #include "connector/wake_pipe.h"
 
 namespace vyn {
@@ -32,7 +32,7 @@ class TimerQueue {
     // `wakePipe` is woken for what is added, and `watch`, if there is one, times the calls; neither
     // is owned. Ids are handed out from `firstId` on.
     explicit TimerQueue(WakePipe& wakePipe, int firstId = 0, CallbackWatch* watch = nullptr)
-        : mWakePipe(wakePipe), mWatch(watch), mNextId(firstId) {}
+        : mWakePipe(wakePipe), mWatch(watch), mTimers(firstId) {}
     ~TimerQueue();
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
@@ -56,8 +56,7 @@ class TimerQueue {
     void report(LoopFigures& figures);
 
   private:
-    int takeId() VYN_REQUIRES(mLock);
-    void schedule(TimerWrapper* timer) VYN_REQUIRES(mLock);
+    void schedule(TimerWrapper* timer, int64_t now) VYN_REQUIRES(mLock);
     void fire(TimerWrapper* timer) VYN_REQUIRES(mLock);
     bool call(TimerWrapper* timer);
     void countLateness(int64_t ms);
@@ -77,15 +76,15 @@ class TimerQueue {
     WakePipe& mWakePipe;
     CallbackWatch* const mWatch;
     Monitor mLock;
-    int mNextId VYN_GUARDED_BY(mLock);
-    uint64_t mNextSequence VYN_GUARDED_BY(mLock) = 0;
-    TimerHeap mHeap VYN_GUARDED_BY(mLock);
-    TimerIndex mById VYN_GUARDED_BY(mLock);
+    TimerPages mTimers VYN_GUARDED_BY(mLock);
+    TimerHeap mHeap VYN_GUARDED_BY(mLock);  // of those of them that are not removed
     TimerCall* mCalls VYN_GUARDED_BY(mLock) = nullptr;
-    // While timers are walked over: that call, and those removed meanwhile, which are deleted at
+    // While timers are walked over: that call, and those removed meanwhile, which are freed at
     // its end.
     TimerCall* mWalk VYN_GUARDED_BY(mLock) = nullptr;
     TimerWrapper* mRemoved VYN_GUARDED_BY(mLock) = nullptr;
+    // Whether the timer that is called now was removed, and is to be told when that is over.
+    bool mIsToBeTold VYN_GUARDED_BY(mLock) = false;
     std::vector<TimerWrapper*> mDue;  // the walk's
     int64_t mNow = 0;                 // the walk's, as of the last timer's end
     LoopCount mFired, mTotalLateness;

@@ -11,14 +11,16 @@ namespace vyn {
 
 int TimerQueue::clear() {
     AutoMonitor lock(mLock);
-    std::vector<TimerHeap::Entry> timers = mHeap.takeAll();
-    std::sort(timers.begin(), timers.end(), [](const auto& left, const auto& right) {
-        return TimerWrapper::olderFirst(left.timer, right.timer);
-    });
+    TimerHeap::Entries timers = mHeap.takeAll();
+    const auto olderFirst = [this](const auto& left, const auto& right) VYN_REQUIRES(mLock) {
+        return mTimers.sequenceOf(left.timer) < mTimers.sequenceOf(right.timer);
+    };
+    std::sort(timers.begin(), timers.end(), olderFirst);
     TimerCall walk;
     beginWalk(walk);
     for (const TimerHeap::Entry& entry : timers) {
-        if (!entry.timer->mRemoved) drop(entry.timer, false);  // one before it may have removed it
+        // One before it may have removed it.
+        if (!TimerPages::isRemoved(entry.timer)) drop(entry.timer, false);
     }
     endWalk();
     mLock.wait([this]() VYN_REQUIRES(mLock) { return mCalls == nullptr; });
@@ -30,15 +32,21 @@ bool TimerQueue::fireDue(int64_t now) {
 
     AutoMonitor lock(mLock);
     mDue.clear();
-    mHeap.collectDue(now, mDue);
-    std::sort(mDue.begin(), mDue.end(), TimerWrapper::olderFirst);
+    mHeap.visitDue(now, [this](TimerWrapper* timer) {
+        mDue.push_back(timer);
+        __builtin_prefetch(timer->mTimer);
+    });
+    const auto olderFirst = [this](auto* left, auto* right) VYN_REQUIRES(mLock) {
+        return mTimers.sequenceOf(left) < mTimers.sequenceOf(right);
+    };
+    std::sort(mDue.begin(), mDue.end(), olderFirst);
     TimerCall walk;
     beginWalk(walk);
     mNow = now;
     try {
         for (TimerWrapper* timer : mDue) {
             // A timer that fired before it, or another thread, may have removed or reset it.
-            if (!timer->mRemoved && timer->getLeftTime(now) < 1) fire(timer);
+            if (TimerHeap::contains(timer) && timer->getLeftTime(now) < 1) fire(timer);
         }
     } catch (...) {  // of the application's; clear() would wait for this call for ever
         endWalk();
@@ -50,22 +58,23 @@ bool TimerQueue::fireDue(int64_t now) {
 
 void TimerQueue::fire(TimerWrapper* timer) {
     countLateness(-timer->getLeftTime(mNow));
+    mIsToBeTold = false;
     mWalk->id = timer->getId();
-    mWalk->firing = timer->mSequence;
+    mWalk->firing = mTimers.sequenceOf(timer);
     bool goOn = false;
     try {
         goOn = mLock.without([this, timer] { return call(timer); });
     } catch (...) {
-        if (timer->mIsToBeTold) tell(timer->mTimer);
+        if (mIsToBeTold) tell(timer->mTimer);
         throw;
     }
     mWalk->firing = TimerCall::kNone;
     mNow = tick::now();
-    if (!timer->mRemoved) {
+    if (TimerHeap::contains(timer)) {
         timer->schedule(mNow);
         mHeap.update(timer);
         if (!goOn) drop(timer, false);
-    } else if (timer->mIsToBeTold) {
+    } else if (mIsToBeTold) {
         tell(timer->mTimer);
     }
     mWalk->id = TimerCall::kNobody;
@@ -87,12 +96,12 @@ void TimerQueue::countLateness(int64_t ms) {
 void TimerQueue::drop(TimerWrapper* timer, bool mayWait) {
     Timer* const told = timer->mTimer;
     __builtin_prefetch(told);  // its fetching is not held up by the lock then
-    const uint64_t sequence = timer->mSequence;
+    const uint64_t sequence = mTimers.sequenceOf(timer);
     TimerCall call;
     call.id = timer->getId();
     const bool isCalledElsewhere = isFiring(sequence) && !mWalk->isOfThisThread();
-    timer->mIsToBeTold = isCalledElsewhere && !mayWait;
-    const bool isLeft = timer->mIsToBeTold;
+    const bool isLeft = isCalledElsewhere && !mayWait;
+    if (isLeft) mIsToBeTold = true;
     unlink(timer);
     bury(timer);
     if (isLeft) return;
@@ -109,13 +118,13 @@ void TimerQueue::drop(TimerWrapper* timer, bool mayWait) {
     delist(call);
 }
 
-// A walk may be about to look at it, and leaves its deletion to its end.
+// A walk may be about to look at it, and leaves it in place until its end.
 void TimerQueue::bury(TimerWrapper* timer) {
     if (mWalk == nullptr) {
-        delete timer;
+        mTimers.free(timer);
         return;
     }
-    timer->mNextInBucket = mRemoved;
+    timer->setNextRemoved(mRemoved);
     mRemoved = timer;
 }
 
@@ -162,8 +171,8 @@ void TimerQueue::endWalk() {
     delist(*mWalk);
     mWalk = nullptr;
     while (mRemoved != nullptr) {
-        TimerWrapper* const next = mRemoved->mNextInBucket;
-        delete mRemoved;
+        TimerWrapper* const next = mRemoved->nextRemoved();
+        mTimers.free(mRemoved);
         mRemoved = next;
     }
     publishNextExpire();

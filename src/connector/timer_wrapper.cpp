@@ -5,9 +5,13 @@
 namespace vyn {
 
 TimerWrapper::TimerWrapper(Timer* timer)
-    : mTimer(timer), mSequence(0), mRemoved(false), mIsToBeTold(false) {}
-
-void TimerWrapper::schedule(int64_t now) { mExpire = now + mInterval; }
+    : mTimer(timer),
+      mArg(nullptr),
+      mCount(0),
+      mInterval(0),
+      mExpire(0),
+      mId(0),
+      mHeapIndex(kNotInHeap) {}
 
 bool TimerWrapper::trigger() {
     ++mCount;

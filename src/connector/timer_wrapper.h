@@ -13,6 +13,7 @@ namespace vyn {
 // One addTimer() call: the application's timer with its period and its place in the timer queue.
 class TimerWrapper {
   public:
+    TimerWrapper() = default;  // sets nothing: a place for one
     explicit TimerWrapper(Timer* timer);
 
     void setArg(void* arg) { mArg = arg; }
@@ -22,7 +23,7 @@ class TimerWrapper {
     int getId() const { return mId; }
 
     // Makes it due one interval from `now`, a tick::now().
-    void schedule(int64_t now);
+    void schedule(int64_t now) { mExpire = now + mInterval; }
     // Milliseconds of tick::now(). Does not wrap.
     int64_t expire() const { return mExpire; }
     // Milliseconds until it is due; negative when it is overdue.
@@ -31,34 +32,26 @@ class TimerWrapper {
     // Calls the timer. Returns what that does: whether to go on. schedule() follows.
     bool trigger();
 
-    // The order in which timers that are due together fire: that of their addition.
-    static bool olderFirst(const TimerWrapper* left, const TimerWrapper* right) {
-        return left->mSequence < right->mSequence;
+    // Removed timers make a list of those to be freed later; they are not due any more.
+    void setNextRemoved(TimerWrapper* next) { mExpire = reinterpret_cast<intptr_t>(next); }
+    TimerWrapper* nextRemoved() const {
+        return reinterpret_cast<TimerWrapper*>(static_cast<intptr_t>(mExpire));
     }
 
   private:
     friend class TimerHeap;
-    friend class TimerIndex;
     friend class TimerQueue;
 
-    void setSequence(uint64_t number) { mSequence = number & ((uint64_t{1} << kSequenceBits) - 1); }
-
-    // In 56 bytes where addresses have 64 bits, as there may be very many.
+    // In 40 bytes where addresses have 64 bits, as there may be very many.
     Timer* mTimer;
-    void* mArg = nullptr;
-    int mCount = 0;
-    int mInterval = 0;
-    int64_t mExpire = 0;
-    int mId = 0;
+    void* mArg;
+    int mCount;
+    int mInterval;
+    int64_t mExpire;
+    int mId;
 
-    // Kept by the queue.
     static constexpr uint32_t kNotInHeap = UINT32_MAX;
-    uint32_t mHeapIndex = kNotInHeap;
-    TimerWrapper* mNextInBucket = nullptr;  // also the next of the removed ones
-    static constexpr int kSequenceBits = 62;
-    uint64_t mSequence : kSequenceBits;
-    uint64_t mRemoved : 1;
-    uint64_t mIsToBeTold : 1;  // of that, by the loop that is calling it
+    uint32_t mHeapIndex;  // kept by the heap
 };
 
 }  // namespace vyn
