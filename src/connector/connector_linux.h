@@ -128,7 +128,8 @@ class LinuxConnector : public Connector::Impl {
     int mTurnsWithoutEvents = 0;                // in a row, as something was due
     unsigned mTurnsOfMessages = 0;              // those without a wait for events
 
-    Epoll mEpoll;
+    // With the wake pipe, in a line of the cache of their own: the loop writes to what is in front.
+    alignas(64) Epoll mEpoll;
     WakePipe mTickFd{mEpoll};
     WorkerRegistry mWorkers{mEpoll, mTickFd};
     HeartbitWalk mHeartbitWalk{mWorkers};

@@ -9,12 +9,14 @@
 namespace vyn {
 
 void MessageQueue::post(Connector::Executor* target, const Message& message, long delayMs) {
+    mPosted.expectPush();
     Posted::Ptr posted = Posted::make(message, delayMs > 0);
     posted->message().target = target;
     add(std::move(posted), 0, delayMs);
 }
 
 uint64_t MessageQueue::post(std::function<void()> function, long delayMs) {
+    mPosted.expectPush();
     const uint64_t id = mLastId.fetch_add(1, std::memory_order_relaxed) + 1;
     add(Posted::make(Posted::Function{std::move(function), id}, delayMs > 0), id, delayMs);
     return id;

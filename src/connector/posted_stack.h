@@ -21,6 +21,12 @@ class PostedStack {
     // `wakePipe` is woken for what is pushed; not owned.
     explicit PostedStack(WakePipe& wakePipe) : mWakePipe(wakePipe) {}
 
+    // Has the cache fetch what push() needs, which the loop has most likely written to on another
+    // core. Does not wait for that: to be called before the entry is made.
+    void expectPush() const {
+        __builtin_prefetch(&mNewest, 1);
+        __builtin_prefetch(&mWakePipe, 1);
+    }
     // Takes the entry over, and wakes the loop if that may be waiting.
     void push(Posted* posted);
     // All that was pushed, linked by `next`, for the caller to delete; null for nothing.
