@@ -66,9 +66,13 @@ bool WakePipe::isOnLoopThread() const {
     return mLoopThread.load(std::memory_order_relaxed) == threadMark();
 }
 
+// Writes no line about a failure, as callers hold locks: the loop does. Behind one, what others
+// have done meanwhile is to be seen by whoever comes next, so the flag is exchanged then, too.
 void WakePipe::wake() {
     if (mEnds[0] < 0 || (isOnLoopThread() && !mOwnWakesCount)) return;
-    armOnce();
+    if (mIsArmed.exchange(true, std::memory_order_acq_rel) || arm() == 0) return;
+    mIsArmed.exchange(false, std::memory_order_acq_rel);
+    mHasFailed.store(true, std::memory_order_relaxed);
 }
 
 // Behind the event: a wake-up between the two is covered by the turn that follows, which looks at
@@ -78,8 +82,8 @@ void WakePipe::onEvent() { mIsArmed.exchange(false, std::memory_order_acq_rel); 
 int WakePipe::mend() {
     mHasFailed.store(false, std::memory_order_relaxed);
     int error = mHasByte ? 0 : fill();
-    if (error == 0 && !mIsWatched) error = watch();
-    if (error == 0) error = armOnce();
+    if (error == 0) error = addTo(mEpoll);
+    if (error == EEXIST) error = arm();
     if (error != 0) mHasFailed.store(true, std::memory_order_relaxed);
     return error;
 }
@@ -103,25 +107,6 @@ int WakePipe::fill() {
     if (tryForOne([&] { return write(mEnds[1], &byte, 1); }) != 1) return errno;
     mHasByte = true;
     return 0;
-}
-
-// Returns 0, or an errno.
-int WakePipe::watch() {
-    int error = addTo(mEpoll);
-    if (error == EEXIST) error = arm();
-    mIsWatched = error == 0;
-    return error;
-}
-
-// Returns 0, or an errno. Writes no line about that, as callers hold locks: the loop does. When one
-// fails, what others have done meanwhile is to be seen by whoever comes next, so it exchanges, too.
-int WakePipe::armOnce() {
-    if (mIsArmed.exchange(true, std::memory_order_acq_rel)) return 0;
-    const int error = arm();
-    if (error == 0) return 0;
-    mIsArmed.exchange(false, std::memory_order_acq_rel);
-    mHasFailed.store(true, std::memory_order_relaxed);
-    return error;
 }
 
 }  // namespace vyn

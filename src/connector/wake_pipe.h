@@ -80,8 +80,6 @@ class WakePipe {
 
   private:
     int fill();
-    int watch();
-    int armOnce();
 
     Epoll& mEpoll;
     int mEnds[2] = {-1, -1};
@@ -94,7 +92,6 @@ class WakePipe {
     // The loop thread's.
     bool mOwnWakesCount = false;
     bool mHasByte = false;
-    bool mIsWatched = false;
 };
 
 }  // namespace vyn

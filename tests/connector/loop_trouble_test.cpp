@@ -143,6 +143,21 @@ TEST(WakePipe, LosesNoWakeUpWhileTheSetIsMadeAnew) {
     for (std::thread& poster : posters) poster.join();
 }
 
+TEST(WakePipe, IsMendedWhenSomebodyHasTakenItOutOfTheSet) {
+    Epoll epoll;
+    WakePipe pipe(epoll);
+    ASSERT_EQ(pipe.mend(), 0);
+    epoll_event events[Epoll::kMostEvents];
+    ASSERT_EQ(epoll.wait(events, 10000), 1);
+    pipe.onEvent();
+    epoll.remove(pipe.readEnd());
+    pipe.wake();
+    EXPECT_TRUE(pipe.hasFailed());
+    EXPECT_EQ(pipe.mend(), 0);
+    EXPECT_EQ(epoll.wait(events, 10000), 1);
+    EXPECT_FALSE(pipe.hasFailed());
+}
+
 TEST_F(LoopTroubleTest, APeerWhoseBytesWaitIsNotTakenForSilentAfterASlowHandler) {
     struct Impatient : ReceivedWorker {
         using ReceivedWorker::ReceivedWorker;
