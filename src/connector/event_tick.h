@@ -39,12 +39,6 @@ class EventTick {
     // Both as a tick::now().
     static int64_t ofRead() { return std::exchange(tLook.isFresh, false) ? tLook.time : ofWrite(); }
     static int64_t ofWrite();
-    // A read was noted at `look`, and nothing has been called since.
-    static void refresh(int64_t look) {
-        if (!tLook.serves) return;
-        tLook.time = look;
-        tLook.isFresh = true;
-    }
     // Something was called that may have taken its time.
     static void endFreshness() { tLook.isFresh = false; }
 

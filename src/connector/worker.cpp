@@ -154,9 +154,8 @@ void Worker::deliver(const void* data, int len, int64_t now) {
     tellIfMissing(mParser, this);
     VYN_CHECK_OR_RETURN(mParser != NULL);
     mParser->setListener(this);
-    EventTick::refresh(now);
+    const EventTick::Scope look(now, true);
     mParser->doParse(data, len);
-    EventTick::endFreshness();
 }
 
 void Worker::onDisconnected() {
