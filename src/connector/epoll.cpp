@@ -31,7 +31,7 @@ int Epoll::wait(epoll_event* events, int timeoutMs) {
 
 int Epoll::replaceBy(Epoll& other, bool isLost) {
     if (isLost) {
-        mFd.store(other.mFd.exchange(-1, std::memory_order_relaxed), std::memory_order_relaxed);
+        mFd.store(other.mFd.exchange(-1, std::memory_order_relaxed), std::memory_order_release);
         return 0;
     }
     return dup3(other.number(), number(), O_CLOEXEC) < 0 ? errno : 0;

@@ -55,7 +55,7 @@ class Epoll {
 
   private:
     int control(int operation, EpollToken token, uint32_t interest);
-    int number() const { return mFd.load(std::memory_order_relaxed); }
+    int number() const { return mFd.load(std::memory_order_acquire); }
 
     std::atomic<int> mFd;
     int mError;
