@@ -8,6 +8,12 @@
 
 namespace vyn {
 
+namespace {
+
+bool isCancelled(Posted& posted) { return posted.isFunction() && !posted.function().call; }
+
+}  // namespace
+
 void MessageQueue::post(Connector::Executor* target, const Message& message, long delayMs) {
     mPosted.expectPush();
     Posted::Ptr posted = Posted::make(message, delayMs > 0);
@@ -88,12 +94,12 @@ bool MessageQueue::takeOver() {
 
 Posted* MessageQueue::firstImmediate() {
     if (mTaken.isEmpty()) takeOver();
-    // Of cancelled functions, the places are left.
-    Posted* first = mTaken.first();
-    while (first != nullptr && first->isFunction() && !first->function().call) {
+    // Of cancelled functions, the places are left; behind the last of them more may wait.
+    while (!mTaken.isEmpty() && isCancelled(*mTaken.first())) {
         Posted::Delete()(takeImmediate());
-        first = mTaken.first();
+        if (mTaken.isEmpty()) takeOver();
     }
+    Posted* const first = mTaken.first();
     if (first == nullptr) return nullptr;
     // Another thread may have looked at the clock later and come first.
     if (first->due() < mLastImmediate) first->setDue(mLastImmediate);
