@@ -308,7 +308,6 @@ class VYN_API Worker : public Parser::PostListener {
 
     // --- Into the queue.
     bool mayWrite(const char* operation = __builtin_FUNCTION());
-    void noteSent();
     bool writeDirectly(const void* data, int len);
     bool writeForSelfCall(const void* data, int len);
     bool writeEagerly(const void* data, int len);

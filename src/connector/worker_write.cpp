@@ -80,16 +80,9 @@ int Worker::instantWrite(const void* data, int len) {
         return len;
     }
     const int ret = mDevice->write(data, len);
-    if (ret > 0) noteSent();
+    // Not when a command was stamped: a device that blocks may have waited for its peer since.
+    if (ret > 0) mLastSentTick.store(roughTick32(), std::memory_order_relaxed);
     return ret;
-}
-
-// A command was stamped a moment ago.
-void Worker::noteSent() {
-    const int32_t now = WriteOutcome::isAwaitedBy(this)
-                            ? mLastWriteTick.load(std::memory_order_relaxed)
-                            : roughTick32();
-    mLastSentTick.store(now, std::memory_order_relaxed);
 }
 
 bool Worker::queueWritting(const void* data, int len) {

@@ -20,10 +20,6 @@ class WriteOutcome {
     // Whether there were packets, and all of them were written or queued.
     bool isWhole() const { return mAny && mWhole; }
 
-    // Whether the worker is writing a command on this thread, the innermost one.
-    static bool isAwaitedBy(const Worker* worker) {
-        return tInnermost != nullptr && tInnermost->mWorker == worker;
-    }
     // Notes it for the worker's innermost command, if there is one; returns `isWhole`.
     static bool note(const Worker* worker, bool isWhole) {
         WriteOutcome* outcome = tInnermost;
