@@ -9,8 +9,12 @@ namespace vyn {
 
 namespace {
 
-[[gnu::cold, gnu::noinline]] void failToReport(const char* what) {
-    VYN_LOG_FATAL << "\033[1;31mFATAL: missing parser-listener, can NOT report a " << what << ".";
+// In the name of the operation that could not.
+[[gnu::cold, gnu::noinline]] void failToReport(const char* what,
+                                               const char* operation = __builtin_FUNCTION()) {
+    constexpr int kLevel = logging::kLevelError;
+    logging::LogMessage(logging::kTag, __FILE__, operation, __LINE__, kLevel, true, true).stream()
+        << "\033[1;31mFATAL: missing parser-listener, can NOT report a " << what << ".";
 }
 
 }  // namespace
