@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace vyn {
 
@@ -10,8 +11,10 @@ namespace vyn {
 // null, and for what is gone.
 inline void fetchAhead(const void* memory, size_t bytes) {
     constexpr size_t kCacheLine = 64;
-    const char* const first = static_cast<const char*>(memory);
-    for (size_t at = 0; at < bytes; at += kCacheLine) __builtin_prefetch(first + at);
+    const auto first = reinterpret_cast<uintptr_t>(memory);  // a pointer may not go past its object
+    for (size_t at = 0; at < bytes; at += kCacheLine) {
+        __builtin_prefetch(reinterpret_cast<const void*>(first + at));
+    }
 }
 
 }  // namespace vyn
