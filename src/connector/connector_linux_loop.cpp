@@ -32,6 +32,7 @@ void LinuxConnector::run() {
     mTickFd.enterLoop();
     mWorkers.beginServing();
     mRunning.store(true, std::memory_order_relaxed);
+    mStopBy = INT64_MAX;  // stop() may have come in the middle of a flush
     do {
         runTurn(events);
     } while (mRunning.load(std::memory_order_acquire) && !shallStop());
@@ -72,8 +73,8 @@ void LinuxConnector::disconnectOverflowed() {
 }
 
 void LinuxConnector::flushRequestedWrites() {
+    const uint32_t removals = mWorkers.removals();  // first, as other threads remove some, too
     int error = mWorkers.armRequestedWrites(mDirectWriters, mNow);
-    const uint32_t removals = mWorkers.removals();
     for (const Registration& writer : mDirectWriters) {
         if (mWorkers.removals() != removals && !mWorkers.holds(writer)) continue;
         if (!writer.worker->isValid()) continue;
