@@ -91,10 +91,10 @@ int WakePipe::mend() {
 bool WakePipe::isFoundEmpty() {
     if (!mHasByte || !mIsArmed.load(std::memory_order_relaxed)) return false;
     pollfd look{mEnds[0], POLLIN, 0};
-    if (poll(&look, 1, 0) != 0) return false;
-    mHasByte = false;
-    mHasFailed.store(true, std::memory_order_relaxed);
-    return true;
+    const bool isEmpty = poll(&look, 1, 0) == 0;
+    if (isEmpty) mHasByte = false;
+    if (isEmpty || arm() != 0) mHasFailed.store(true, std::memory_order_relaxed);
+    return isEmpty;
 }
 
 int WakePipe::addTo(Epoll& epoll) const { return epoll.add({mEnds[0], 0}, kOnce); }

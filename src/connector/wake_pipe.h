@@ -67,7 +67,7 @@ class WakePipe {
     // Returns 0, or the errno of another failure.
     [[nodiscard]] int mend();
     // Loop thread, when a wait has ended without an event. Whether somebody was to end it, and the
-    // pipe's byte is gone; that is a failure.
+    // pipe's byte is gone; that is a failure, as it is when the pipe is not watched any more.
     [[nodiscard]] bool isFoundEmpty();
 
     // Loop thread. Puts the read end into a set that is to take the place of the loop's, so that

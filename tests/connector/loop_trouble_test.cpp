@@ -160,6 +160,11 @@ TEST(WakePipe, IsMendedWhenSomebodyHasTakenItOutOfTheSet) {
     EXPECT_EQ(pipe.mend(), 0);
     EXPECT_EQ(epoll.wait(events, 10000), 1);
     EXPECT_FALSE(pipe.hasFailed());
+    pipe.wake();
+    epoll.remove(pipe.readEnd());
+    EXPECT_EQ(epoll.wait(events, 0), 0);
+    EXPECT_FALSE(pipe.isFoundEmpty());
+    EXPECT_TRUE(pipe.hasFailed());
 }
 
 TEST_F(LoopTroubleTest, APeerWhoseBytesWaitIsNotTakenForSilentAfterASlowHandler) {
