@@ -116,7 +116,9 @@ class VYN_API Connector {
     void removeWorkerLocked(Worker* worker);
 
     // Serves the loop until stop(). A thread runs one connector, once: a second call on a thread
-    // is fatal until the first connector is destroyed.
+    // is fatal until the first connector is destroyed. Callbacks had better throw nothing: an
+    // exception that leaves one leaves run(), too, in the middle of a turn, and all that is left to
+    // do then is to remove the workers and to destroy the connector.
     void run();
     // Any thread. The loop ends with its current turn, at most 200 ms later. Before run() it has
     // no effect.
