@@ -24,12 +24,28 @@ constexpr int64_t kLongestWaitMs = 1000;
 // A wait that ends sooner has not waited: there were events already.
 constexpr int64_t kAtOnceNs = 2000;
 
+// The calling thread serves the loop until the end of this, also when that is an exception of the
+// application's.
+class Service {
+  public:
+    explicit Service(WakePipe& wakePipe) : mWakePipe(wakePipe) { mWakePipe.enterLoop(); }
+    ~Service() {
+        LoopTurn::endLast();
+        mWakePipe.leaveLoop();
+    }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+  private:
+    WakePipe& mWakePipe;
+};
+
 }  // namespace
 
 void LinuxConnector::run() {
     if (isOfAnotherProcess()) return;
     epoll_event events[Epoll::kMostEvents] = {};
-    mTickFd.enterLoop();
+    const Service service(mTickFd);
     mWorkers.beginServing();
     mRunning.store(true, std::memory_order_relaxed);
     mStopBy = INT64_MAX;  // stop() may have come in the middle of a flush
@@ -40,8 +56,6 @@ void LinuxConnector::run() {
     do {
         disconnectOverflowed();  // in the last turn, or by these callbacks
     } while (!mWorkers.endServing());
-    LoopTurn::endLast();
-    mTickFd.leaveLoop();
 }
 
 void LinuxConnector::runTurn(epoll_event* events) {

@@ -59,6 +59,12 @@ TEST_F(PostingTest, CallsFunctionsInTheirTurnUntilTheyAreCancelled) {
     EXPECT_FALSE(loop.isOnLoopThread());
 }
 
+TEST_F(PostingTest, IsOffTheLoopsThreadBehindAnException) {
+    loop.post([] { throw 0; });
+    EXPECT_THROW(loop.run(), int);
+    EXPECT_FALSE(loop.isOnLoopThread());
+}
+
 TEST(Posting, DestroysWithTheLoopWhatHasNotRun) {
     struct Posting {
         Connector* loop;
