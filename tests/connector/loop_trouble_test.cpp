@@ -29,7 +29,17 @@ NOT_INLINED void* operator new(size_t size) {
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
+NOT_INLINED void* operator new(size_t size, std::align_val_t alignment) {
+    const auto line = static_cast<size_t>(alignment);
+    if (tAllocationsLeft == 0) throw std::bad_alloc();
+    if (tAllocationsLeft > 0) --tAllocationsLeft;
+    return std::aligned_alloc(line, (size + line - 1) / line * line);
+}
 NOT_INLINED void operator delete(void* memory) noexcept { std::free(memory); }
+NOT_INLINED void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+NOT_INLINED void operator delete(void* memory, size_t, std::align_val_t) noexcept {
+    std::free(memory);
+}
 NOT_INLINED void operator delete(void* memory, size_t) noexcept { std::free(memory); }
 
 namespace vyn {

@@ -91,9 +91,12 @@ ERRORS = {
     "writev": ["EIO", "ENOSPC", "EINTR"],
     "_Znam": NO_MEMORY,
     "_Znwm": NO_MEMORY,
+    "_ZnwmSt11align_val_t": NO_MEMORY,
 }
 
-ALLOCATIONS = {"calloc", "malloc", "posix_memalign", "realloc", "_Znam", "_Znwm"}
+ALLOCATIONS = {
+    "calloc", "malloc", "posix_memalign", "realloc", "_Znam", "_Znwm", "_ZnwmSt11align_val_t",
+}
 
 # Of what belongs to one connection. Where it fails once, one connection may end; where it goes on
 # failing, all may. Everything else is to cost nobody the connection.

@@ -155,4 +155,4 @@ ERR(pthread_cond_init) ERR(pthread_create) ERR(pthread_detach) ERR(pthread_key_c
 ERR(pthread_mutex_init) ERR(pthread_setspecific) LATE(close) LATE(closedir) LATE(fclose) NUL(calloc)
 NUL(fopen64) NUL(getcwd) NUL(if_indextoname) NUL(if_nametoindex) NUL(malloc) NUL(opendir)
 NUL(readdir64) NUL(realloc) SHORT(read) SHORT(recv) SHORT(recvfrom) SHORT(send) SHORT(sendto)
-SHORT(write) THROW(_Znam) THROW(_Znwm)
+SHORT(write) THROW(_Znam) THROW(_Znwm) THROW(_ZnwmSt11align_val_t)
