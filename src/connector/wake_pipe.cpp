@@ -66,18 +66,25 @@ bool WakePipe::isOnLoopThread() const {
     return mLoopThread.load(std::memory_order_relaxed) == threadMark();
 }
 
-// Writes no line about a failure, as callers hold locks: the loop does. Behind one, what others
-// have done meanwhile is to be seen by whoever comes next, so the flag is exchanged then, too.
+// Counts as armed only once it is: whoever comes while another thread is about to arm does so, too,
+// as that may not be run for long. The count of events is exchanged, so that the turn behind the
+// next one sees all that was posted before this.
+//
+// Writes no line about a failure, as callers hold locks: the loop does.
 void WakePipe::wake() {
     if (mEnds[0] < 0 || (isOnLoopThread() && !mOwnWakesCount)) return;
-    if (mIsArmed.exchange(true, std::memory_order_acq_rel) || arm() == 0) return;
-    mIsArmed.exchange(false, std::memory_order_acq_rel);
-    mHasFailed.store(true, std::memory_order_relaxed);
+    const uint32_t events = mEvents.fetch_add(0, std::memory_order_acq_rel);
+    if (mArmedAfter.load(std::memory_order_acquire) == events) return;
+    if (arm() == 0) {
+        mArmedAfter.store(events, std::memory_order_release);
+    } else {
+        mHasFailed.store(true, std::memory_order_relaxed);
+    }
 }
 
 // Behind the event: a wake-up between the two is covered by the turn that follows, which looks at
 // everything that was posted before it.
-void WakePipe::onEvent() { mIsArmed.exchange(false, std::memory_order_acq_rel); }
+void WakePipe::onEvent() { mEvents.fetch_add(1, std::memory_order_acq_rel); }
 
 int WakePipe::mend() {
     mHasFailed.store(false, std::memory_order_relaxed);
@@ -89,7 +96,8 @@ int WakePipe::mend() {
 }
 
 bool WakePipe::isFoundEmpty() {
-    if (!mHasByte || !mIsArmed.load(std::memory_order_relaxed)) return false;
+    const uint32_t events = mEvents.load(std::memory_order_relaxed);
+    if (!mHasByte || mArmedAfter.load(std::memory_order_relaxed) != events) return false;
     pollfd look{mEnds[0], POLLIN, 0};
     const bool isEmpty = poll(&look, 1, 0) == 0;
     if (isEmpty) mHasByte = false;

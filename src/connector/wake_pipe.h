@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "connector/epoll.h"
 
@@ -12,8 +13,8 @@ namespace vyn {
 //
 // The pipe holds one byte, which nobody ever reads, so its read end is always readable. The loop's
 // epoll set reports it once, and then not until it is armed again: that is a wake-up. It never
-// blocks, leaves nothing for the loop to read, and is made once for however many come before the
-// loop gets to hear of it.
+// blocks, leaves nothing for the loop to read, and one that is made serves all that come before the
+// loop gets to hear of it. None relies on one that another thread has yet to make.
 //
 // The loop may find what was queued before it is woken for that, end, and destroy this pipe. So
 // whoever wakes it either holds a lock which the loop takes to look, or has a Waking.
@@ -83,8 +84,10 @@ class WakePipe {
 
     Epoll& mEpoll;
     int mEnds[2] = {-1, -1};
-    // The loop is to hear of a wake-up, or of mend(), of which it has not taken note yet.
-    std::atomic<bool> mIsArmed{true};
+    // Events that the loop has taken note of; and after how many the read end was last armed. While
+    // they are equal, the next event is to come, as at first that of mend().
+    std::atomic<uint32_t> mEvents{0};
+    std::atomic<uint32_t> mArmedAfter{0};
     std::atomic<bool> mHasFailed{false};
     std::atomic<int> mWakings{0};
     // Marks the loop's thread; null while there is none.
