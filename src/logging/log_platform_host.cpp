@@ -22,11 +22,11 @@ bool lowerLogFloor() {
     return true;
 }
 
-// What kind of file standard error is. Asked for each line, since the program may have opened
-// another file in its place.
+// What kind of file standard error is; a pipe, with which care is taken, when that is not known.
+// Asked for each line, since the program may have opened another file in its place.
 mode_t kindOfErrors() {
     struct stat status {};
-    return fstat(STDERR_FILENO, &status) == 0 ? status.st_mode : 0;
+    return fstat(STDERR_FILENO, &status) == 0 ? status.st_mode : S_IFIFO;
 }
 
 // Only a terminal shows colours.
