@@ -57,7 +57,7 @@ class Epoll {
     int control(int operation, EpollToken token, uint32_t interest);
     int number() const { return mFd.load(std::memory_order_acquire); }
 
-    std::atomic<int> mFd;
+    std::atomic<int> mFd;  // whoever reads a number finds its set made
     int mError;
 };
 

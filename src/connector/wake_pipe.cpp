@@ -67,8 +67,8 @@ bool WakePipe::isOnLoopThread() const {
 }
 
 // Counts as armed only once it is: whoever comes while another thread is about to arm does so, too,
-// as that may not be run for long. The count of events is exchanged, so that the turn behind the
-// next one sees all that was posted before this.
+// as that may not be run for long. Adding nothing to the count of events still takes a place among
+// its changes: the turn behind the next event sees all that was posted before this.
 //
 // Writes no line about a failure, as callers hold locks: the loop does.
 void WakePipe::wake() {
